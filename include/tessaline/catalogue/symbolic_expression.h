@@ -81,14 +81,14 @@ class TESSALINE_API SymbolicExpression {
     std::shared_ptr<const Node> node_;
 };
 
-/// One node of the tree. Each optional field belongs to the operators named beside it.
+/// One node of the tree. Each field after the first belongs to the operators named beside it.
 struct SymbolicExpression::Node {
     SymbolicOperator op = SymbolicOperator::unknown;
-    std::vector<SymbolicExpression> operands; ///< add to log2
-    std::optional<std::int64_t> integer;      ///< constant
-    std::optional<std::string> name;          ///< symbol
-    std::optional<OperandRole> role;          ///< dimension, value
-    std::optional<std::uint64_t> axis;        ///< dimension
+    std::vector<SymbolicExpression> operands{}; ///< add to log2
+    std::optional<std::int64_t> integer{};      ///< constant
+    std::optional<std::string> name{};          ///< symbol
+    std::optional<OperandRole> role{};          ///< dimension, value
+    std::optional<std::uint64_t> axis{};        ///< dimension
 
     bool operator==(const Node&) const = default;
 };
