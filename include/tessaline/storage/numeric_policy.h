@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The numeric policies that the program is compiled for: pairs of a stored element and the element
+// in which kernels compute. Every factory, predicate and instantiation follows from the one list.
+
+#include "tessaline/catalogue/data_type_descriptor.h"
+#include "tessaline/storage/element_traits.h"
+
+#include <utility>
+
+// category, stored element, compute element. The order is that of every search. Complex elements
+// are the interleaved ones; split storage of the same policy holds their components.
+#define TESSALINE_COMPILED_POLICIES(POLICY)                                                        \
+    POLICY(complex, Tessaline::Complex32, std::complex<float>)                                     \
+    POLICY(floating, Tessaline::Float16, float)                                                    \
+    POLICY(floating, Tessaline::BFloat16, float)                                                   \
+    POLICY(floating, double, double)                                                               \
+    POLICY(complex, std::complex<double>, std::complex<double>)                                    \
+    POLICY(floating, float, float)                                                                 \
+    POLICY(integer, int, int)                                                                      \
+    POLICY(complex, std::complex<float>, std::complex<float>)
+
+namespace Tessaline {
+
+/// One compiled policy, as a type.
+template <BufferElement StoredElement, BufferElement ComputeElement>
+struct NumericPolicy {
+    using Stored = StoredElement;
+    using Compute = ComputeElement;
+    static constexpr ScalarType storage_type = ElementTraits<Stored>::scalar_type;
+    static constexpr ScalarType compute_type = ElementTraits<Compute>::scalar_type;
+    static constexpr bool is_complex = is_complex_element<Stored>;
+    static constexpr bool is_integer = std::is_integral_v<Stored>;
+
+    static DataTypeDescriptor type() {
+        return DataTypeDescriptor::from_scalar_types(storage_type, compute_type);
+    }
+};
+
+namespace NumericPolicyDetail {
+
+template <typename... Policies>
+struct List {};
+
+// The void heads the list only to take the first comma.
+template <typename Head, typename... Policies>
+using Tail = List<Policies...>;
+
+#define TESSALINE_LIST_POLICY(category, Stored, Compute) , NumericPolicy<Stored, Compute>
+using Compiled = Tail<void TESSALINE_COMPILED_POLICIES(TESSALINE_LIST_POLICY)>;
+#undef TESSALINE_LIST_POLICY
+
+[[noreturn]] TESSALINE_API void fail_not_compiled(ScalarType storage, ScalarType compute);
+
+template <typename Visitor, typename First, typename... Rest>
+decltype(auto) visit(List<First, Rest...>, ScalarType storage, ScalarType compute,
+                     Visitor&& visitor) {
+    if (storage == First::storage_type && compute == First::compute_type) {
+        return std::forward<Visitor>(visitor)(First{});
+    }
+    if constexpr (sizeof...(Rest) > 0) {
+        return visit(List<Rest...>{}, storage, compute, std::forward<Visitor>(visitor));
+    } else {
+        fail_not_compiled(storage, compute);
+    }
+}
+
+} // namespace NumericPolicyDetail
+
+/// Calls `visitor` with the NumericPolicy of a descriptor and returns its result. Raises
+/// std::invalid_argument for a pair that is not compiled.
+template <typename Visitor>
+decltype(auto) visit_numeric_policy(const DataTypeDescriptor& type, Visitor&& visitor) {
+    return NumericPolicyDetail::visit(NumericPolicyDetail::Compiled{}, type.storage_type(),
+                                      type.compute_type(), std::forward<Visitor>(visitor));
+}
+
+/// Calls `visitor` with each compiled policy, in order.
+template <typename Visitor>
+void for_each_numeric_policy(Visitor&& visitor) {
+    [&]<typename... Policies>(NumericPolicyDetail::List<Policies...>) {
+        (visitor(Policies{}), ...);
+    }(NumericPolicyDetail::Compiled{});
+}
+
+/// Whether a pair is in the list.
+TESSALINE_API bool is_compiled_policy(ScalarType storage, ScalarType compute);
+
+} // namespace Tessaline
