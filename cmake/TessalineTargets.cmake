@@ -11,9 +11,11 @@ target_compile_options(tessaline_options INTERFACE
     # intrinsics. Kernels fuse by name only.
     -ffp-contract=off
     $<$<BOOL:${TESSALINE_WARNINGS_AS_ERRORS}>:-Werror>)
+# The version stands in the root CMakeLists.txt and nowhere else.
+target_compile_definitions(tessaline_options INTERFACE TESSALINE_VERSION="${PROJECT_VERSION}")
 if(TESSALINE_SANITIZER)
     target_compile_options(tessaline_options INTERFACE
-        -fsanitize=${TESSALINE_SANITIZER} -fno-omit-frame-pointer -g)
+        -fsanitize=${TESSALINE_SANITIZER} -fno-sanitize-recover=all -fno-omit-frame-pointer -g -D_GLIBCXX_ASSERTIONS)
 endif()
 
 # tessaline_add_subsystem(<name> <source>...): the object library tessaline_<name> of one subsystem.

@@ -1,0 +1,81 @@
+# SPDX-License-Identifier: Apache-2.0
+# One command for each thing that a person does here. It only drives scripts/, the CMake presets
+# and .venv; `make help` lists the commands.
+
+SHELL := /bin/bash
+.SHELLFLAGS := -euo pipefail -c
+.DEFAULT_GOAL := help
+
+JOBS ?= $(shell nproc)
+export JOBS
+
+# A continuous-integration run takes no warning.
+WARNINGS_AS_ERRORS := $(if $(filter true,$(CI)),ON,OFF)
+
+CLANG_FORMAT ?= $(firstword $(shell command -v clang-format-14 clang-format))
+CXX_FILES = $(shell git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp')
+
+# ThreadSanitizer of g++ 12 cannot map its memory where addresses are randomised widely.
+NO_RANDOMISATION := $(shell setarch -R true 2>/dev/null && echo setarch -R)
+
+configure = cmake --preset $(1) --log-level=WARNING -DTESSALINE_WARNINGS_AS_ERRORS=$(WARNINGS_AS_ERRORS)
+build = cmake --build --preset $(1) -j$(JOBS)
+
+.PHONY: help
+help: ## list the commands
+	@sed -n 's/^\([a-z-]*\):.*## /  make \1\t/p' $(firstword $(MAKEFILE_LIST)) | expand -t 20
+
+.venv/.ready: scripts/setup.sh scripts/requirements.txt
+	@scripts/setup.sh
+
+.PHONY: setup
+setup: ## install what is missing on this machine (the other commands do so, too)
+	@scripts/setup.sh
+
+.PHONY: configure-release
+configure-release: .venv/.ready
+	@$(call configure,release)
+
+.PHONY: demo
+demo: configure-release ## build the runtime and run its first job on real data
+	@$(call build,release) --target _native add_vectors
+	@PYTHONPATH=build/release/python .venv/bin/python examples/demo.py \
+	    --program build/release/examples/add_vectors
+
+.PHONY: test
+test: configure-release ## build everything and run every test
+	@$(call build,release)
+	@scripts/test.sh
+
+.PHONY: bench
+bench: configure-release ## build the benchmarks and print their figures
+	@$(call build,release)
+
+.PHONY: asan
+asan: .venv/.ready ## run the C++ tests under AddressSanitizer and UndefinedBehaviorSanitizer
+	@$(call configure,asan)
+	@$(call build,asan)
+	@ctest --preset asan -j$(JOBS)
+
+.PHONY: tsan
+tsan: .venv/.ready ## run the C++ tests under ThreadSanitizer
+	@$(call configure,tsan)
+	@$(call build,tsan)
+	@$(NO_RANDOMISATION) ctest --preset tsan -j$(JOBS)
+
+.PHONY: format
+format: .venv/.ready ## lay out every C++ file
+	@$(CLANG_FORMAT) -i $(CXX_FILES)
+
+.PHONY: format-check
+format-check: .venv/.ready ## fail where `make format` would change a file
+	@$(CLANG_FORMAT) --dry-run --Werror $(CXX_FILES)
+
+.PHONY: lint
+lint: format-check configure-release ## check layout and names (needs clang-tidy)
+	@command -v run-clang-tidy >/dev/null || { echo "lint: clang-tidy is missing (apt-get install clang-tidy)" >&2; exit 1; }
+	@run-clang-tidy -quiet -j$(JOBS) -p build/release '^$(CURDIR)/(src|python|tests|bench|examples)/'
+
+.PHONY: clean
+clean: ## remove what was built (.venv stays)
+	@rm -rf build dist
