@@ -3,9 +3,9 @@
 
 // The handle of a vector operand.
 
+#include "tessaline/frontend/host_contents.h"
 #include "tessaline/storage/entities.h"
 #include "tessaline/storage/host_memory.h"
-#include "tessaline/storage/storage_initialiser.h"
 
 #include <memory>
 
@@ -22,6 +22,25 @@ class TESSALINE_API Vector {
     static Vector host_impl(const DataTypeDescriptor& type, std::uint64_t size,
                             DataComplexLayout complex_layout, HostMemoryOptions options = {},
                             const StorageInitialiser& initialiser = {});
+
+    /// Pageable host storage with a copy of the contents, in the numeric policy that stores their
+    /// elements; complex elements stay interleaved.
+    template <HostContents Contents>
+    static Vector host(const Contents& contents, HostMemoryOptions options = {}) {
+        using T = std::ranges::range_value_t<Contents>;
+        return host_impl(PolicyOf<T>::type(), std::ranges::size(contents), whole_layout<T>, options,
+                         initial_contents(contents));
+    }
+    template <CompiledElement T>
+    static Vector host(std::initializer_list<T> contents, HostMemoryOptions options = {}) {
+        return host(std::span(contents.begin(), contents.size()), options);
+    }
+
+    /// Pageable host storage of `size` zeros of type T.
+    template <CompiledElement T>
+    static Vector host_zeros(std::uint64_t size, HostMemoryOptions options = {}) {
+        return host_impl(PolicyOf<T>::type(), size, whole_layout<T>, options);
+    }
 
     VectorEntity& entity() { return *storage_; }
     const VectorEntity& entity() const { return *storage_; }

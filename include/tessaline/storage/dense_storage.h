@@ -42,7 +42,7 @@ class OneBuffer : public Interface, public Access {
     std::uint64_t element_count() const override { return data_.size(); }
 
   protected:
-    OneBuffer(const char* class_name, Descriptor descriptor, Buffer data)
+    OneBuffer(const char* class_name, Descriptor descriptor, Buffer&& data)
         : descriptor_(std::move(descriptor)),
           data_(std::move(data)) {
         check_sizes(data_.size() == DenseStorageDetail::element_count(descriptor_), class_name);
@@ -68,7 +68,7 @@ class TwoBuffers : public Interface, public Access {
 
   protected:
     template <typename... Complaint>
-    TwoBuffers(const char* class_name, Descriptor descriptor, Buffer real, Buffer imag,
+    TwoBuffers(const char* class_name, Descriptor descriptor, Buffer&& real, Buffer&& imag,
                Complaint... complaint)
         : descriptor_(std::move(descriptor)),
           real_(std::move(real)),

@@ -66,7 +66,53 @@ decltype(auto) visit(List<First, Rest...>, ScalarType storage, ScalarType comput
     }
 }
 
+template <typename Policy>
+struct Found {
+    using type = Policy;
+};
+
+/// The first policy whose Rule::accepts holds; void when there is none.
+template <typename Rule, typename... Policies>
+constexpr auto find(List<Policies...>) {
+    return Found<void>{};
+}
+template <typename Rule, typename First, typename... Rest>
+constexpr auto find(List<First, Rest...>) {
+    if constexpr (Rule::template accepts<First>) {
+        return Found<First>{};
+    } else {
+        return find<Rule>(List<Rest...>{});
+    }
+}
+
+template <typename T>
+struct Stores {
+    template <typename Policy>
+    static constexpr bool accepts = std::is_same_v<typename Policy::Stored, T>;
+};
+
+template <typename T>
+struct StoresPartsOf {
+    template <typename Policy>
+    static constexpr bool accepts =
+        Policy::is_complex&& std::is_same_v<Component<typename Policy::Stored>, T>;
+};
+
+template <typename Rule>
+using First = typename decltype(find<Rule>(Compiled{}))::type;
+
 } // namespace NumericPolicyDetail
+
+/// The compiled policy that stores elements of type T, and the complex one whose split storage
+/// holds components of type T; void when there is none.
+template <typename T>
+using PolicyOf = NumericPolicyDetail::First<NumericPolicyDetail::Stores<T>>;
+template <typename T>
+using SplitPolicyOf = NumericPolicyDetail::First<NumericPolicyDetail::StoresPartsOf<T>>;
+
+/// A type of which operands may be made.
+template <typename T>
+concept CompiledElement = BufferElement<T> && !std::is_void_v<PolicyOf<T>>;
 
 /// Calls `visitor` with the NumericPolicy of a descriptor and returns its result. Raises
 /// std::invalid_argument for a pair that is not compiled.

@@ -17,8 +17,32 @@
 /// another element type; std::length_error for a size that overflows.
 namespace Tessaline::StorageFactory {
 
+/// A complex scalar lies in two buffers, real and imaginary.
+TESSALINE_API std::unique_ptr<ScalarEntity> host_scalar(const DataTypeDescriptor& type,
+                                                        HostMemoryOptions options = {},
+                                                        const StorageInitialiser& initialiser = {});
+
 TESSALINE_API std::unique_ptr<VectorEntity>
 host_vector(const DataTypeDescriptor& type, std::uint64_t size, DataComplexLayout complex_layout,
             HostMemoryOptions options = {}, const StorageInitialiser& initialiser = {});
+
+/// Only interleaved complex matrices may be column major.
+TESSALINE_API std::unique_ptr<MatrixEntity>
+host_matrix(const DataTypeDescriptor& type, std::uint64_t rows, std::uint64_t cols,
+            DataMatrixLayout layout, DataComplexLayout complex_layout,
+            HostMemoryOptions options = {}, const StorageInitialiser& initialiser = {});
+
+/// Column-major factors of a matrix of order `size` in a floating policy; the initialiser fills the
+/// factors only.
+TESSALINE_API std::unique_ptr<LuDecompEntity> host_lu(const DataTypeDescriptor& type,
+                                                      std::uint64_t size,
+                                                      HostMemoryOptions options = {},
+                                                      const StorageInitialiser& initialiser = {});
+
+/// Eigenvalues and, in `layout`, eigenvectors of a matrix of order `size` in a complex policy.
+TESSALINE_API std::unique_ptr<EigenValsEntity> host_eigen(const DataTypeDescriptor& type,
+                                                          std::uint64_t size,
+                                                          DataMatrixLayout layout,
+                                                          HostMemoryOptions options = {});
 
 } // namespace Tessaline::StorageFactory
