@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The constant table from which the built-in operations are registered and described.
+
+#include "catalogue/builtin_validators.h"
+#include "tessaline/catalogue/operation_id.h"
+#include "tessaline/catalogue/operation_numerics.h"
+
+#include <initializer_list>
+#include <span>
+
+namespace Tessaline {
+
+struct BuiltinOperand {
+    OperandRole role;
+    OperandAccess access;
+    OperandKind kind; ///< the family that the validator admits; it gives the rank
+};
+
+/// One axis of an operand.
+struct BuiltinAxis {
+    OperandRole role;
+    std::uint64_t axis;
+};
+
+/// `left` stands in `relation` to `right`, or to `right` times `factor`.
+struct BuiltinConstraint {
+    BuiltinAxis left;
+    ShapeRelation relation;
+    BuiltinAxis right;
+    std::optional<BuiltinAxis> factor;
+};
+
+struct BuiltinRequirement {
+    RequirementKind kind;
+    OperandRole role;
+    RequirementPurpose purpose;
+    RequirementEnforcement enforcement;
+    const char* note;
+};
+
+struct BuiltinOperation {
+    const OperationId* id;
+    std::initializer_list<BuiltinOperand> operands; ///< in role order
+    void (*validate)(BuiltinValidators::Operands);
+    std::initializer_list<BuiltinConstraint> constraints;
+    std::initializer_list<BuiltinRequirement> requirements;
+    std::initializer_list<const char*> notes;
+};
+
+/// The table, in the order of registration.
+std::span<const BuiltinOperation> builtin_operation_table();
+
+} // namespace Tessaline

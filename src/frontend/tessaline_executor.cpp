@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tessaline/frontend/tessaline_executor.h"
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace Tessaline {
+
+namespace {
+
+/// The request that these bindings make of an operation.
+OperationDescriptor describe_request(const OperationSpec& spec,
+                                     const BackendExecutionBindings& bindings,
+                                     CrossDevicePolicy policy,
+                                     const GpuSchedulingOptions& scheduling) {
+    if (bindings.operands.size() != spec.operands().size()) {
+        throw std::invalid_argument("TessalineExecutor::execute - binding arity does not match "
+                                    "operation '" +
+                                    spec.id().name() + "'");
+    }
+    std::vector<OperandDescriptor> inputs;
+    std::vector<OperandDescriptor> outputs;
+    // Room for all operands, since the request appends its outputs to its inputs.
+    inputs.reserve(spec.operands().size());
+    outputs.reserve(spec.output_count());
+    for (const OperationOperandSpec& operand : spec.operands()) {
+        const OperandBinding* binding = bindings.operands.find(operand.role);
+        if (binding == nullptr) {
+            throw std::invalid_argument("TessalineExecutor::execute - missing binding " +
+                                        operand_role_name(operand.role) + " for operation '" +
+                                        spec.id().name() + "'");
+        }
+        const bool written = operand.access != OperandAccess::read;
+        if (written && !is_writable(*binding)) {
+            throw std::invalid_argument("TessalineExecutor::execute - writable binding " +
+                                        operand_role_name(operand.role) +
+                                        " is const for operation '" + spec.id().canonical() + "'");
+        }
+        (written ? outputs : inputs).push_back(describe_operand(operand.role, *binding));
+    }
+    return {spec, std::move(inputs), std::move(outputs), policy, scheduling};
+}
+
+} // namespace
+
+TessalineExecutor::TessalineExecutor(const TessalineContext& context, BackendExecutor&& executor)
+    : context_(&context),
+      executor_(std::move(executor)) {}
+
+void TessalineExecutor::execute(BackendExecutionBindings& bindings, const OperationId& id,
+                                BackendExecutor::ExecutionOptions options) const {
+    const OperationDescriptor request =
+        describe_request(context_->operation(id), bindings, executor_.cross_device_policy(),
+                         executor_.gpu_scheduling_options());
+    const BackendProcess process = context_->dispatcher().dispatch(request);
+    executor_.execute(process, bindings, options);
+}
+
+void TessalineExecutor::execute(BackendExecutionBindings& bindings, const OperationId& id) const {
+    execute(bindings, id, {});
+}
+
+void TessalineExecutor::execute(const OperationId& id, const OperationBindings& bindings,
+                                BackendExecutor::ExecutionOptions options) const {
+    BackendExecutionBindings run_bindings = bindings.make_backend_bindings();
+    execute(run_bindings, id, options);
+}
+
+void TessalineExecutor::execute(const OperationId& id, const OperationBindings& bindings) const {
+    execute(id, bindings, {});
+}
+
+} // namespace Tessaline
