@@ -2,7 +2,7 @@
 #pragma once
 
 // The parts of a real or complex number under one set of names, so that a solver is written once
-// for both. A real number has an imaginary part of 0 and is its own conjugate.
+// for both. A real number has an imaginary part of 0.
 
 #include "tessaline/storage/element_traits.h"
 
@@ -27,16 +27,6 @@ Component<C> imaginary_part(C value) {
         return value.imag();
     } else {
         return 0;
-    }
-}
-
-/// Unlike std::conj, keeps a real number real.
-template <typename C>
-C conjugate(C value) {
-    if constexpr (is_complex_element<C>) {
-        return {value.real(), -value.imag()};
-    } else {
-        return value;
     }
 }
 

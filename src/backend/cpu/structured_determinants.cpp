@@ -2,6 +2,7 @@
 #include "backend/cpu/structured_determinants.h"
 
 #include "backend/cpu/compensated_products.h"
+#include "backend/cpu/floating_policies.h"
 #include "backend/cpu/log_magnitude.h"
 #include "backend/cpu/number_parts.h"
 #include "backend/cpu/quotient_range.h"
@@ -119,7 +120,7 @@ double squared_magnitude(std::complex<double> value) {
 template <typename C>
 C without_finished_columns(C value, const C* row, const C* pivot_row, std::size_t k) {
     for (std::size_t column = 0; column < k; ++column) {
-        value -= conjugate(pivot_row[column]) * row[column];
+        value -= conjugated(pivot_row[column]) * row[column];
     }
     return value;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/structured_input.h"
 
+#include "backend/cpu/floating_policies.h"
 #include "backend/cpu/number_parts.h"
 
 #include <stdexcept>
@@ -19,7 +20,7 @@ bool are_conjugate(C lower, C upper, double tolerance) {
     if (scale == 0) {
         return true;
     }
-    const C difference = divided(lower, scale) - conjugate(divided(upper, scale));
+    const C difference = divided(lower, scale) - conjugated(divided(upper, scale));
     return largest_part(difference) <= tolerance;
 }
 
@@ -50,7 +51,7 @@ void mirror_lower_triangle(std::span<C> data, std::size_t order) {
     for (std::size_t i = 0; i < order; ++i) {
         data[i * order + i] = real_part(data[i * order + i]);
         for (std::size_t j = 0; j < i; ++j) {
-            data[j * order + i] = conjugate(data[i * order + j]);
+            data[j * order + i] = conjugated(data[i * order + j]);
         }
     }
 }
