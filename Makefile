@@ -50,6 +50,7 @@ test: configure-release ## build everything and run every test
 .PHONY: bench
 bench: configure-release ## build the benchmarks and print their figures
 	@$(call build,release)
+	@PYTHONPATH=build/release/python .venv/bin/python bench/report.py build/release
 
 .PHONY: asan
 asan: .venv/.ready ## run the C++ tests under AddressSanitizer and UndefinedBehaviorSanitizer
@@ -73,8 +74,7 @@ format-check: .venv/.ready ## fail where `make format` would change a file
 
 .PHONY: lint
 lint: format-check configure-release ## check layout and names (needs clang-tidy)
-	@command -v run-clang-tidy >/dev/null || { echo "lint: clang-tidy is missing (apt-get install clang-tidy)" >&2; exit 1; }
-	@run-clang-tidy -quiet -j$(JOBS) -p build/release '^$(CURDIR)/(src|python|tests|bench|examples)/'
+	@scripts/lint.sh
 
 .PHONY: clean
 clean: ## remove what was built (.venv stays)

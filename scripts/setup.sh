@@ -82,6 +82,8 @@ make_environment() {
         fail "pip could not install the packages of $requirements into .venv"
 }
 
+[ -z "${PYTHON:-}" ] || command -v "$PYTHON" >/dev/null || fail "there is no interpreter PYTHON=$PYTHON"
+
 mapfile -t missing < <(missing_packages)
 if [ "${#missing[@]}" -gt 0 ]; then
     install_packages "${missing[@]}"

@@ -3,7 +3,7 @@
 # Runs the C++ tests and then the Python tests of the release build, both in any case, and ends
 # with the closing line of each. Fails when either fails.
 set -uo pipefail
-cd "$(dirname "${BASH_SOURCE[0]}")/.."
+cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit
 
 build=build/release
 logs=$build/Testing

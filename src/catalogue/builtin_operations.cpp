@@ -42,6 +42,15 @@ OperationNumerics numerics_of(const BuiltinOperation& row) {
     return numerics;
 }
 
+const BuiltinOperation& row_of(const OperationId& id) {
+    for (const BuiltinOperation& row : builtin_operation_table()) {
+        if (*row.id == id) {
+            return row;
+        }
+    }
+    throw std::logic_error("operation_numerics - unknown built-in operation");
+}
+
 OperationSpec spec_of(const BuiltinOperation& row) {
     std::vector<OperationOperandSpec> operands;
     for (const BuiltinOperand& operand : row.operands) {
@@ -59,13 +68,13 @@ void register_builtin_operations(OperationRegistry& registry,
     }
 }
 
+void register_builtin_operation(OperationRegistry& registry, const OperationId& id,
+                                const RegistrationProvenance& provenance) {
+    registry.register_operation(spec_of(row_of(id)), provenance);
+}
+
 OperationNumerics operation_numerics(const OperationId& id) {
-    for (const BuiltinOperation& row : builtin_operation_table()) {
-        if (*row.id == id) {
-            return numerics_of(row);
-        }
-    }
-    throw std::logic_error("operation_numerics - unknown built-in operation");
+    return numerics_of(row_of(id));
 }
 
 } // namespace Tessaline

@@ -32,10 +32,11 @@ using DescriptorOf = std::remove_cvref_t<decltype(std::declval<const Interface&>
 
 template <typename Interface, typename Access, typename Buffer>
 class OneBuffer : public Interface, public Access {
-    using Element = typename Buffer::value_type;
     using Descriptor = DescriptorOf<Interface>;
 
   public:
+    using Element = typename Buffer::value_type;
+
     const Descriptor& descriptor() const override { return descriptor_; }
     Element* data() override { return data_.data(); }
     const Element* data() const override { return data_.data(); }
@@ -55,10 +56,11 @@ class OneBuffer : public Interface, public Access {
 
 template <typename Interface, typename Access, typename Buffer>
 class TwoBuffers : public Interface, public Access {
-    using Element = typename Buffer::value_type;
     using Descriptor = DescriptorOf<Interface>;
 
   public:
+    using Element = typename Buffer::value_type;
+
     const Descriptor& descriptor() const override { return descriptor_; }
     Element* data_real() override { return real_.data(); }
     const Element* data_real() const override { return real_.data(); }

@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tessaline/backend/cpu/cpu_runtime_context.h"
+
+#include "backend/cpu/cpu_spinning.h"
+#include "tessaline/backend/cpu/cpu_worker_pool.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdint>
+#include <exception>
+#include <utility>
+
+namespace Tessaline {
+
+namespace {
+
+// How many parallel bodies this thread is inside of.
+thread_local std::uint32_t parallel_depth = 0;
+
+struct ParallelDepthScope {
+    ParallelDepthScope() { ++parallel_depth; }
+    ~ParallelDepthScope() { --parallel_depth; }
+    ParallelDepthScope(const ParallelDepthScope&) = delete;
+    ParallelDepthScope& operator=(const ParallelDepthScope&) = delete;
+};
+
+// What the jobs of one loop and its caller share. Jobs hold it, since the last one still signals
+// when the caller may already have gone.
+class ParallelGroup {
+  public:
+    ParallelGroup(std::size_t jobs, CpuChunkBody body) : remaining_(jobs), body_(body) {}
+
+    void run(std::size_t begin, std::size_t end) noexcept {
+        try {
+            const ParallelDepthScope depth;
+            body_(begin, end);
+        } catch (...) {
+            store_error(std::current_exception());
+        }
+        if (remaining_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+            const std::lock_guard lock(mutex_);
+            finished_.notify_one();
+        }
+    }
+
+    // Keeps the first error only.
+    void store_error(std::exception_ptr error) {
+        const std::lock_guard lock(error_mutex_);
+        if (!error_) {
+            error_ = std::move(error);
+        }
+    }
+
+    // Stands in for jobs that will never run.
+    void drop_jobs(std::size_t jobs) { remaining_.fetch_sub(jobs, std::memory_order_acq_rel); }
+
+    // Waits for every job. The error of the loop then belongs to the caller alone.
+    std::exception_ptr wait(bool polls) {
+        const auto done = [this] { return remaining_.load(std::memory_order_acquire) == 0; };
+        if (!polls || !spin_until(done)) {
+            std::unique_lock lock(mutex_);
+            finished_.wait(lock, done);
+        }
+        const std::lock_guard lock(error_mutex_);
+        return std::exchange(error_, nullptr);
+    }
+
+  private:
+    std::atomic<std::size_t> remaining_;
+    const CpuChunkBody body_;
+    std::mutex mutex_;
+    std::condition_variable finished_;
+    std::mutex error_mutex_;
+    std::exception_ptr error_;
+};
+
+// floor(i * count / chunks) without the product, which might not fit.
+std::size_t chunk_start(std::size_t i, std::size_t count, std::size_t chunks) {
+    return i * (count / chunks) + i * (count % chunks) / chunks;
+}
+
+} // namespace
+
+void CpuRuntimeContext::parallel_for_chunks(
+    std::size_t first, std::size_t last, std::size_t work,
+    const std::function<void(std::size_t, std::size_t)>& body) const {
+    run_chunks(first, last, work, CpuChunkBody(body));
+}
+
+void CpuRuntimeContext::run_chunks(std::size_t first, std::size_t last, std::size_t work,
+                                   CpuChunkBody body) const {
+    if (first >= last) {
+        return;
+    }
+    const std::size_t count = last - first;
+    const bool serial =
+        options_.thread_count < 2 || count == 1 || work < options_.min_parallel_work;
+    if ((serial && !pins_threads()) || parallel_depth > 0) {
+        body(first, last);
+    } else if (serial) {
+        const CurrentThreadAffinityScope affinity(*this);
+        body(first, last);
+    } else {
+        run_on_workers(first, count, body);
+    }
+}
+
+void CpuRuntimeContext::run_on_workers(std::size_t first, std::size_t count,
+                                       CpuChunkBody body) const {
+    const std::size_t chunks = std::min(count, options_.thread_count);
+    CpuWorkerPoolDetail::CpuWorkerPool& pool = *parallel_impl().pool;
+    const auto group = std::make_shared<ParallelGroup>(chunks, body);
+    for (std::size_t i = 0; i < chunks; ++i) {
+        const std::size_t begin = first + chunk_start(i, count, chunks);
+        const std::size_t end = first + chunk_start(i + 1, count, chunks);
+        try {
+            pool.submit([group, begin, end] { group->run(begin, end); });
+        } catch (...) {
+            group->store_error(std::current_exception());
+            group->drop_jobs(chunks - i);
+            break;
+        }
+    }
+    if (const std::exception_ptr error = group->wait(pool.polls())) {
+        std::rethrow_exception(error);
+    }
+}
+
+} // namespace Tessaline

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tessaline/frontend/tessaline_context.h"
+
+#include "frontend/builtin_provenance.h"
+#include "frontend/describe_operations.h"
+#include "tessaline/backend/cpu/register_cpu.h"
+#include "tessaline/catalogue/builtin_operations.h"
+#include "tessaline/frontend/tessaline_context_builder.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+namespace Tessaline {
+
+namespace {
+
+OperationRegistry builtin_operations() {
+    OperationRegistry operations;
+    register_builtin_operations(operations, builtin_provenance());
+    return operations;
+}
+
+BackendAdaptationRegistry builtin_adaptations() {
+    BackendAdaptationRegistry adaptations;
+    register_cpu_adaptations(adaptations);
+    return adaptations;
+}
+
+OperationRegistry&& seal(OperationRegistry& operations) {
+    operations.seal();
+    return std::move(operations);
+}
+
+BackendRegistry&& seal(BackendRegistry& backends, const OperationRegistry& operations) {
+    backends.seal(operations);
+    return std::move(backends);
+}
+
+} // namespace
+
+TessalineContext::TessalineContext() : TessalineContext(TessalineContextBuilder().build()) {}
+
+TessalineContext::TessalineContext(OperationRegistry&& operations, BackendRegistry&& backends,
+                                   BackendAdaptationRegistry&& adaptations,
+                                   std::vector<std::shared_ptr<void>> plugin_libraries)
+    : plugin_libraries_(std::move(plugin_libraries)),
+      operations_(seal(operations)),
+      backends_(seal(backends, operations_)),
+      adaptations_(std::move(adaptations)),
+      dispatcher_(backends_, adaptations_),
+      descriptions_(describe_operations(operations_, backends_)) {
+    operation_ids_.reserve(descriptions_.size());
+    for (const OperationDescription& description : descriptions_) {
+        operation_ids_.push_back(description.id);
+    }
+}
+
+TessalineContext::TessalineContext(BackendRegistry&& backends,
+                                   BackendAdaptationRegistry&& adaptations)
+    : TessalineContext(builtin_operations(), std::move(backends), std::move(adaptations)) {}
+
+TessalineContext::TessalineContext(BackendRegistry&& backends)
+    : TessalineContext(std::move(backends), builtin_adaptations()) {}
+
+TessalineContext::TessalineContext(OperationRegistry&& operations, BackendRegistry&& backends)
+    : TessalineContext(std::move(operations), std::move(backends), builtin_adaptations()) {}
+
+TessalineContext::TessalineContext(TessalineContext&& other) noexcept
+    : plugin_libraries_(std::move(other.plugin_libraries_)),
+      operations_(std::move(other.operations_)),
+      backends_(std::move(other.backends_)),
+      adaptations_(std::move(other.adaptations_)),
+      dispatcher_(backends_, adaptations_),
+      descriptions_(std::move(other.descriptions_)),
+      operation_ids_(std::move(other.operation_ids_)) {}
+
+TessalineContext::~TessalineContext() = default;
+
+const OperationSpec& TessalineContext::operation(const OperationId& id) const {
+    return operations_.operation(id);
+}
+
+const OperationDescription& TessalineContext::describe(const OperationId& id) const {
+    const auto canonical = [](const OperationDescription& description) {
+        return description.id.canonical();
+    };
+    const auto found = std::ranges::lower_bound(descriptions_, id.canonical(), {}, canonical);
+    if (found == descriptions_.end() || found->id != id) {
+        throw std::out_of_range("TessalineContext - operation '" + id.canonical() +
+                                "' is not registered");
+    }
+    return *found;
+}
+
+DataTypeDescriptor TessalineContext::infer_dense_result_policy(
+    const OperationId& id, std::span<const BackendKind> backends,
+    const std::vector<BackendOperandKey>& inputs, const DenseResultRequest& request) const {
+    return backends_.infer_dense_result_policy(operation(id).handle(), backends, inputs, request,
+                                               adaptations_);
+}
+
+} // namespace Tessaline

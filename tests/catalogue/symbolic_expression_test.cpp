@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/expect_error.h"
+#include "support/random_expression.h"
+#include "tessaline/catalogue/symbolic_expression.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace Tessaline {
+namespace {
+
+using Testing::CounterRandom;
+using Testing::expect_error;
+using Expression = SymbolicExpression;
+using Operator = SymbolicOperator;
+
+const Expression rows = Expression::dimension(input_role(0), 0);
+const Expression exponent = Expression::value(input_role(1));
+
+std::vector<Expression> copies(std::size_t count) {
+    return std::vector(count, rows);
+}
+
+TEST(SymbolicExpression, PrintsOneTextWithoutBlanks) {
+    const auto two = Expression::constant(2);
+    const std::pair<Expression, const char*> cases[] = {
+        {Expression(), "unknown"},
+        {Expression::constant(0), "0"},
+        {Expression::constant(std::numeric_limits<std::int64_t>::max()), "9223372036854775807"},
+        {Expression::symbol("n_2.x"), "n_2.x"},
+        {Expression::dimension(output_role(0), 1), "dim(2147483648,1)"},
+        {Expression::dimension(input_role(2147483647), 18446744073709551615U),
+         "dim(2147483647,18446744073709551615)"},
+        {exponent, "value(1)"},
+        {Expression::operation(Operator::multiply, {rows, Expression::dimension(input_role(1), 0)}),
+         "multiply(dim(0,0),dim(1,0))"},
+        {Expression::operation(Operator::minimum, {rows, rows}), "minimum(dim(0,0),dim(0,0))"},
+        {Expression::operation(
+             Operator::add,
+             {Expression::operation(Operator::power, {rows, two}),
+              Expression::operation(Operator::log2,
+                                    {Expression::operation(Operator::maximum, {exponent, two})}),
+              Expression::operation(Operator::divide, {two, Expression::unknown()})}),
+         "add(power(dim(0,0),2),log2(maximum(value(1),2)),divide(2,unknown))"},
+    };
+    for (const auto& [expression, text] : cases) {
+        EXPECT_EQ(expression.canonical(), text);
+    }
+}
+
+TEST(SymbolicExpression, DemandsTheOperandsOfEachOperator) {
+    // The counts from 0 to 4 that each operator accepts.
+    const std::pair<Operator, std::vector<std::size_t>> cases[] = {
+        {Operator{-1}, {}},
+        {Operator::unknown, {}},
+        {Operator::constant, {}},
+        {Operator::symbol, {}},
+        {Operator::dimension, {}},
+        {Operator::value, {}},
+        {Operator::add, {2, 3, 4}},
+        {Operator::multiply, {2, 3, 4}},
+        {Operator::power, {2}},
+        {Operator::divide, {2}},
+        {Operator::minimum, {2, 3, 4}},
+        {Operator::maximum, {2, 3, 4}},
+        {Operator::log2, {1}},
+        {Operator{12}, {}},
+    };
+    for (const auto& [op, counts] : cases) {
+        for (std::size_t count = 0; count <= 4; ++count) {
+            SCOPED_TRACE(std::to_string(static_cast<int>(op)) + " of " + std::to_string(count));
+            if (std::ranges::find(counts, count) != counts.end()) {
+                EXPECT_EQ(Expression::operation(op, copies(count)).operands().size(), count);
+            } else {
+                expect_error<std::invalid_argument>(
+                    [&, op = op] { Expression::operation(op, copies(count)); },
+                    "SymbolicExpression - operator has invalid arity");
+            }
+        }
+    }
+}
+
+TEST(SymbolicExpression, RefusesBadLeaves) {
+    expect_error<std::invalid_argument>([] { Expression::constant(-1); },
+                                        "SymbolicExpression - constants must be non-negative");
+    for (const char* name : {"", "2n", "N", "_n", ".n", "nN", "n m", "n-1", "n\xc3\xa9", "\xff"}) {
+        SCOPED_TRACE(name);
+        expect_error<std::invalid_argument>(
+            [name] { Expression::symbol(name); },
+            "SymbolicExpression - symbol must be a lower-case identifier");
+    }
+    expect_error<std::invalid_argument>(
+        [] { Expression::symbol(std::string("n\0m", 3)); },
+        "SymbolicExpression - symbol must be a lower-case identifier");
+}
+
+TEST(SymbolicExpression, ComparesStructure) {
+    EXPECT_EQ(Expression(), Expression::unknown());
+    EXPECT_EQ(Expression(nullptr), Expression::unknown());
+    EXPECT_NE(Expression::symbol("unknown"), Expression::unknown());
+    EXPECT_NE(Expression::dimension(input_role(0), 0), Expression::value(input_role(0)));
+    EXPECT_NE(Expression::operation(Operator::add, {rows, exponent}),
+              Expression::operation(Operator::add, {exponent, rows}));
+    EXPECT_NE(Expression::operation(Operator::add, copies(2)),
+              Expression::operation(Operator::add, copies(3)));
+
+    Expression moved = rows;
+    const Expression taken = std::move(moved);
+    EXPECT_EQ(taken, rows);
+    EXPECT_EQ(moved, Expression::unknown()); // NOLINT(bugprone-use-after-move)
+}
+
+// No symbol of these trees is called "unknown", the one text that two different trees share.
+TEST(SymbolicExpression, EqualTreesAreThoseOfEqualText) {
+    const std::vector<OperandShape> shapes = {
+        {input_role(0), 2}, {input_role(1), 0}, {output_role(0), 1}};
+    std::vector<Expression> trees;
+    for (std::uint64_t seed = 0; seed < 300; ++seed) {
+        CounterRandom random(seed);
+        CounterRandom again(seed);
+        trees.push_back(Testing::random_expression(random, shapes, 2));
+        ASSERT_EQ(trees.back(), Testing::random_expression(again, shapes, 2)) << "seed " << seed;
+    }
+    int equal_pairs = 0;
+    for (const Expression& a : trees) {
+        for (const Expression& b : trees) {
+            ASSERT_EQ(a == b, a.canonical() == b.canonical()) << a.canonical() << b.canonical();
+            equal_pairs += a == b ? 1 : 0;
+        }
+    }
+    EXPECT_GT(equal_pairs, 300);
+    EXPECT_LT(equal_pairs, 300 * 300 / 2);
+}
+
+TEST(SymbolicExpression, NamesItsOperators) {
+    std::string words;
+    for (int op = -1; op <= 12; ++op) {
+        words += symbolic_operator_name(Operator{op}) + std::string(" ");
+    }
+    EXPECT_EQ(words, "unknown unknown constant symbol dimension value add multiply power divide "
+                     "minimum maximum log2 unknown ");
+}
+
+} // namespace
+} // namespace Tessaline
