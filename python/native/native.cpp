@@ -6,6 +6,7 @@
 #include "native_catalogue.h"
 #include "native_context.h"
 #include "native_errors.h"
+#include "structured_operands.h"
 
 #include <nanobind/nanobind.h>
 
@@ -15,5 +16,6 @@ NB_MODULE(_native, module) {
     Tessaline::Python::define_native_error(module);
     Tessaline::Python::define_catalogue(module);
     Tessaline::Python::define_context(module);
+    Tessaline::Python::define_structured_operands(module);
     Tessaline::Python::define_build_info(module);
 }
