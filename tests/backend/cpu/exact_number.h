@@ -166,6 +166,8 @@ struct ExactComplex {
         : real(std::move(real_part)),
           imag(std::move(imaginary_part)) {}
 
+    bool is_zero() const { return real.is_zero() && imag.is_zero(); }
+
     ExactComplex operator-() const { return {-real, -imag}; }
     friend ExactComplex operator+(const ExactComplex& a, const ExactComplex& b) {
         return {a.real + b.real, a.imag + b.imag};
@@ -178,7 +180,7 @@ struct ExactComplex {
     ExactNumber imag;
 };
 
-/// The exact determinant of a row-major matrix of order 1 to 10, row by row over all sets of
+/// The exact determinant of a row-major matrix of order up to 10, row by row over all sets of
 /// columns: entry S is the determinant of the first |S| rows in the columns of S.
 template <typename Exact, typename Element>
 Exact exact_determinant(const std::vector<Element>& matrix, std::size_t order) {
