@@ -59,13 +59,13 @@ void expect_buffer_count(ErasedBufferAccess& access, std::size_t count) {
     expect_error<std::out_of_range>([&] { std::as_const(access).buffer(count); }, message);
 }
 
-/// Makes storage of whole elements through `make(initialiser)`, from zeros and from contents, and
-/// checks class and buffer.
+/// Makes storage of whole elements through `make(initialiser)`, from contents and then from zeros,
+/// for which the heap hands out the used memory again, and checks class and buffer.
 template <typename Class, typename Stored, typename Make>
 void expect_single(std::uint64_t count, const Make& make) {
     const auto contents = patterned<Stored>(count);
     const auto view = make_buffer_view(BufferRole::data, contents.data(), count);
-    for (const bool from_contents : {false, true}) {
+    for (const bool from_contents : {true, false}) {
         const auto entity = make(from_contents ? StorageInitialiser(view) : StorageInitialiser());
         auto* storage = dynamic_cast<Class*>(entity.get());
         ASSERT_NE(storage, nullptr);
@@ -83,7 +83,7 @@ void expect_split(std::uint64_t count, const Make& make) {
     const auto imag = patterned<Part>(count, 101);
     const StorageInitialiser views{make_buffer_view(BufferRole::real, real.data(), count),
                                    make_buffer_view(BufferRole::imaginary, imag.data(), count)};
-    for (const bool from_contents : {false, true}) {
+    for (const bool from_contents : {true, false}) {
         const auto entity = make(from_contents ? views : StorageInitialiser());
         auto* storage = dynamic_cast<Class*>(entity.get());
         ASSERT_NE(storage, nullptr);
