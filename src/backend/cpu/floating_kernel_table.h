@@ -5,7 +5,12 @@
 // is a class template of static functions, defined and instantiated in its own source; adding a
 // kernel takes its line here.
 
+#include "backend/cpu/floating_comparisons.h"
+#include "backend/cpu/floating_elementwise.h"
 #include "backend/cpu/floating_operation.h"
+#include "backend/cpu/floating_products.h"
+#include "backend/cpu/floating_reductions.h"
+#include "backend/cpu/floating_structure.h"
 #include "tessaline/execution/backend_execution_bindings.h"
 
 namespace Tessaline {
@@ -32,6 +37,28 @@ class FloatingKernelTable {
 template <typename T>
 constexpr FloatingKernelTable make_floating_kernel_table() {
     FloatingKernelTable table;
+    table[FloatingOperation::sqrt] = FloatingElementwise<T>::sqrt;
+    table[FloatingOperation::conjugate] = FloatingElementwise<T>::conjugate;
+    table[FloatingOperation::multiply] = FloatingElementwise<T>::multiply;
+    table[FloatingOperation::add] = FloatingElementwise<T>::add;
+    table[FloatingOperation::subtract] = FloatingElementwise<T>::subtract;
+    table[FloatingOperation::scale] = FloatingElementwise<T>::scale;
+    table[FloatingOperation::divide] = FloatingElementwise<T>::divide;
+    table[FloatingOperation::sum] = FloatingReductions<T>::sum;
+    table[FloatingOperation::inner] = FloatingReductions<T>::inner;
+    table[FloatingOperation::trace] = FloatingReductions<T>::trace;
+    table[FloatingOperation::norm] = FloatingReductions<T>::norm;
+    table[FloatingOperation::matmul] = FloatingProducts<T>::matmul;
+    table[FloatingOperation::matvec] = FloatingProducts<T>::matvec;
+    table[FloatingOperation::transpose] = FloatingStructure<T>::transpose;
+    table[FloatingOperation::adjoint] = FloatingStructure<T>::adjoint;
+    table[FloatingOperation::kron] = FloatingStructure<T>::kron;
+    table[FloatingOperation::outer] = FloatingStructure<T>::outer;
+    table[FloatingOperation::partial_trace_left] = FloatingStructure<T>::partial_trace_left;
+    table[FloatingOperation::partial_trace_right] = FloatingStructure<T>::partial_trace_right;
+    table[FloatingOperation::eye] = FloatingStructure<T>::eye;
+    table[FloatingOperation::is_unitary] = FloatingComparisons<T>::is_unitary;
+    table[FloatingOperation::vector_equal] = FloatingComparisons<T>::vector_equal;
     return table;
 }
 

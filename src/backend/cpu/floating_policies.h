@@ -24,6 +24,16 @@ T stored_as(ComputeOf<T> value) {
     return static_cast<T>(value);
 }
 
+/// The conjugate of a complex value, a real value itself.
+template <typename Value>
+Value conjugated(Value value) {
+    if constexpr (is_complex_element<Value>) {
+        return std::conj(value);
+    } else {
+        return value;
+    }
+}
+
 } // namespace Tessaline
 
 // Keeps what depends on a policy of the given category where floating kernels exist for it:

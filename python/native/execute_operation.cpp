@@ -1,0 +1,272 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "execute_operation.h"
+
+#include "array_policy.h"
+#include "host_array.h"
+
+#include "tessaline/frontend/elements.h"
+#include "tessaline/storage/borrowed_host_entities.h"
+
+#include <nanobind/stl/string_view.h>
+
+#include <stdexcept>
+#include <vector>
+
+namespace nb = nanobind;
+
+namespace Tessaline::Python {
+
+namespace {
+
+[[noreturn]] void refuse(const std::string& what) {
+    throw std::invalid_argument("Context.execute - " + what);
+}
+
+/// A pointer into an array, with the constness of its use.
+template <typename T>
+BorrowedPointer<T> borrowed(void* data, bool writable) {
+    return writable ? BorrowedPointer<T>(static_cast<T*>(data))
+                    : BorrowedPointer<T>(static_cast<const T*>(data));
+}
+
+template <typename Policy>
+std::unique_ptr<ScalarEntity> borrow_scalar(void* data, bool writable) {
+    if constexpr (Policy::is_complex) {
+        using Part = Component<typename Policy::Stored>;
+        return std::make_unique<
+            BorrowedDenseHostComplexSplitScalar<Part, Component<typename Policy::Compute>>>(
+            borrowed<Part>(data, writable), borrowed<Part>(static_cast<Part*>(data) + 1, writable));
+    } else {
+        return std::make_unique<
+            BorrowedDenseHostRealScalar<typename Policy::Stored, typename Policy::Compute>>(
+            borrowed<typename Policy::Stored>(data, writable));
+    }
+}
+
+template <typename Policy>
+std::unique_ptr<VectorEntity> borrow_vector(void* data, bool writable, std::uint64_t size) {
+    using Stored = typename Policy::Stored;
+    using Compute = typename Policy::Compute;
+    const auto pointer = borrowed<Stored>(data, writable);
+    if constexpr (Policy::is_complex) {
+        return std::make_unique<BorrowedDenseHostComplexInterleavedVector<Stored, Compute>>(pointer,
+                                                                                            size);
+    } else {
+        return std::make_unique<BorrowedDenseHostRealVector<Stored, Compute>>(pointer, size);
+    }
+}
+
+template <typename Policy>
+std::unique_ptr<MatrixEntity> borrow_matrix(void* data, bool writable, std::uint64_t rows,
+                                            std::uint64_t cols) {
+    using Stored = typename Policy::Stored;
+    using Compute = typename Policy::Compute;
+    const auto pointer = borrowed<Stored>(data, writable);
+    if constexpr (Policy::is_complex) {
+        return std::make_unique<BorrowedDenseHostComplexInterleavedMatrix<Stored, Compute>>(
+            pointer, rows, cols);
+    } else {
+        return std::make_unique<BorrowedDenseHostRealMatrix<Stored, Compute>>(pointer, rows, cols);
+    }
+}
+
+void require_alignment(const void* data, const DataTypeDescriptor& type) {
+    const ScalarMetadata& element = scalar_metadata(type.storage_type());
+    if (reinterpret_cast<std::uintptr_t>(data) % scalar_metadata(element.component).size != 0) {
+        throw std::logic_error(
+            "Context.execute - storage buffer type, alignment or count mismatch");
+    }
+}
+
+/// The item of a dictionary, null when it has none.
+nb::handle find(const nb::dict& dictionary, const nb::int_& key) {
+    PyObject* item = PyDict_GetItemWithError(dictionary.ptr(), key.ptr());
+    if (item == nullptr && PyErr_Occurred() != nullptr) {
+        throw nb::python_error();
+    }
+    return item;
+}
+
+/// The state of one call: what it borrows from the caller, and what it hands back.
+class Call {
+  public:
+    Call(const OperationDescription& operation, const nb::dict& bindings, const nb::dict& locations,
+         const nb::dict& compute_dtypes);
+
+    const OperationBindings& bindings() const { return bindings_; }
+    /// Writes boolean results into the caller's elements. Needs no interpreter lock.
+    void export_booleans() const;
+    nb::object results() const;
+
+  private:
+    /// A boolean result: the caller's byte and the scalar that stands for it during the run.
+    struct BooleanExport {
+        std::size_t scalar;
+        std::uint8_t* target;
+    };
+
+    void take(const OperationOperandSpec& operand, const nb::dict& bindings,
+              const nb::dict& locations, const nb::dict& compute_dtypes);
+    void take_array(const OperationOperandSpec& operand, nb::handle array,
+                    std::string_view compute);
+    void take_boolean(const OperationOperandSpec& operand, OperandKind kind, void* data);
+    template <typename Handle>
+    void bind(OperandRole role, bool writable, std::vector<Handle>& handles, Handle handle);
+
+    std::vector<HostArray> arrays_;
+    std::vector<Scalar> scalars_;
+    std::vector<Vector> vectors_;
+    std::vector<Matrix> matrices_;
+    OperationBindings bindings_;
+    std::vector<BooleanExport> booleans_;
+    std::vector<nb::object> results_;
+};
+
+Call::Call(const OperationDescription& operation, const nb::dict& bindings,
+           const nb::dict& locations, const nb::dict& compute_dtypes) {
+    const std::size_t count = operation.operands.size();
+    if (bindings.size() != count || locations.size() != count) {
+        refuse("binding count does not match operation");
+    }
+    for (const auto [key, word] : compute_dtypes) {
+        if (!bindings.contains(key)) {
+            refuse("compute dtype role has no binding");
+        }
+        static_cast<void>(nb::cast<std::string_view>(word));
+    }
+    // Handles must not move once they are bound.
+    arrays_.reserve(count);
+    scalars_.reserve(count);
+    vectors_.reserve(count);
+    matrices_.reserve(count);
+    for (const OperationOperandSpec& operand : operation.operands) {
+        take(operand, bindings, locations, compute_dtypes);
+    }
+    if (bindings_.size() != count) {
+        throw std::logic_error("Context.execute - failed to marshal every binding");
+    }
+}
+
+void Call::take(const OperationOperandSpec& operand, const nb::dict& bindings,
+                const nb::dict& locations, const nb::dict& compute_dtypes) {
+    const nb::int_ key(static_cast<std::uint32_t>(operand.role));
+    const nb::handle compute = find(compute_dtypes, key);
+    const nb::handle binding = find(bindings, key);
+    if (!binding.is_valid()) {
+        refuse("missing binding " + operand_role_name(operand.role));
+    }
+    const nb::handle location = find(locations, key);
+    if (!location.is_valid()) {
+        refuse("missing location for " + operand_role_name(operand.role));
+    }
+    const auto word = nb::cast<std::string_view>(location);
+    if (word != "host" && word != "cuda") {
+        refuse("invalid location for " + operand_role_name(operand.role));
+    }
+    if (operand.access != OperandAccess::read) {
+        results_.push_back(nb::borrow(binding));
+    }
+    if (word == "cuda") {
+        refuse("CUDA binding requires a device-specific Context");
+    }
+    take_array(operand, binding,
+               compute.is_valid() ? nb::cast<std::string_view>(compute) : std::string_view());
+}
+
+void Call::take_array(const OperationOperandSpec& operand, nb::handle array,
+                      std::string_view compute) {
+    const bool writable = operand.access != OperandAccess::read;
+    const HostArray& taken = arrays_.emplace_back(array, writable);
+    if (taken.rank() > 2) {
+        refuse("array binding rank must be zero, one or two");
+    }
+    const OperandKind kind = operand.kind.value_or(static_cast<OperandKind>(taken.rank()));
+    const ArrayPolicy policy = select_array_policy(taken.dtype(), compute);
+    if (kind > OperandKind::Matrix) {
+        refuse("structured binding requires LUOperand or EigenOperand");
+    }
+    static constexpr const char* rank_words[] = {"scalar binding must have rank zero",
+                                                 "vector binding must have rank one",
+                                                 "matrix binding must have rank two"};
+    if (static_cast<std::size_t>(kind) != taken.rank()) {
+        refuse(rank_words[static_cast<std::size_t>(kind)]);
+    }
+    if (!policy) {
+        take_boolean(operand, kind, taken.data());
+        return;
+    }
+    require_alignment(taken.data(), *policy);
+    visit_numeric_policy(*policy, [&](auto numeric_policy) {
+        using Policy = decltype(numeric_policy);
+        if (kind == OperandKind::Scalar) {
+            bind(operand.role, writable, scalars_,
+                 Scalar(borrow_scalar<Policy>(taken.data(), writable)));
+        } else if (kind == OperandKind::Vector) {
+            bind(operand.role, writable, vectors_,
+                 Vector(borrow_vector<Policy>(taken.data(), writable, taken.extent(0))));
+        } else {
+            bind(operand.role, writable, matrices_,
+                 Matrix(borrow_matrix<Policy>(taken.data(), writable, taken.extent(0),
+                                              taken.extent(1))));
+        }
+    });
+}
+
+void Call::take_boolean(const OperationOperandSpec& operand, OperandKind kind, void* data) {
+    if (kind != OperandKind::Scalar) {
+        refuse("bool arrays are supported only for scalar outputs");
+    }
+    if (operand.access == OperandAccess::read) {
+        refuse("bool scalar bindings must be writable");
+    }
+    auto* const target = static_cast<std::uint8_t*>(data);
+    const int content = operand.access == OperandAccess::read_write ? *target : 0;
+    const StorageInitialiser initialiser(make_buffer_view(BufferRole::data, &content, 1));
+    booleans_.push_back({scalars_.size(), target});
+    bind(operand.role, true, scalars_,
+         Scalar::host_impl(DataTypeDescriptor::real_int(), {}, initialiser));
+}
+
+template <typename Handle>
+void Call::bind(OperandRole role, bool writable, std::vector<Handle>& handles, Handle handle) {
+    Handle& kept = handles.emplace_back(std::move(handle));
+    if (writable) {
+        bindings_.bind(role, kept);
+    } else {
+        bindings_.bind(role, std::as_const(kept));
+    }
+}
+
+void Call::export_booleans() const {
+    for (const BooleanExport& boolean : booleans_) {
+        *boolean.target = value<int>(scalars_[boolean.scalar]) != 0 ? 1 : 0;
+    }
+}
+
+nb::object Call::results() const {
+    if (results_.size() == 1) {
+        return results_.front();
+    }
+    nb::list list;
+    for (const nb::object& result : results_) {
+        list.append(result);
+    }
+    return nb::tuple(list);
+}
+
+} // namespace
+
+nb::object execute_operation(const NativeContext& context, std::string_view operation,
+                             const nb::dict& bindings, const nb::dict& locations,
+                             const nb::dict& compute_dtypes) {
+    const OperationId id = OperationId::parse(operation);
+    const Call call(context.context().describe(id), bindings, locations, compute_dtypes);
+    {
+        const nb::gil_scoped_release unlocked;
+        context.executor().execute(id, call.bindings());
+        call.export_booleans();
+    }
+    return call.results();
+}
+
+} // namespace Tessaline::Python

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The execution context of Python callers.
+
+#include "tessaline/frontend/tessaline_executor.h"
+
+#include <nanobind/nanobind.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace Tessaline::Python {
+
+/// A sealed catalogue, shared by the contexts that run on it.
+struct NativeCatalogue {
+    std::shared_ptr<TessalineContext> context;
+};
+
+/// Constructed once and never changed; several Python threads may use one.
+class NativeContext {
+  public:
+    /// What Python passes, in the order of its arguments.
+    struct Arguments {
+        std::size_t thread_count;
+        std::size_t min_parallel_work;
+        std::int32_t cuda_device; ///< negative for the CPU alone
+        std::size_t stream_pool_size;
+        std::optional<std::uint64_t> external_stream;
+        std::string numa_policy;
+        std::string pinning_policy;
+        std::string scheduling;
+        std::string cross_device;
+        const NativeCatalogue* catalogue; ///< null for a fresh one of the built-in operations
+    };
+
+    /// Raises std::invalid_argument for an unknown policy word and for options that the machine
+    /// cannot meet, std::runtime_error for a device where there is none.
+    explicit NativeContext(const Arguments& arguments);
+
+    std::size_t thread_count() const { return thread_count_; }
+    std::size_t min_parallel_work() const { return min_parallel_work_; }
+    std::int32_t cuda_device() const { return cuda_device_; }
+
+    const TessalineContext& context() const { return *context_; }
+    const TessalineExecutor& executor() const { return executor_; }
+
+  private:
+    std::shared_ptr<TessalineContext> context_;
+    TessalineExecutor executor_;
+    std::size_t thread_count_;
+    std::size_t min_parallel_work_;
+    std::int32_t cuda_device_;
+};
+
+void define_context(nanobind::module_& module);
+
+} // namespace Tessaline::Python

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// How native failures become Python exceptions.
+
+#include <nanobind/nanobind.h>
+
+#include <stdexcept>
+
+namespace Tessaline::Python {
+
+/// A failure of the binding itself that arrives as NativeError without attributes.
+class NativeErrorTag : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Defines NativeError, a RuntimeError. Failures with a reason become one with the attributes
+/// `operation` and `reason` and, by class, `library`, `native_status` and `status_name` or
+/// `detail`. All other native exceptions are translated by nanobind's own rules.
+void define_native_error(nanobind::module_& module);
+
+} // namespace Tessaline::Python
