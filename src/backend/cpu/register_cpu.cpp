@@ -19,6 +19,4 @@ void register_cpu_backends(BackendRegistry& registry, const RegistrationProvenan
         provenance, std::nullopt);
 }
 
-void register_cpu_adaptations(BackendAdaptationRegistry&) {}
-
 } // namespace Tessaline
