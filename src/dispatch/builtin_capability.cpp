@@ -5,6 +5,10 @@
 
 namespace Tessaline::BackendRegistration {
 
+SymbolicExpression sum(std::vector<SymbolicExpression> terms) {
+    return SymbolicExpression::operation(SymbolicOperator::add, std::move(terms));
+}
+
 SymbolicExpression product(std::vector<SymbolicExpression> factors) {
     return SymbolicExpression::operation(SymbolicOperator::multiply, std::move(factors));
 }

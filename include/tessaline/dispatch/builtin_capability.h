@@ -28,6 +28,7 @@ BackendEntry backend_entry(StepFactory make_step) {
 
 /// Each of these is one node; an operand count that its operator does not take raises
 /// std::invalid_argument.
+TESSALINE_API SymbolicExpression sum(std::vector<SymbolicExpression> terms);
 TESSALINE_API SymbolicExpression product(std::vector<SymbolicExpression> factors);
 TESSALINE_API SymbolicExpression power(SymbolicExpression base, long exponent);
 TESSALINE_API SymbolicExpression minimum(SymbolicExpression a, SymbolicExpression b);
