@@ -7,10 +7,12 @@
 
 #include "backend/cpu/floating_comparisons.h"
 #include "backend/cpu/floating_elementwise.h"
+#include "backend/cpu/floating_lu.h"
 #include "backend/cpu/floating_operation.h"
 #include "backend/cpu/floating_products.h"
 #include "backend/cpu/floating_reductions.h"
 #include "backend/cpu/floating_structure.h"
+#include "backend/cpu/structured_logdet.h"
 #include "tessaline/execution/backend_execution_bindings.h"
 
 namespace Tessaline {
@@ -59,6 +61,12 @@ constexpr FloatingKernelTable make_floating_kernel_table() {
     table[FloatingOperation::eye] = FloatingStructure<T>::eye;
     table[FloatingOperation::is_unitary] = FloatingComparisons<T>::is_unitary;
     table[FloatingOperation::vector_equal] = FloatingComparisons<T>::vector_equal;
+    table[FloatingOperation::lu_factor] = FloatingLu<T>::lu_factor;
+    table[FloatingOperation::solve] = FloatingLu<T>::solve;
+    table[FloatingOperation::logdet] = FloatingLu<T>::logdet;
+    table[FloatingOperation::slogdet] = StructuredLogdet<T>::slogdet;
+    table[FloatingOperation::logdet_positive_definite] =
+        StructuredLogdet<T>::logdet_positive_definite;
     return table;
 }
 
