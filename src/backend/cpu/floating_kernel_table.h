@@ -6,11 +6,15 @@
 // kernel takes its line here.
 
 #include "backend/cpu/floating_comparisons.h"
+#include "backend/cpu/floating_eigen.h"
 #include "backend/cpu/floating_elementwise.h"
+#include "backend/cpu/floating_lu.h"
+#include "backend/cpu/floating_matrix_power.h"
 #include "backend/cpu/floating_operation.h"
 #include "backend/cpu/floating_products.h"
 #include "backend/cpu/floating_reductions.h"
 #include "backend/cpu/floating_structure.h"
+#include "backend/cpu/structured_logdet.h"
 #include "tessaline/execution/backend_execution_bindings.h"
 
 namespace Tessaline {
@@ -59,6 +63,17 @@ constexpr FloatingKernelTable make_floating_kernel_table() {
     table[FloatingOperation::eye] = FloatingStructure<T>::eye;
     table[FloatingOperation::is_unitary] = FloatingComparisons<T>::is_unitary;
     table[FloatingOperation::vector_equal] = FloatingComparisons<T>::vector_equal;
+    table[FloatingOperation::lu_factor] = FloatingLu<T>::lu_factor;
+    table[FloatingOperation::solve] = FloatingLu<T>::solve;
+    table[FloatingOperation::logdet] = FloatingLu<T>::logdet;
+    table[FloatingOperation::slogdet] = StructuredLogdet<T>::slogdet;
+    table[FloatingOperation::logdet_positive_definite] =
+        StructuredLogdet<T>::logdet_positive_definite;
+    table[FloatingOperation::eig] = FloatingEigen<T>::eig;
+    table[FloatingOperation::principal_eigenvector] = FloatingEigen<T>::principal_eigenvector;
+    table[FloatingOperation::eigh] = FloatingEigen<T>::eigh;
+    table[FloatingOperation::eigvalsh] = FloatingEigen<T>::eigvalsh;
+    table[FloatingOperation::matrix_power] = FloatingMatrixPower<T>::matrix_power;
     return table;
 }
 
