@@ -2,16 +2,16 @@
 #include "backend/cpu/cpu_floating_numerics.h"
 
 #include "backend/cpu/cpu_solver_numerics.h"
+#include "backend/cpu/eigen_limits.h"
+#include "backend/cpu/eigen_schur.h"
 #include "backend/cpu/floating_comparisons.h"
-#include "backend/cpu/solver_limits.h"
+#include "backend/cpu/structured_solver.h"
 
 namespace Tessaline::CpuNumerics {
 
 namespace {
 
 using namespace BackendRegistration;
-
-namespace Limits = SolverLimits;
 
 using Operation = FloatingOperation;
 
@@ -48,8 +48,8 @@ PolicyNumerics policy_numerics() {
             .structured = {Policy::is_complex ? ScalarType::Complex128 : ScalarType::Float64,
                            std::is_same_v<Real, double> ? PrecisionMode::native
                                                         : PrecisionMode::widened},
-            .convergence_tolerance = Limits::deflation_tolerance<Real>,
-            .residual_tolerance = Limits::residual_tolerance<Real>};
+            .convergence_tolerance = CpuFallback::deflation_tolerance<Real>,
+            .residual_tolerance = CpuFallback::residual_tolerance<Real>};
 }
 
 SymbolicExpression order_of_input() {
@@ -74,7 +74,7 @@ ImplementationNumerics hermitian_jacobi(const PolicyNumerics& policy) {
         "cpu.hermitian_jacobi", policy,
         sum({product({power(order_of_input(), 3), SymbolicExpression::symbol("sweeps")}),
              power(order_of_input(), 2)}),
-        {{"maximum_sweeps", std::int64_t{Limits::jacobi_sweeps},
+        {{"maximum_sweeps", std::int64_t{CpuStructured::maximum_jacobi_sweeps},
           "Cyclic Jacobi sweep limit, configured at build time."}},
         {"sweeps is bounded by maximum_sweeps."});
 }
@@ -82,7 +82,8 @@ ImplementationNumerics hermitian_jacobi(const PolicyNumerics& policy) {
 ImplementationNumerics eigenvectors(std::string algorithm, const PolicyNumerics& policy) {
     return shifted_qr(
         std::move(algorithm), policy.structured.mode,
-        {{"maximum_iterations", std::int64_t{Limits::qr_iterations}, "Per active dimension."},
+        {{"maximum_iterations", std::int64_t{CpuFallback::maximum_iterations},
+          "Per active dimension."},
          {"convergence_tolerance", policy.convergence_tolerance, "Relative deflation tolerance."},
          {"residual_tolerance", policy.residual_tolerance, "Normalised right-eigenpair residual."}},
         {},
@@ -103,8 +104,10 @@ ImplementationNumerics record_of(Operation operation, const PolicyNumerics& poli
     case Operation::lu_factor:
         return lu_factor("cpu.partial_pivoting_lu", policy.factors);
     case Operation::solve:
+        // A right-hand side that is stored otherwise than computed is copied.
         return solve("cpu.triangular_substitution", policy.factors,
-                     SymbolicExpression::constant(0));
+                     policy.factors.mode == PrecisionMode::native ? SymbolicExpression::constant(0)
+                                                                  : order_of_input());
     case Operation::logdet:
         return lu_logdet("cpu.lu_logdet", policy.factors);
     case Operation::eig:

@@ -2,8 +2,10 @@
 #include "backend/cpu/cpu_numerics.h"
 
 #include "backend/cpu/cpu_solver_numerics.h"
+#include "backend/cpu/eigen_limits.h"
+#include "backend/cpu/eigen_schur.h"
+#include "backend/cpu/engine_power_methods.h"
 #include "backend/cpu/floating_comparisons.h"
-#include "backend/cpu/solver_limits.h"
 #include "tessaline/catalogue/builtin_operation_ids.h"
 
 #include <algorithm>
@@ -15,7 +17,6 @@ namespace {
 using namespace BackendRegistration;
 
 namespace Ids = BuiltinOperations;
-namespace Limits = SolverLimits;
 
 constexpr OperandRole in0{0};
 constexpr SolverPrecision single_precision{ScalarType::Complex64, PrecisionMode::native};
@@ -41,16 +42,16 @@ std::int64_t count(int value) {
 ImplementationNumerics complex_eig() {
     return shifted_qr(
         "simd.balanced_shifted_qr_iteration.schur_back_substitution", PrecisionMode::widened,
-        {{"convergence_tolerance", Limits::deflation_tolerance<float>,
+        {{"convergence_tolerance", CpuFallback::deflation_tolerance<float>,
           "Trailing-row-and-column-relative deflation tolerance, guarded by original-coordinate "
           "backward error."},
-         {"maximum_iterations", count(Limits::qr_iterations),
+         {"maximum_iterations", count(CpuFallback::maximum_iterations),
           "Maximum number of shifted QR iterations without deflation."},
-         {"exceptional_shift_interval", count(Limits::exceptional_shift_interval),
+         {"exceptional_shift_interval", count(CpuFallback::exceptional_shift_interval),
           "Number of non-deflating iterations between exceptional shifts."},
-         {"maximum_balance_sweeps", count(Limits::balance_sweeps),
+         {"maximum_balance_sweeps", count(CpuFallback::maximum_balance_sweeps),
           "Maximum number of radix-two matrix-balancing sweeps."},
-         {"residual_tolerance", Limits::residual_tolerance<float>,
+         {"residual_tolerance", CpuFallback::residual_tolerance<float>,
           "Maximum double-precision normalised right-eigenpair residual."}},
         {"The complex64 matrix is balanced with reversible radix-two entry scaling before "
          "conversion to complex128.",
@@ -67,9 +68,9 @@ ImplementationNumerics complex_principal_eigenvector() {
         "simd.power_iteration", StabilityKind::not_guaranteed,
         product({square, SymbolicExpression::symbol("iterations")}), square, PrecisionMode::native,
         ReductionOrder::library_defined, scalar_metadata(ScalarType::Complex64).name,
-        {{"convergence_tolerance", double{Limits::power_tolerance},
+        {{"convergence_tolerance", double{EnginePowerMethods::convergence_tolerance},
           "Euclidean iterate-difference norm stopping tolerance."},
-         {"maximum_iterations", count(Limits::power_iterations),
+         {"maximum_iterations", count(EnginePowerMethods::maximum_iterations),
           "Maximum power-iteration count per starting vector."}},
         {"iterations is bounded by maximum_iterations."},
         {"Matrix-vector products and reductions use native complex single precision."},
