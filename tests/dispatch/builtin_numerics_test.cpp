@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/expect_error.h"
-#include "support/operand_text.h"
+#include "support/numerics_text.h"
 #include "tessaline/dispatch/builtin_capability.h"
 
 #include <gmock/gmock.h>
@@ -14,20 +14,8 @@ using namespace BackendRegistration;
 using ::testing::ElementsAre;
 using Testing::expect_error;
 using ::testing::IsEmpty;
+using Testing::key_of;
 using Texts = std::vector<std::string>;
-
-/// The key of an operation over operands written as text, all stored in one type.
-BackendRegistryKey key_of(const std::string& name, const std::string& operands,
-                          ScalarType storage = ScalarType::Float64) {
-    std::vector<BackendOperandKey> inputs;
-    std::vector<BackendOperandKey> outputs;
-    for (const OperandDescriptor& operand : Testing::operands_of(operands)) {
-        BackendOperandKey key = operand_key_for(operand);
-        key.storage = storage;
-        (is_output_role(operand.role()) ? outputs : inputs).push_back(key);
-    }
-    return {BackendKind::cpu_simd, OperationId("tessaline." + name, 1), inputs, outputs};
-}
 
 /// Every field has a value that no other one has.
 DenseNumericsProfile plain_profile() {

@@ -82,6 +82,17 @@ constexpr FloatingRow table[] = {
     {Operation::logdet_positive_definite, {matrix}, {real_scalar}},
 };
 
+consteval bool rows_are_in_order() {
+    std::size_t index = 0;
+    for (const FloatingRow& row : table) {
+        if (static_cast<std::size_t>(row.operation) != index++) {
+            return false;
+        }
+    }
+    return index == floating_operation_count;
+}
+static_assert(rows_are_in_order());
+
 template <typename Policy>
 DataTypeDescriptor type_under(OperandType type) {
     using Compute = typename Policy::Compute;

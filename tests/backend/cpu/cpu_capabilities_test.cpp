@@ -4,16 +4,13 @@
 #include "backend/cpu/floating_operation.h"
 #include "support/expect_error.h"
 #include "support/key_storage.h"
-#include "tessaline/backend/cpu/register_cpu.h"
+#include "support/key_text.h"
+#include "support/numerics_text.h"
 #include "tessaline/catalogue/builtin_operation_ids.h"
-#include "tessaline/catalogue/errors.h"
-#include "tessaline/frontend/tessaline_context.h"
-#include "tessaline/storage/storage_contract.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <cmath>
 #include <sstream>
 
 namespace Tessaline {
@@ -22,7 +19,9 @@ namespace {
 using BackendRegistration::BuiltinCapability;
 using BackendRegistration::floating_operations;
 using Testing::expect_error;
+using Testing::key_text;
 using Testing::OperandsOfKeys;
+using Testing::summary;
 
 /// The types of a policy's rows, as storage and compute type, by the letters of the table below.
 struct Policy {
@@ -87,53 +86,29 @@ const char* const signatures[] = {
     "logdet_positive_definite: ms > sr",
 };
 
-std::string described(char kind, const std::string& type) {
-    const bool interleaved = kind != 's' && type.starts_with("complex");
-    const char* layout = kind == 'm' ? ", row" : kind == 'l' || kind == 'e' ? ", column" : "";
-    return std::string(1, kind) + " " + type + (interleaved ? ", interleaved" : "") + layout;
-}
-
-std::string described(const BackendOperandKey& key) {
-    const bool tagged =
-        key.kind == OperandKind::Scalar || key.format.tag != OperandFormat::Tag::none;
-    EXPECT_TRUE(tagged && dense_storage_contract(key)) << describe_operand_key(key);
-    EXPECT_EQ(key.location, DataLocation::pageable_host);
-    const char* layout = !key.layout                                 ? ""
-                         : key.layout == DataMatrixLayout::row_major ? ", row"
-                                                                     : ", column";
-    return std::string(1, "svmle"[static_cast<std::size_t>(key.kind)]) + " " +
-           scalar_metadata(key.storage).name + "/" + scalar_metadata(key.compute).name +
-           (key.complex == DataComplexLayout::interleaved ? ", interleaved" : "") + layout;
-}
-
-std::string described(const BackendRegistryKey& key) {
-    std::string text = key.op().canonical();
-    for (const BackendOperandKey& input : key.inputs()) {
-        text += "; " + described(input);
-    }
-    text += " >";
-    for (const BackendOperandKey& output : key.outputs()) {
-        text += "; " + described(output);
-    }
-    return text;
-}
-
+/// What key_text gives for a signature under a policy.
 std::string expected_key(const std::string& signature, const Policy& policy) {
     std::istringstream words(signature);
     std::string word;
     words >> word;
-    std::string text = "tessaline." + word.substr(0, word.size() - 1) + "@1";
+    std::string text = "tessaline." + word.substr(0, word.size() - 1) + "@1:";
+    const char* separator = " ";
     while (words >> word) {
         if (word == ">") {
             text += " >";
+            separator = " ";
             continue;
         }
-        const char* type = word[1] == 's'   ? policy.s
-                           : word[1] == 'c' ? policy.c
-                           : word[1] == 'r' ? policy.r
-                           : word[1] == 'z' ? policy.z
-                                            : "int32/int32";
-        text += "; " + described(word[0], type);
+        const char kind = word[0];
+        const std::string type = word[1] == 's'   ? policy.s
+                                 : word[1] == 'c' ? policy.c
+                                 : word[1] == 'r' ? policy.r
+                                 : word[1] == 'z' ? policy.z
+                                                  : "int32/int32";
+        text += separator + std::string(1, kind) + " " + type;
+        text += kind != 's' && type.starts_with("complex") ? " interleaved" : "";
+        text += kind == 'm' ? " row" : kind == 'l' || kind == 'e' ? " column" : "";
+        separator = ", ";
     }
     return text;
 }
@@ -143,7 +118,7 @@ TEST(CpuFloatingCapabilities, AcceptTheOperandsOfEveryOperationInEveryPolicy) {
         const auto rows = cpu_floating_capabilities(policy.type);
         ASSERT_EQ(rows.size(), std::size(signatures));
         for (std::size_t index = 0; index < rows.size(); ++index) {
-            EXPECT_EQ(described(rows[index].key), expected_key(signatures[index], policy));
+            EXPECT_EQ(key_text(rows[index].key), expected_key(signatures[index], policy));
             EXPECT_EQ(rows[index].key.op(), floating_operations[index].get());
             EXPECT_EQ(rows[index].key.backend(), BackendKind::cpu_simd);
         }
@@ -200,14 +175,6 @@ ImplementationNumerics record_of(const std::vector<BuiltinCapability>& rows,
         return candidate.key.op() == operation;
     });
     return canonicalise_implementation_numerics(row->numerics.value(), row->key);
-}
-
-/// "algorithm: stability, mode in accumulation, order", with 0 for no accumulation type.
-std::string summary(const ImplementationNumerics& record) {
-    return record.algorithm + ": " + stability_kind_name(record.stability) + ", " +
-           precision_mode_name(record.precision.mode) + " in " +
-           record.precision.accumulation_dtype.value_or("0") + ", " +
-           reduction_order_name(record.precision.reduction_order);
 }
 
 using Parameters = std::vector<AlgorithmParameter>;
