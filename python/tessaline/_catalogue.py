@@ -121,9 +121,15 @@ class Description:
         ]
 
     def _constraint(self, constraint: dict[str, Any]) -> str:
-        # The letters already say which sizes agree, so the axes are named in full here.
+        # The signature has the letters, so the axes are named in full here.
+        names = {
+            (each["role"], 0): f"length({role_name(each['role'])})"
+            for each in self.record["shapes"]
+            if each["rank"] == 1
+        }
         relation = _RELATIONS.get(constraint["relation"], constraint["relation"])
-        return f"{formula(constraint['left'])} {relation} {formula(constraint['right'])}"
+        left, right = (formula(constraint[side], names) for side in ("left", "right"))
+        return f"{left} {relation} {right}"
 
     def _requirement(self, requirement: dict[str, Any]) -> str:
         roles = ", ".join(role_name(role) for role in requirement["roles"])
@@ -145,7 +151,7 @@ class Description:
             for parameter in numerics["parameters"]:
                 text = f"{parameter['name']} = {parameter['value']}. {parameter['description']}"
                 values.setdefault(text, []).append(dtype)
-        return [f"{text} ({', '.join(dict.fromkeys(on))})" for text, on in values.items()]
+        return self._where(values)
 
     def _remarks(self) -> list[str]:
         remarks: dict[str, list[str]] = {}
@@ -153,10 +159,19 @@ class Description:
             for part in (numerics["complexity"], numerics["precision"], numerics):
                 for note in part["notes"]:
                     remarks.setdefault(note, []).append(dtype)
-        return [f"{note} ({', '.join(dict.fromkeys(on))})" for note, on in remarks.items()]
+        return self._where(remarks)
+
+    def _where(self, entries: dict[str, list[str]]) -> list[str]:
+        """Texts with the dtypes they hold for, unless they hold for all."""
+        every = {dtype for dtype, _ in self._numerics()}
+        return [
+            text if set(on) == every else f"{text} ({', '.join(dict.fromkeys(on))})"
+            for text, on in entries.items()
+        ]
 
     def _tables(self) -> list[tuple[str, list[str], list[list[str]]]]:
-        header = ["dtype", "backend", "algorithm", "stability", "work", "extra space", "sums in", "order"]
+        header = ["dtype", "backend", "algorithm", "stability", "work", "extra space"]
+        header += ["sums in", "order"]
         rows = []
         for each in self.record["implementations"]:
             numerics = each["numerics"]

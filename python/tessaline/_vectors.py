@@ -135,7 +135,9 @@ def _number(name: str, operand: str, value: Any, x: Any, dtype: DTypeLike) -> An
         stored = complex(target[()])
         if math.isfinite(wide.real) and math.isfinite(wide.imag):
             if not (math.isfinite(stored.real) and math.isfinite(stored.imag)):
-                raise OverflowError(f"{name}: {operand} {value} is out of the range of {target.dtype}")
+                raise OverflowError(
+                    f"{name}: {operand} {value} is out of the range of {target.dtype}"
+                )
         return target
     return value
 
