@@ -107,7 +107,7 @@ def check_output(
             ("c_contiguous", "is not C-contiguous"),
             ("aligned", "is not aligned"),
         ):
-            if not out.flags[flag]:
+            if not getattr(out.flags, flag):
                 raise ValueError(f"{name}: {label} {fault}, so the result cannot be written there")
     return out
 

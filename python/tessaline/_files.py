@@ -90,7 +90,10 @@ def save(path: Path, arrays: Mapping[str, Any]) -> None:
     (array,) = plain.values()
     if suffix == ".npy":
         np.save(path, array)
-    elif suffix == ".mtx":
+        return
+    # Text formats know numbers only.
+    array = array.astype(np.int8) if array.dtype == bool else array
+    if suffix == ".mtx":
         _matrix_market.write(path, array)
     else:
         rows = array.reshape(len(array), -1) if array.ndim else array.reshape(1, 1)
