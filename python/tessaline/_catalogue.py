@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 """The catalogue for people: what operations there are, and what each promises."""
 
-from html import escape
 from typing import Any
 
 from ._context import Context, default_catalogue
@@ -83,6 +82,9 @@ class Description:
         return "\n".join(lines)
 
     def _repr_html_(self) -> str:
+        # Only notebooks come here, and the module takes a while to import.
+        from html import escape
+
         parts = [f"<h4><code>{escape(self.id)}</code></h4>"]
         for title, entries in self._sections():
             if entries:

@@ -78,7 +78,7 @@ class Context(_native.Context):
         self.pinning_policy = pinning_policy
         self.numa_policy = numa_policy
         # The catalogue is sealed, so what it once said about result dtypes stays true.
-        self._result_dtypes: dict[tuple[str, tuple[Dtype, ...]], tuple[Dtype, ...]] = {}
+        self._result_dtypes: dict[tuple[Signature, tuple[Dtype, ...]], tuple[Dtype, ...]] = {}
 
     def __repr__(self) -> str:
         return (
@@ -104,7 +104,7 @@ class Context(_native.Context):
 
         Raises UnsupportedError where no implementation takes them.
         """
-        key = (signature.name, inputs)
+        key = (signature, inputs)
         known = self._result_dtypes.get(key)
         if known is None:
             known = self._infer(signature, inputs)

@@ -154,7 +154,7 @@ def lu_factor(
     """
     context = current_context(context)
     (array,) = make_ready("lu_factor", _LU_FACTOR.names, (a,), dtype)
-    _LU_FACTOR.bind((array,))
+    _LU_FACTOR.bind((array.shape,))
     operand = _native.LUOperand(array)
     context.run(_LU_FACTOR, {OUTPUT: operand})
     return LUFactor(operand, array.dtype, context)
@@ -249,7 +249,7 @@ def eig(
     """
     context = current_context(context)
     (array,) = make_ready("eig", _EIG.names, (a,), dtype)
-    n = _EIG.bind((array,))["n"]
+    n = _EIG.bind((array.shape,))["n"]
     result = _complex_of(computed_in(array.dtype))
     outputs = None
     if out is not None:

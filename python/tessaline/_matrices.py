@@ -134,13 +134,13 @@ def _partial_trace(
     signature: Any, a: ArrayLike, order: SupportsIndex, out: Any, dtype: Any, context: Any
 ) -> Array:
     (array,) = make_ready(signature.name, signature.names, (a,), dtype)
-    sizes = signature.bind((array,))
+    sizes = signature.bind((array.shape,))
     kept = operator.index(order)
     if kept < 1 or sizes["n"] % kept:
         raise ValueError(
             f"{signature.name}: the order {kept} of the result must divide that of a, {sizes['n']}"
         )
-    return call(signature, (array,), out=out, context=context, sizes={"m": kept})
+    return call(signature, (array,), out=out, context=context, m=kept)
 
 
 def partial_trace_left(
@@ -209,9 +209,8 @@ def matrix_power(
     if power > _EXPONENT_LIMIT:
         raise OverflowError(f"matrix_power: the exponent {power} exceeds {_EXPONENT_LIMIT}")
     count = np.array(power, np.int32)
-    sizes = _POWER.bind((array, count))
-    shape = _POWER.output_shape(0, sizes)
-    (result,) = outputs_for(_POWER, [shape], [array.dtype], (array,), out)
+    shapes = _POWER.result_shapes((array.shape, count.shape))
+    (result,) = outputs_for(_POWER, shapes, (array.dtype,), (array,), out)
     context.run(_POWER, {INPUT: array, INPUT + 1: count, OUTPUT: result})
     return result
 

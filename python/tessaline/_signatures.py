@@ -7,10 +7,8 @@ a product such as ``m*p`` may stand on the right.
 """
 
 from collections.abc import Sequence
-from dataclasses import dataclass, field
-from typing import Any
-
-from numpy.typing import NDArray
+from functools import lru_cache
+from math import prod
 
 INPUT = 0
 OUTPUT = 1 << 31
@@ -29,59 +27,79 @@ def _operands(text: str) -> list[str]:
     return [piece.lstrip(",") + ")" for piece in pieces]
 
 
-@dataclass(slots=True)
 class Signature:
-    """How one operation is called."""
+    """How one operation is called.
 
-    name: str
-    text: str
-    #: The output may be the memory of an input: each element depends on its own place alone.
-    elementwise: bool = False
-    #: The last input, if there is any, is overwritten: natively it is the output.
-    in_place: bool = False
-    id: str = field(init=False)
-    names: tuple[str, ...] = field(init=False)
-    inputs: tuple[tuple[str, ...], ...] = field(init=False)
-    outputs: tuple[tuple[str, ...], ...] = field(init=False)
-    read_count: int = field(init=False)
-    #: Where the operands of each role lie.
-    locations: dict[int, str] = field(init=False)
+    Attributes:
+        name: of the function.
+        text: the signature as it is printed.
+        elementwise: the output may be the memory of an input, because each element depends on its
+            own place alone.
+        in_place: the last input, if there is any, is overwritten: natively it is the output.
+        names: of the inputs.
+        inputs: the letters of each input's axes.
+        outputs: the letters of each output's axes.
+        read_count: how many inputs natively are inputs.
+        locations: where the operands of each role lie.
+    """
 
-    def __post_init__(self) -> None:
-        self.id = f"tessaline.{self.name}@1"
-        left, right = self.text.split("->")
-        self.names = tuple(piece[: piece.index("(")] for piece in _operands(left))
-        self.inputs = tuple(_dimensions(piece) for piece in _operands(left))
-        self.outputs = tuple(_dimensions(piece) for piece in _operands(right))
-        self.read_count = max(0, len(self.inputs) - self.in_place)
+    __slots__ = (
+        "elementwise",
+        "id",
+        "in_place",
+        "inputs",
+        "locations",
+        "name",
+        "names",
+        "outputs",
+        "read_count",
+        "text",
+    )
+
+    def __init__(
+        self, name: str, text: str, elementwise: bool = False, in_place: bool = False
+    ) -> None:
+        self.name = name
+        self.text = text
+        self.elementwise = elementwise
+        self.in_place = in_place
+        self.id = f"tessaline.{name}@1"
+        left, right = (_operands(side) for side in text.split("->"))
+        self.names = tuple(piece[: piece.index("(")] for piece in left)
+        self.inputs = tuple(_dimensions(piece) for piece in left)
+        self.outputs = tuple(_dimensions(piece) for piece in right)
+        self.read_count = max(0, len(left) - in_place)
         roles = [INPUT + i for i in range(self.read_count)]
-        roles += [OUTPUT + i for i in range(len(self.outputs))]
+        roles += [OUTPUT + i for i in range(len(right))]
         self.locations = dict.fromkeys(roles, "host")
 
-    def bind(self, arrays: Sequence[NDArray[Any]]) -> dict[str, int]:
+    def bind(self, shapes: Sequence[Shape]) -> dict[str, int]:
         """The size of each letter. Raises ValueError for shapes that do not fit."""
         sizes: dict[str, int] = {}
-        for dimensions, array in zip(self.inputs, arrays):
-            shape = array.shape
+        for dimensions, shape in zip(self.inputs, shapes):
             if len(shape) != len(dimensions):
-                raise ValueError(self._misfit(arrays))
+                raise ValueError(self._misfit(shapes))
             for letter, size in zip(dimensions, shape):
                 if sizes.setdefault(letter, size) != size:
-                    raise ValueError(self._misfit(arrays))
+                    raise ValueError(self._misfit(shapes))
         return sizes
 
-    def _misfit(self, arrays: Sequence[NDArray[Any]]) -> str:
-        shapes = ", ".join(f"{name} {array.shape}" for name, array in zip(self.names, arrays))
-        return f"{self.name} takes {self.text}; the shapes here are {shapes}"
+    def _misfit(self, shapes: Sequence[Shape]) -> str:
+        given = ", ".join(f"{name} {shape}" for name, shape in zip(self.names, shapes))
+        return f"{self.name} takes {self.text}; the shapes here are {given}"
 
-    def output_shape(self, index: int, sizes: dict[str, int]) -> Shape:
-        shape = []
-        for dimension in self.outputs[index]:
-            size = 1
-            for letter in dimension.split("*"):
-                size *= sizes[letter]
-            shape.append(size)
-        return tuple(shape)
+    # A program calls with few different shapes, and a small operation takes less time than this.
+    @lru_cache(maxsize=4096)
+    def result_shapes(self, shapes: tuple[Shape, ...], **sizes: int) -> tuple[Shape, ...]:
+        """The shapes of the results for operands of these shapes, and letters that none has.
+
+        Raises ValueError for shapes that do not fit.
+        """
+        sizes |= self.bind(shapes)
+        return tuple(
+            tuple(prod(sizes[letter] for letter in dimension.split("*")) for dimension in output)
+            for output in self.outputs
+        )
 
     def letters(self) -> dict[tuple[int, int], str]:
         """The letter of each axis of each operand, by role and axis."""
