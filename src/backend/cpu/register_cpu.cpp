@@ -32,7 +32,7 @@ Capabilities capabilities() {
 } // namespace
 
 void register_cpu_backends(BackendRegistry& registry, const RegistrationProvenance& provenance) {
-    // A selection that the machine cannot serve fails here and not at the first kernel.
+    // A choice of engine that cannot be served fails here and not at the first kernel.
     static_cast<void>(cpu_simd_implementation());
     for_each_numeric_policy([&]<typename Policy>(Policy) {
         if constexpr (!Policy::is_integer) {
