@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessaline/frontend/tessaline_context.h"
 
+#include "frontend/builtin_provenance.h"
 #include "frontend/describe_operations.h"
 #include "tessaline/backend/cpu/register_cpu.h"
 #include "tessaline/catalogue/builtin_operations.h"
@@ -16,7 +17,7 @@ namespace {
 
 OperationRegistry builtin_operations() {
     OperationRegistry operations;
-    register_builtin_operations(operations, RegistrationProvenance::builtin("0.1.1"));
+    register_builtin_operations(operations, builtin_provenance());
     return operations;
 }
 

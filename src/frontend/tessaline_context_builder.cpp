@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessaline/frontend/tessaline_context_builder.h"
 
+#include "frontend/builtin_provenance.h"
 #include "tessaline/backend/cpu/register_cpu.h"
 #include "tessaline/catalogue/builtin_operations.h"
 
@@ -11,8 +12,6 @@
 namespace Tessaline {
 
 namespace {
-
-constexpr const char* builtin_version = "0.1.1";
 
 [[noreturn]] void refuse(const std::string& what, const OperationId& id) {
     throw std::invalid_argument("TessalineContextBuilder::build - " + what + " '" + id.canonical() +
@@ -53,9 +52,8 @@ void validate_rank(const OperationSpec& spec, OperandRole role, const BackendOpe
 } // namespace
 
 TessalineContextBuilder::TessalineContextBuilder() : TessalineContextBuilder(CustomOnlyTag{}) {
-    const auto provenance = RegistrationProvenance::builtin(builtin_version);
-    // The other built-in operations join with their implementations.
-    register_builtin_operation(operations_, BuiltinOperations::add, provenance);
+    const auto provenance = builtin_provenance();
+    register_builtin_operations(operations_, provenance);
     register_cpu_backends(backends_, provenance);
 }
 

@@ -1,0 +1,76 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Runs the benchmarks of a build folder and prints their figures beside the targets."""
+
+import argparse
+import json
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+REPETITIONS = 9
+EXAMPLES = Path(__file__).resolve().parent.parent / "examples"
+
+
+def medians(program: Path) -> dict[str, dict[str, float]]:
+    """The median row of each benchmark, by name. Repetitions of all benchmarks are interleaved, so
+    that a disturbance of the machine does not fall on one of them."""
+    outcome = subprocess.run(
+        [
+            program,
+            f"--benchmark_repetitions={REPETITIONS}",
+            "--benchmark_enable_random_interleaving=true",
+            "--benchmark_min_time=0.1",
+            "--benchmark_format=json",
+        ],
+        capture_output=True,
+        check=True,
+    )
+    rows = json.loads(outcome.stdout)["benchmarks"]
+    return {row["run_name"]: row for row in rows if row.get("aggregate_name") == "median"}
+
+
+def demo_megabytes(build: Path) -> list[tuple[str, float]]:
+    """The peak memory that the demo reports for each of its two programs."""
+    program = build / "examples" / "add_vectors"
+    outcome = subprocess.run(
+        [sys.executable, EXAMPLES / "demo.py", "--program", program],
+        stdout=subprocess.PIPE,
+        text=True,
+        check=True,
+    )
+    found = re.findall(r"^(\S+): .*peak memory ([0-9.]+) MB", outcome.stdout, re.MULTILINE)
+    return [(language, float(megabytes)) for language, megabytes in found]
+
+
+def print_row(figure: str, value: float, unit: str, target: float | None = None) -> None:
+    aim = "" if target is None else f"at most {target:g}" + ("" if value <= target else "  MISSED")
+    print(f"{figure:<52}{value:>9.2f} {unit:<12}{aim}")
+
+
+def main() -> None:
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("build", type=Path, help="the build folder")
+    build = parser.parse_args().build
+
+    small = medians(build / "bench" / "bench_small_calls")
+    unpinned, pinned = small["execute_add/pinning:0"], small["execute_add/pinning:1"]
+    stored, bare = small["host_vector"]["cpu_time"], small["bare_allocation"]["cpu_time"]
+    print(f"Medians of {REPETITIONS} interleaved repetitions")
+    print_row("execute of add, 4 elements", unpinned["cpu_time"] / 1000, "us", 1.5)
+    print_row("  its allocations", unpinned["allocations"], "a call")
+    print_row("  with pinning: three system calls more", pinned["cpu_time"] / 1000, "us")
+    print_row("host_vector of 16 float32", stored, "ns")
+    print_row("  the bare aligned allocation and release", bare, "ns")
+    print_row("  beyond the bare allocation", stored - bare, "ns", 200)
+    catalogue = medians(build / "bench" / "bench_dispatch")
+    dispatch = catalogue["dispatch_add/float32"]
+    print_row("building the default context", catalogue["default_context"]["cpu_time"], "ms", 20)
+    print_row("dispatch of add in it", dispatch["cpu_time"], "ns", 400)
+    print_row("  its allocations", dispatch["allocations"], "a call")
+    for language, megabytes in demo_megabytes(build):
+        print_row(f"peak memory of the demo, {language}", megabytes, "MB", 100)
+
+
+if __name__ == "__main__":
+    main()

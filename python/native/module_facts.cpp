@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "module_facts.h"
+
+#include "tessaline/storage/numeric_policy.h"
+
+namespace nb = nanobind;
+
+namespace Tessaline::Python {
+
+namespace {
+
+nb::tuple numeric_policies() {
+    nb::list policies;
+    for_each_numeric_policy([&policies](auto policy) {
+        nb::dict entry;
+        entry["dtype"] = scalar_metadata(policy.storage_type).name;
+        entry["compute_dtype"] = scalar_metadata(policy.compute_type).name;
+        entry["default"] = true;
+        policies.append(entry);
+    });
+    return nb::tuple(policies);
+}
+
+nb::dict build_info() {
+    nb::dict facts;
+    facts["version"] = TESSALINE_VERSION;
+    facts["nanobind_major"] = NB_VERSION_MAJOR;
+    return facts;
+}
+
+} // namespace
+
+void define_numeric_policies(nb::module_& module) {
+    module.def("numeric_policies", &numeric_policies,
+               "The compiled pairs of storage and compute dtype.");
+}
+
+void define_build_info(nb::module_& module) {
+    module.def("build_info", &build_info, "Facts of this build.");
+}
+
+} // namespace Tessaline::Python

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "backend/cpu/eigen_pair_recovery.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace Tessaline::CpuFallback {
+
+void BackSubstitution::solve(const SchurForm& schur, Complex lambda, std::span<Complex> x) {
+    x.back() = 1;
+    for (std::size_t i = x.size() - 1; i-- > 0;) {
+        const auto known = x.subspan(i);
+        known.front() = element(schur, lambda, known.subspan(1), i);
+        // The solution may grow by the reciprocal of epsilon in every step: keep it below 1.
+        if (const auto largest = largest_exponent(known); largest && *largest >= 0) {
+            scale(known, -(*largest + 1));
+        }
+    }
+}
+
+/// Element i of the solution from those after it, `x`.
+Complex BackSubstitution::element(const SchurForm& schur, Complex lambda,
+                                  std::span<const Complex> x, std::size_t i) {
+    const auto row = std::span(row_).first(x.size() + 2);
+    row[0] = lambda;
+    std::copy_n(&schur.H[i * schur.n + i], x.size() + 1, &row[1]);
+    if (const auto largest = largest_exponent(row)) {
+        scale(row, -(*largest + 1));
+    }
+    Complex sum = 0;
+    for (std::size_t j = 0; j < x.size(); ++j) {
+        sum += row[j + 2] * x[j];
+    }
+    return -sum / denominator(row);
+}
+
+/// The difference of the diagonal element and the eigenvalue that stand first in `coefficients`.
+Complex BackSubstitution::denominator(std::span<const Complex> coefficients) {
+    double largest = 0;
+    for (const Complex coefficient : coefficients) {
+        largest = std::max(largest, std::abs(coefficient));
+    }
+    const double floor = std::max(largest * epsilon_, smallest_);
+    const Complex difference = coefficients[1] - coefficients[0];
+    const double magnitude = std::abs(difference);
+    if (magnitude >= floor) {
+        return difference;
+    }
+    return magnitude == 0 ? floor : difference * (floor / magnitude);
+}
+
+void restore_coordinates(const SchurForm& schur, std::span<const int> exponents,
+                         std::span<const Complex> x, std::span<Complex> vector) {
+    std::optional<int> largest;
+    for (std::size_t i = 0; i < schur.n; ++i) {
+        Complex sum = 0;
+        for (std::size_t j = 0; j < x.size(); ++j) {
+            sum += schur.Z[i * schur.n + j] * x[j];
+        }
+        vector[i] = sum;
+    }
+    normalise(vector);
+    for (std::size_t i = 0; i < schur.n; ++i) {
+        if (const auto exponent = largest_exponent(vector.subspan(i, 1))) {
+            largest =
+                std::max(largest.value_or(*exponent + exponents[i]), *exponent + exponents[i]);
+        }
+    }
+    if (largest) {
+        for (std::size_t i = 0; i < schur.n; ++i) {
+            vector[i] = scaled(vector[i], exponents[i] - *largest);
+        }
+    }
+    normalise(vector);
+}
+
+ScaledInput::ScaledInput(std::vector<Complex> input) : matrix(std::move(input)), norm(0) {
+    const auto largest = largest_exponent(matrix);
+    exponent = largest ? *largest + 1 : 0;
+    scale(matrix, -exponent);
+    norm = chain_norm(matrix);
+}
+
+double ScaledInput::residual(Complex lambda, std::span<const Complex> vector) const {
+    const std::size_t n = vector.size();
+    double residual = 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        Complex sum = 0;
+        for (std::size_t j = 0; j < n; ++j) {
+            sum += matrix[i * n + j] * vector[j];
+        }
+        residual = std::hypot(residual, std::abs(sum - lambda * vector[i]));
+    }
+    const double denominator = (std::abs(lambda) + norm) * chain_norm(vector);
+    return denominator != 0 ? residual / denominator : residual;
+}
+
+} // namespace Tessaline::CpuFallback

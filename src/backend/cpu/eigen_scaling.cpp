@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "backend/cpu/eigen_scaling.h"
+
+namespace Tessaline::CpuFallback {
+
+namespace {
+
+void include_part(std::optional<int>& largest, double part) {
+    if (part != 0 && std::isfinite(part)) {
+        const int exponent = std::ilogb(part);
+        largest = largest ? std::max(*largest, exponent) : exponent;
+    }
+}
+
+bool part_survives(double part, int exponent) {
+    const double moved = std::scalbn(part, exponent);
+    return std::isfinite(moved) && std::scalbn(moved, -exponent) == part;
+}
+
+} // namespace
+
+bool are_finite(std::span<const Complex> values) {
+    return std::ranges::all_of(values, [](Complex value) { return is_finite(value); });
+}
+
+void scale(std::span<Complex> values, int exponent) {
+    for (Complex& value : values) {
+        value = scaled(value, exponent);
+    }
+}
+
+std::optional<int> largest_exponent(std::span<const Complex> values) {
+    std::optional<int> largest;
+    for (const Complex value : values) {
+        include_exponent(largest, value);
+    }
+    return largest;
+}
+
+void include_exponent(std::optional<int>& largest, Complex value) {
+    include_part(largest, value.real());
+    include_part(largest, value.imag());
+}
+
+bool survives_scaling(Complex value, int exponent) {
+    return part_survives(value.real(), exponent) && part_survives(value.imag(), exponent);
+}
+
+bool survive_scaling(std::span<const Complex> values, int exponent) {
+    return std::ranges::all_of(values,
+                               [=](Complex value) { return survives_scaling(value, exponent); });
+}
+
+int exact_scaling_exponent(std::span<const Complex> values, std::span<const Complex> companions) {
+    const auto largest = largest_exponent(values);
+    if (!largest) {
+        return 0;
+    }
+    int exponent = *largest + 1;
+    while (exponent > 0 &&
+           !(survive_scaling(values, -exponent) && survive_scaling(companions, -exponent))) {
+        --exponent;
+    }
+    // Scaling up cannot lose a bit of the values: the largest of them stays below 1.
+    while (exponent < 0 && !survive_scaling(companions, -exponent)) {
+        ++exponent;
+    }
+    return exponent;
+}
+
+double chain_norm(std::span<const Complex> values) {
+    double norm = 0;
+    for (const Complex value : values) {
+        norm = std::hypot(norm, std::abs(value));
+    }
+    return norm;
+}
+
+bool normalise(std::span<Complex> values) {
+    if (const auto largest = largest_exponent(values)) {
+        scale(values, -(*largest + 1));
+    }
+    const double norm = chain_norm(values);
+    if (norm == 0) {
+        return false;
+    }
+    for (Complex& value : values) {
+        value /= norm;
+    }
+    return true;
+}
+
+} // namespace Tessaline::CpuFallback

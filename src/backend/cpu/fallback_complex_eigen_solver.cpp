@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "backend/cpu/fallback_complex_eigen_solver.h"
+
+#include "backend/cpu/eigen_balancing.h"
+#include "backend/cpu/eigen_failures.h"
+#include "backend/cpu/eigen_pair_recovery.h"
+#include "backend/cpu/eigen_schur.h"
+
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+
+namespace Tessaline::CpuFallback {
+
+namespace {
+
+/// What depends on the type of input and results. The tolerances are registered for float and keep
+/// their distance from the rounding unit in double.
+template <typename StorageReal>
+struct EigenLimits {
+    using Range = std::numeric_limits<StorageReal>;
+    static constexpr double unit_ratio = Range::epsilon() / std::numeric_limits<float>::epsilon();
+    static constexpr double deflation_tolerance = 1e-4F * unit_ratio;
+    static constexpr double residual_tolerance = 0.001 * unit_ratio;
+    static constexpr double epsilon = Range::epsilon();
+    static constexpr double smallest = Range::denorm_min();
+    static constexpr double largest = Range::max();
+    static constexpr const char* type_name =
+        std::is_same_v<StorageReal, float> ? "complex64" : "complex128";
+};
+
+bool is_within(Complex value, double largest) {
+    return std::abs(value.real()) <= largest && std::abs(value.imag()) <= largest;
+}
+
+template <typename T>
+std::vector<Complex> row_major_copy(DenseComplexIntlvMatrixView<const std::complex<T>> A) {
+    const bool by_rows = A.layout == DataMatrixLayout::row_major;
+    std::vector<Complex> copy;
+    copy.reserve(A.rows * A.cols);
+    for (std::uint64_t i = 0; i < A.rows; ++i) {
+        for (std::uint64_t j = 0; j < A.cols; ++j) {
+            copy.emplace_back(A.data[by_rows ? i * A.cols + j : j * A.rows + i]);
+        }
+    }
+    return copy;
+}
+
+/// One solve. H is two to -scaling_exponent times the balanced input.
+template <typename StorageReal>
+class EigenSolver {
+  public:
+    using Element = std::complex<StorageReal>;
+    using Limits = EigenLimits<StorageReal>;
+
+    EigenSolver(std::vector<Complex> input, std::size_t n, EigenvalueScale scale)
+        : scale_(scale),
+          schur_(input, n),
+          exponents_(balance(schur_.H, n)),
+          scaling_exponent_(exact_scaling_exponent(schur_.H)),
+          input_(std::move(input)),
+          substitution_(n, Limits::epsilon, Limits::smallest),
+          solution_(n),
+          vector_(n) {
+        CpuFallback::scale(schur_.H, -scaling_exponent_);
+    }
+
+    void solve(Element* eigenvalues, Element* eigenvectors) {
+        const double log_tolerance = std::log2(Limits::deflation_tolerance);
+        const double guard =
+            input_.exponent + std::log2(input_.norm) + log_tolerance - scaling_exponent_;
+        Deflation deflation(Limits::deflation_tolerance, guard, exponents_);
+        reduce_to_triangular(schur_, deflation, Limits::epsilon);
+        for (std::size_t k = 0; k < schur_.n; ++k) {
+            const Complex lambda = eigenvalue(k);
+            recover_vector(lambda, k);
+            check_pair(lambda);
+            eigenvalues[k] = Element(lambda);
+            std::copy(vector_.begin(), vector_.end(), eigenvectors + k * schur_.n);
+        }
+    }
+
+  private:
+    /// Eigenvalue k as it is returned, rounded to the type of the results.
+    Complex eigenvalue(std::size_t k) const {
+        const Complex diagonal = schur_.H[k * schur_.n + k];
+        const Complex lambda = scaled(diagonal, unit_exponent());
+        if (!is_within(lambda, Limits::largest)) {
+            throw_solver_failure(std::string("eigenvalue is outside the finite ") +
+                                 Limits::type_name + " range");
+        }
+        return Complex(Element(lambda));
+    }
+
+    /// Sets `vector_` to the eigenvector as it is returned, in the type of the results.
+    void recover_vector(Complex lambda, std::size_t k) {
+        const auto solution = std::span(solution_).first(k + 1);
+        substitution_.solve(schur_, scaled(lambda, -unit_exponent()), solution);
+        restore_coordinates(schur_, exponents_, solution, vector_);
+        for (Complex& element : vector_) {
+            if (!is_within(element, Limits::largest)) {
+                fail_recovery();
+            }
+            element = Complex(Element(element));
+        }
+        const double norm = chain_norm(vector_);
+        if (norm == 0 || !(norm <= Limits::largest)) {
+            fail_recovery();
+        }
+        const auto reciprocal = static_cast<StorageReal>(1 / norm);
+        for (Complex& element : vector_) {
+            element = Complex(Element(element) * reciprocal);
+        }
+    }
+
+    void check_pair(Complex lambda) const {
+        const int original_exponent = scaling_exponent_ - unit_exponent();
+        const double residual =
+            input_.residual(scaled(lambda, original_exponent - input_.exponent), vector_);
+        if (!(residual <= Limits::residual_tolerance)) {
+            throw_solver_failure("normalised eigenpair residual " + std::to_string(residual) +
+                                 " exceeds tolerance " +
+                                 std::to_string(Limits::residual_tolerance));
+        }
+    }
+
+    [[noreturn]] static void fail_recovery() {
+        throw_solver_failure("eigenvector recovery produced a non-finite value");
+    }
+
+    /// Returned eigenvalues are those of H times two to this.
+    int unit_exponent() const {
+        return scale_ == EigenvalueScale::original ? scaling_exponent_ : 0;
+    }
+
+    EigenvalueScale scale_;
+    SchurForm schur_;
+    std::vector<int> exponents_; ///< of the balancing
+    int scaling_exponent_;
+    ScaledInput input_;
+    BackSubstitution substitution_;
+    std::vector<Complex> solution_; ///< of the triangular system
+    std::vector<Complex> vector_;   ///< the eigenvector at hand
+};
+
+} // namespace
+
+template <typename T>
+void solve_complex_eigen(DenseComplexIntlvMatrixView<const std::complex<T>> A,
+                         HostEigenVals<std::complex<T>, std::complex<T>>& result,
+                         EigenvalueScale scale) {
+    const std::uint64_t n = result.size();
+    if (A.rows != n || A.cols != n) {
+        throw std::invalid_argument("SimdEngine::eigen - incompatible shapes");
+    }
+    if (n == 0) {
+        return;
+    }
+    auto input = row_major_copy(A);
+    if (!are_finite(input)) {
+        throw_solver_failure("input contains a non-finite value");
+    }
+    EigenSolver<T>(std::move(input), n, scale).solve(result.eigenvalues(), result.eigenvectors());
+}
+
+template void solve_complex_eigen<float>(DenseComplexIntlvMatrixView<const std::complex<float>>,
+                                         HostEigenVals<std::complex<float>, std::complex<float>>&,
+                                         EigenvalueScale);
+template void
+solve_complex_eigen<double>(DenseComplexIntlvMatrixView<const std::complex<double>>,
+                            HostEigenVals<std::complex<double>, std::complex<double>>&,
+                            EigenvalueScale);
+
+} // namespace Tessaline::CpuFallback

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "backend/cpu/floating_elementwise.h"
+
+#include "backend/cpu/floating_complex_division.h"
+#include "backend/cpu/floating_loops.h"
+
+namespace Tessaline {
+
+namespace {
+
+/// out[i] = function(in[i]) over the first input and the output.
+template <typename T, typename Function>
+void map(BackendExecutionBindings& bindings, const Function& function) {
+    const auto in = input_vector<T>(bindings, input_role(0));
+    const auto out = output_vector<T>(bindings, output_role(0), in.size());
+    for_chunks(in.size(), in.size(), [&](std::uint64_t begin, std::uint64_t end) {
+        for (std::uint64_t i = begin; i < end; ++i) {
+            out[i] = result_as<T>(function(widened(in[i])));
+        }
+    });
+}
+
+/// out[i] = function(a[i], b[i]) over both inputs and the output.
+template <typename T, typename Function>
+void combine(BackendExecutionBindings& bindings, const Function& function) {
+    const auto a = input_vector<T>(bindings, input_role(0));
+    const auto b = input_vector<T>(bindings, input_role(1), a.size());
+    const auto out = output_vector<T>(bindings, output_role(0), a.size());
+    for_chunks(a.size(), a.size(), [&](std::uint64_t begin, std::uint64_t end) {
+        for (std::uint64_t i = begin; i < end; ++i) {
+            out[i] = result_as<T>(function(widened(a[i]), widened(b[i])));
+        }
+    });
+}
+
+} // namespace
+
+template <typename T>
+void FloatingElementwise<T>::sqrt(BackendExecutionBindings& bindings) {
+    map<T>(bindings, [](ComputeOf<T> x) { return std::sqrt(x); });
+}
+
+template <typename T>
+void FloatingElementwise<T>::conjugate([[maybe_unused]] BackendExecutionBindings& bindings) {
+    if constexpr (is_complex_element<T>) {
+        const auto out = output_vector<T>(bindings, output_role(0));
+        for_chunks(out.size(), out.size(), [&](std::uint64_t begin, std::uint64_t end) {
+            for (std::uint64_t i = begin; i < end; ++i) {
+                out[i] = conjugated(out[i]);
+            }
+        });
+    }
+}
+
+template <typename T>
+void FloatingElementwise<T>::multiply(BackendExecutionBindings& bindings) {
+    combine<T>(bindings, [](ComputeOf<T> a, ComputeOf<T> b) { return a * b; });
+}
+
+template <typename T>
+void FloatingElementwise<T>::add(BackendExecutionBindings& bindings) {
+    combine<T>(bindings, [](ComputeOf<T> a, ComputeOf<T> b) { return a + b; });
+}
+
+template <typename T>
+void FloatingElementwise<T>::subtract(BackendExecutionBindings& bindings) {
+    combine<T>(bindings, [](ComputeOf<T> a, ComputeOf<T> b) { return a - b; });
+}
+
+template <typename T>
+void FloatingElementwise<T>::scale(BackendExecutionBindings& bindings) {
+    const auto factor = input_scalar<T>(bindings, input_role(1));
+    map<T>(bindings, [factor](ComputeOf<T> x) { return x * factor; });
+}
+
+template <typename T>
+void FloatingElementwise<T>::divide(BackendExecutionBindings& bindings) {
+    const auto scalar = input_scalar<T>(bindings, input_role(1));
+    if constexpr (is_complex_element<T>) {
+        const ComplexDivisor divisor(scalar);
+        map<T>(bindings, [&divisor](ComputeOf<T> x) { return divisor.quotient(x); });
+    } else {
+        map<T>(bindings, [scalar](ComputeOf<T> x) { return x / scalar; });
+    }
+}
+
+#define TESSALINE_INSTANTIATE(category, Stored, Compute)                                           \
+    TESSALINE_IF_FLOATING_##category(template struct FloatingElementwise<Stored>;)
+TESSALINE_COMPILED_POLICIES(TESSALINE_INSTANTIATE)
+#undef TESSALINE_INSTANTIATE
+
+} // namespace Tessaline
