@@ -8,7 +8,9 @@ namespace Tessaline {
 
 RegistrationProvenance::RegistrationProvenance(RegistrationOrigin origin, std::string id,
                                                std::optional<std::string> version)
-    : origin_(origin), id_(std::move(id)), version_(std::move(version)) {
+    : origin_(origin),
+      id_(std::move(id)),
+      version_(std::move(version)) {
     if (origin_ < RegistrationOrigin::builtin || origin_ > RegistrationOrigin::plugin) {
         throw std::invalid_argument("RegistrationProvenance - origin is not recognised");
     }

@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessaline/storage/host_memory.h"
 
-#include "tessaline/storage/element_count.h"
-
-#include <limits>
 #include <new>
 #include <stdexcept>
 
@@ -42,30 +39,6 @@ void deallocate_host_bytes(HostAllocation allocation) noexcept {
     if (allocation.data != nullptr) {
         ::operator delete (allocation.data, std::align_val_t{allocation.alignment});
     }
-}
-
-namespace {
-
-[[noreturn]] void fail_too_large() {
-    throw std::length_error("cannot create std::vector larger than max_size()");
-}
-
-} // namespace
-
-std::uint64_t checked_element_count(std::uint64_t rows, std::uint64_t cols) {
-    std::uint64_t count = 0;
-    if (__builtin_mul_overflow(rows, cols, &count)) {
-        fail_too_large();
-    }
-    return count;
-}
-
-std::size_t checked_byte_count(std::uint64_t count, std::size_t element_size) {
-    if (count >
-        static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max()) / element_size) {
-        fail_too_large();
-    }
-    return count * element_size;
 }
 
 } // namespace Tessaline
