@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/eigen_scaling.h"
 
-#include <algorithm>
-#include <cmath>
-
 namespace Tessaline::CpuFallback {
 
 namespace {
@@ -22,16 +19,8 @@ bool part_survives(double part, int exponent) {
 
 } // namespace
 
-bool is_finite(Complex value) {
-    return std::isfinite(value.real()) && std::isfinite(value.imag());
-}
-
-bool is_finite(std::span<const Complex> values) {
+bool are_finite(std::span<const Complex> values) {
     return std::ranges::all_of(values, [](Complex value) { return is_finite(value); });
-}
-
-Complex scaled(Complex value, int exponent) {
-    return {std::scalbn(value.real(), exponent), std::scalbn(value.imag(), exponent)};
 }
 
 void scale(std::span<Complex> values, int exponent) {

@@ -4,7 +4,8 @@
 // Exact scaling by powers of two, and norms that do not leave the range: what the general
 // eigensolver does to every intermediate, so that only the result can overflow.
 
-#include <complex>
+#include "backend/cpu/number_parts.h"
+
 #include <optional>
 #include <span>
 
@@ -12,11 +13,12 @@ namespace Tessaline::CpuFallback {
 
 using Complex = std::complex<double>;
 
-bool is_finite(Complex value);
-bool is_finite(std::span<const Complex> values);
+using NumberParts::is_finite;
+using NumberParts::scaled;
 
-/// `value` times two to `exponent`, rounded where it leaves the normal range.
-Complex scaled(Complex value, int exponent);
+bool are_finite(std::span<const Complex> values);
+
+/// Multiplies by two to `exponent`, rounding where a part leaves the normal range.
 void scale(std::span<Complex> values, int exponent);
 
 /// The largest binary exponent among the finite parts that are not zero; empty where there is none.

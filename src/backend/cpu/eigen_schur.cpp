@@ -13,7 +13,7 @@ void reduce_to_triangular(SchurForm& schur, Deflation& deflation, double epsilon
     std::size_t active = deflation.deflate(schur, schur.n);
     while (active > 1) {
         step.iterate(schur, active, shifts.next(schur, active), epsilon);
-        if (!is_finite(schur.H)) {
+        if (!are_finite(schur.H)) {
             throw_solver_failure("QR iteration produced a non-finite intermediate");
         }
         const std::size_t remaining = deflation.deflate(schur, active);

@@ -157,7 +157,7 @@ void solve_complex_eigen(DenseComplexIntlvMatrixView<const std::complex<T>> A,
         return;
     }
     auto input = row_major_copy(A);
-    if (!is_finite(input)) {
+    if (!are_finite(input)) {
         throw_solver_failure("input contains a non-finite value");
     }
     EigenSolver<T>(std::move(input), n, scale).solve(result.eigenvalues(), result.eigenvectors());

@@ -15,7 +15,7 @@ void map(BackendExecutionBindings& bindings, const Function& function) {
     const auto out = output_vector<T>(bindings, output_role(0), in.size());
     for_chunks(in.size(), in.size(), [&](std::uint64_t begin, std::uint64_t end) {
         for (std::uint64_t i = begin; i < end; ++i) {
-            out[i] = stored_as<T>(function(widened(in[i])));
+            out[i] = result_as<T>(function(widened(in[i])));
         }
     });
 }
@@ -28,7 +28,7 @@ void combine(BackendExecutionBindings& bindings, const Function& function) {
     const auto out = output_vector<T>(bindings, output_role(0), a.size());
     for_chunks(a.size(), a.size(), [&](std::uint64_t begin, std::uint64_t end) {
         for (std::uint64_t i = begin; i < end; ++i) {
-            out[i] = stored_as<T>(function(widened(a[i]), widened(b[i])));
+            out[i] = result_as<T>(function(widened(a[i]), widened(b[i])));
         }
     });
 }
@@ -46,7 +46,7 @@ void FloatingElementwise<T>::conjugate([[maybe_unused]] BackendExecutionBindings
         const auto out = output_vector<T>(bindings, output_role(0));
         for_chunks(out.size(), out.size(), [&](std::uint64_t begin, std::uint64_t end) {
             for (std::uint64_t i = begin; i < end; ++i) {
-                out[i] = stored_as<T>(std::conj(widened(out[i])));
+                out[i] = conjugated(out[i]);
             }
         });
     }

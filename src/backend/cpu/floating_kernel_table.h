@@ -6,8 +6,10 @@
 // kernel takes its line here.
 
 #include "backend/cpu/floating_comparisons.h"
+#include "backend/cpu/floating_eigen.h"
 #include "backend/cpu/floating_elementwise.h"
 #include "backend/cpu/floating_lu.h"
+#include "backend/cpu/floating_matrix_power.h"
 #include "backend/cpu/floating_operation.h"
 #include "backend/cpu/floating_products.h"
 #include "backend/cpu/floating_reductions.h"
@@ -67,6 +69,11 @@ constexpr FloatingKernelTable make_floating_kernel_table() {
     table[FloatingOperation::slogdet] = StructuredLogdet<T>::slogdet;
     table[FloatingOperation::logdet_positive_definite] =
         StructuredLogdet<T>::logdet_positive_definite;
+    table[FloatingOperation::eig] = FloatingEigen<T>::eig;
+    table[FloatingOperation::principal_eigenvector] = FloatingEigen<T>::principal_eigenvector;
+    table[FloatingOperation::eigh] = FloatingEigen<T>::eigh;
+    table[FloatingOperation::eigvalsh] = FloatingEigen<T>::eigvalsh;
+    table[FloatingOperation::matrix_power] = FloatingMatrixPower<T>::matrix_power;
     return table;
 }
 

@@ -147,12 +147,13 @@ class ScalarResult {
         }
     }
 
+    /// Stores a result of arithmetic.
     void store(ComputeOf<T> value) const {
         if constexpr (is_complex_element<T>) {
-            *real_ = stored_as<Component<T>>(value.real());
-            *imaginary_ = stored_as<Component<T>>(value.imag());
+            *real_ = result_as<Component<T>>(value.real());
+            *imaginary_ = result_as<Component<T>>(value.imag());
         } else {
-            *real_ = stored_as<T>(value);
+            *real_ = result_as<T>(value);
         }
     }
 

@@ -6,6 +6,9 @@
 
 #include "tessaline/storage/numeric_policy.h"
 
+#include <cmath>
+#include <limits>
+
 namespace Tessaline {
 
 /// The type in which kernels compute on elements stored as T.
@@ -24,13 +27,36 @@ T stored_as(ComputeOf<T> value) {
     return static_cast<T>(value);
 }
 
-/// The conjugate of a complex value, a real value itself.
-template <typename Value>
-Value conjugated(Value value) {
-    if constexpr (is_complex_element<Value>) {
-        return std::conj(value);
+namespace FloatingPolicyDetail {
+
+template <typename Real>
+Real with_one_nan(Real value) {
+    return std::isnan(value) ? std::numeric_limits<Real>::quiet_NaN() : value;
+}
+
+} // namespace FloatingPolicyDetail
+
+/// The result of arithmetic as an element stores it: rounded once, with every NaN as the positive
+/// quiet one. Of two NaN the processor passes on the first, and which that is the compiler decides
+/// anew for each copy and each vector of a loop; one NaN keeps a result's bits from telling them
+/// apart.
+template <typename T>
+T result_as(ComputeOf<T> value) {
+    using FloatingPolicyDetail::with_one_nan;
+    if constexpr (is_complex_element<T>) {
+        return stored_as<T>({with_one_nan(value.real()), with_one_nan(value.imag())});
     } else {
-        return value;
+        return stored_as<T>(with_one_nan(value));
+    }
+}
+
+/// The conjugate of a complex element, a real element itself.
+template <typename T>
+T conjugated(T element) {
+    if constexpr (is_complex_element<T>) {
+        return stored_as<T>(std::conj(widened(element)));
+    } else {
+        return element;
     }
 }
 

@@ -29,7 +29,7 @@ void multiply_row_piece(const FloatingMatrix<const T>& A, const WidenedRows<T>& 
         }
     }
     for (std::uint64_t j = 0; j < count; ++j) {
-        C(i, first + j) = stored_as<T>(sums[j]);
+        C(i, first + j) = result_as<T>(sums[j]);
     }
 }
 
@@ -69,7 +69,7 @@ void FloatingProducts<T>::matvec(BackendExecutionBindings& bindings) {
             [&A, x = row_of_x[0]](std::uint64_t i, std::uint64_t k) {
                 return widened(A(i, k)) * x[k];
             },
-            [&y](std::uint64_t i, ComputeOf<T> sum) { y[i] = stored_as<T>(sum); });
+            [&y](std::uint64_t i, ComputeOf<T> sum) { y[i] = result_as<T>(sum); });
     });
 }
 

@@ -9,7 +9,7 @@ namespace Tessaline {
 
 namespace {
 
-/// result(i, j) = function(in(j, i)).
+/// result(i, j) = function(in(j, i)) for a function of stored elements.
 template <typename T, typename Function>
 void map_transposed(BackendExecutionBindings& bindings, const Function& function) {
     const auto in = input_matrix<T>(bindings, input_role(0));
@@ -18,7 +18,7 @@ void map_transposed(BackendExecutionBindings& bindings, const Function& function
     fill_lines(result, work_of(result.rows, result.cols),
                [&](std::uint64_t line, std::uint64_t begin, std::uint64_t end, T* out) {
                    for (std::uint64_t p = begin; p < end; ++p) {
-                       *out++ = stored_as<T>(function(widened(lines(line, p))));
+                       *out++ = function(lines(line, p));
                    }
                });
 }
@@ -45,7 +45,7 @@ void fill_kron(const FloatingMatrix<const T>& A, const FloatingMatrix<const T>& 
                        p += b_end - b_position;
                        for (; b_position < b_end; ++b_position) {
                            *out++ =
-                               stored_as<T>(a * widened(b_lines(line % b_line_count, b_position)));
+                               result_as<T>(a * widened(b_lines(line % b_line_count, b_position)));
                        }
                    }
                });
@@ -71,7 +71,7 @@ struct PartialTrace {
                                sum += widened(lines(line * kept_step + t * traced_step,
                                                     p * kept_step + t * traced_step));
                            }
-                           *out++ = stored_as<T>(sum);
+                           *out++ = result_as<T>(sum);
                        }
                    });
     }
@@ -85,12 +85,12 @@ struct PartialTrace {
 
 template <typename T>
 void FloatingStructure<T>::transpose(BackendExecutionBindings& bindings) {
-    map_transposed<T>(bindings, [](ComputeOf<T> x) { return x; });
+    map_transposed<T>(bindings, [](T x) { return x; });
 }
 
 template <typename T>
 void FloatingStructure<T>::adjoint(BackendExecutionBindings& bindings) {
-    map_transposed<T>(bindings, [](ComputeOf<T> x) { return conjugated(x); });
+    map_transposed<T>(bindings, [](T x) { return conjugated(x); });
 }
 
 template <typename T>

@@ -1,40 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/structured_solver.h"
 
+#include "backend/cpu/floating_policies.h"
+#include "backend/cpu/number_parts.h"
+#include "backend/cpu/structured_input.h"
 #include "tessaline/catalogue/errors.h"
 
-#include <algorithm>
-#include <cmath>
 #include <limits>
 #include <numeric>
 #include <stdexcept>
 #include <string>
-#include <type_traits>
 
 namespace Tessaline::CpuStructured {
 
+using namespace NumberParts;
+
 namespace {
-
-double conjugate(double value) {
-    return value;
-}
-std::complex<double> conjugate(std::complex<double> value) {
-    return std::conj(value);
-}
-
-double real_part(double value) {
-    return value;
-}
-double real_part(std::complex<double> value) {
-    return value.real();
-}
-
-double largest_part(double value) {
-    return std::abs(value);
-}
-double largest_part(std::complex<double> value) {
-    return std::max(std::abs(value.real()), std::abs(value.imag()));
-}
 
 /// The rotation that makes [[p, x], [conj(x), q]] diagonal by taking p - shift and q + shift, with
 /// the cosine c and the sine s. All ratios are taken at the scale of the largest element.
@@ -47,7 +28,7 @@ struct Rotation {
 
     Rotation(double p, double q, C off_diagonal) {
         const double scale = std::max({largest_part(off_diagonal), std::abs(q), std::abs(p)});
-        const C x = off_diagonal / scale;
+        const C x = divided(off_diagonal, scale);
         const double magnitude = std::abs(x);
         is_identity = magnitude == 0;
         if (is_identity) {
@@ -56,7 +37,7 @@ struct Rotation {
         const double d = (q / scale) * 0.5 - (p / scale) * 0.5;
         const double t = std::copysign(magnitude / (std::abs(d) + std::hypot(d, magnitude)), d);
         c = 1 / std::hypot(1, t);
-        s = (x / magnitude) * (c * t);
+        s = divided(x, magnitude) * (c * t);
         shift = t * scale * magnitude;
     }
 
@@ -64,7 +45,7 @@ struct Rotation {
     void apply(C& of_p, C& of_q) const {
         const C u = of_p;
         const C v = of_q;
-        of_p = c * u - v * conjugate(s);
+        of_p = c * u - v * conjugated(s);
         of_q = c * v + u * s;
     }
 };
@@ -80,7 +61,7 @@ class HermitianJacobi {
         for (std::size_t i = 0; i < n_ && vectors; ++i) {
             vectors_[i * n_ + i] = 1;
         }
-        mirror_lower_triangle();
+        mirror_lower_triangle(A, order);
     }
 
     /// True when at most this many sweeps were enough.
@@ -115,15 +96,6 @@ class HermitianJacobi {
   private:
     C& element(std::size_t i, std::size_t j) const { return A_[i * n_ + j]; }
     double diagonal(std::size_t i) const { return real_part(element(i, i)); }
-
-    void mirror_lower_triangle() {
-        for (std::size_t i = 0; i < n_; ++i) {
-            for (std::size_t j = 0; j < i; ++j) {
-                element(j, i) = conjugate(element(i, j));
-            }
-            element(i, i) = diagonal(i);
-        }
-    }
 
     bool is_negligible(std::size_t p, std::size_t q) const {
         const double magnitude = std::abs(element(p, q));
@@ -182,15 +154,15 @@ class HermitianJacobi {
         C* const row_p = &A_[p * n_];
         C* const row_q = &A_[q * n_];
         for (std::size_t k = 0; k < n_; ++k) {
-            C of_p = conjugate(row_p[k]);
-            C of_q = conjugate(row_q[k]);
+            C of_p = conjugated(row_p[k]);
+            C of_q = conjugated(row_q[k]);
             rotation.apply(of_p, of_q);
-            row_p[k] = conjugate(of_p);
-            row_q[k] = conjugate(of_q);
+            row_p[k] = conjugated(of_p);
+            row_q[k] = conjugated(of_q);
         }
         for (std::size_t k = 0; k < n_; ++k) {
-            element(k, p) = conjugate(row_p[k]);
-            element(k, q) = conjugate(row_q[k]);
+            element(k, p) = conjugated(row_p[k]);
+            element(k, q) = conjugated(row_q[k]);
         }
     }
 

@@ -1,0 +1,398 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "backend/cpu/exact_number.h"
+#include "backend/cpu/floating_policies.h"
+#include "backend/cpu/lu_problems.h"
+#include "backend/cpu/number_parts.h"
+#include "backend/cpu/structured_determinants.h"
+#include "backend/cpu/structured_input.h"
+#include "support/expect_error.h"
+
+#include <numbers>
+
+namespace Tessaline {
+
+using namespace Testing;
+using namespace CpuStructured;
+
+namespace {
+
+using Complex = std::complex<double>;
+using Limits = std::numeric_limits<double>;
+
+constexpr double epsilon = Limits::epsilon();
+constexpr double smallest = Limits::denorm_min();
+
+template <typename C>
+class StructuredDeterminant : public ::testing::Test {};
+using WorkingTypes = ::testing::Types<double, Complex>;
+TYPED_TEST_SUITE(StructuredDeterminant, WorkingTypes);
+
+template <typename C>
+std::size_t order_of(const std::vector<C>& rows) {
+    return static_cast<std::size_t>(std::lround(std::sqrt(static_cast<double>(rows.size()))));
+}
+
+template <typename C>
+std::pair<C, double> signed_logdet_of(std::vector<C> rows) {
+    return signed_logdet<C>(rows, order_of(rows));
+}
+
+template <typename C>
+double positive_definite_logdet_of(const std::vector<C>& rows, int* reloads = nullptr) {
+    auto copy = rows;
+    const auto reload = [&] {
+        copy = rows;
+        if (reloads != nullptr) {
+            ++*reloads;
+        }
+    };
+    return positive_definite_logdet<C>(copy, order_of(rows), reload);
+}
+
+template <typename C>
+double unrooted_logdet_of(std::vector<C> rows) {
+    return unrooted_positive_definite_logdet<C>(rows, order_of(rows));
+}
+
+/// log|det| and, as a complex number, det / |det| of an exact determinant that is not zero.
+struct Polar {
+    long double logarithm;
+    std::complex<long double> direction;
+};
+
+Polar polar(const ExactNumber& determinant) {
+    return {determinant.log_magnitude(), determinant.is_negative() ? -1.0L : 1.0L};
+}
+Polar polar(const ExactComplex& determinant) {
+    const auto part = [](const ExactNumber& number) {
+        return std::pair(number.is_zero() ? -Limits::infinity() : number.log_magnitude(),
+                         number.is_negative() ? -1.0L : 1.0L);
+    };
+    const auto [real, real_sign] = part(determinant.real);
+    const auto [imag, imag_sign] = part(determinant.imag);
+    const long double scale = std::max(real, imag);
+    const std::complex<long double> scaled(real_sign * std::exp(real - scale),
+                                           imag_sign * std::exp(imag - scale));
+    return {scale + std::log(std::abs(scaled)), scaled / std::abs(scaled)};
+}
+
+template <typename C>
+using Exact = std::conditional_t<is_complex_element<C>, ExactComplex, ExactNumber>;
+
+/// How far a determinant moves when every element moves by one rounding: the sum over the inverse
+/// of |A^-1| |A|, from minors. A zero determinant gives infinity.
+template <typename C>
+long double relative_condition(const std::vector<C>& rows, std::size_t order,
+                               long double log_determinant) {
+    long double condition = 0;
+    for (std::size_t i = 0; i < order; ++i) {
+        for (std::size_t j = 0; j < order; ++j) {
+            std::vector<C> minor;
+            for (std::size_t index = 0; index < rows.size(); ++index) {
+                if (index / order != i && index % order != j) {
+                    minor.push_back(rows[index]);
+                }
+            }
+            const auto determinant = exact_determinant<Exact<C>>(minor, order - 1);
+            if (!determinant.is_zero() && rows[i * order + j] != C(0)) {
+                condition += std::abs(static_cast<Wider<C>>(rows[i * order + j])) *
+                             std::exp(polar(determinant).logarithm - log_determinant);
+            }
+        }
+    }
+    return condition;
+}
+
+TYPED_TEST(StructuredDeterminant, SignAndLogarithmMatchExactDeterminants) {
+    CounterRandom random(31);
+    for (std::size_t order = 1; order <= 6; ++order) {
+        for (int round = 0; round < 60; ++round) {
+            SCOPED_TRACE(std::to_string(order) + ", round " + std::to_string(round));
+            // Integers, wide mantissas, and rows at different scales.
+            const int kind = round % 3;
+            auto rows = random_elements<TypeParam>(
+                order * order, [&] { return kind == 0 ? integer(random, 9) : uniform(random); });
+            for (std::size_t index = 0; kind == 2 && index < rows.size(); ++index) {
+                rows[index] *= std::scalbn(1.0, 40 * static_cast<int>(index / order) - 100);
+            }
+            const auto determinant = exact_determinant<Exact<TypeParam>>(rows, order);
+            const auto [sign, logarithm] = signed_logdet_of(rows);
+            if (determinant.is_zero()) {
+                // Rounding may hide an exact zero, but leaves nothing of size.
+                EXPECT_LE(logarithm, std::log(epsilon * 1e7));
+                continue;
+            }
+            const Polar expected = polar(determinant);
+            const auto n = static_cast<long double>(order);
+            // Elimination is exact for a matrix whose elements moved by n roundings, with growth up
+            // to 2^(n-1) and twice that for complex products; and the logarithms round.
+            const long double bound =
+                epsilon * (n * std::exp2(n) * relative_condition(rows, order, expected.logarithm) +
+                           n * (std::abs(expected.logarithm) + 400));
+            EXPECT_LE(std::abs(logarithm - expected.logarithm), bound);
+            EXPECT_LE(std::abs(std::complex<long double>(sign) - expected.direction), bound);
+        }
+    }
+}
+
+TYPED_TEST(StructuredDeterminant, KnownSignsAndLogarithms) {
+    using C = TypeParam;
+    const auto expect = [](const std::vector<C>& rows, C sign, double logarithm) {
+        const auto found = signed_logdet_of(rows);
+        EXPECT_EQ(found.first, sign);
+        EXPECT_EQ(found.second, logarithm);
+    };
+    expect({}, 1, 0);
+    expect({-4}, -1, std::log(4.0));
+    expect({0, 1, 1, 0}, -1, 0);
+    expect({0, 1, -1, 0}, 1, 0);
+    expect({1, 2, 2, 4}, 0, -Limits::infinity());
+    expect({0}, 0, -Limits::infinity());
+    expect({smallest, 0, 0, smallest}, 1, 2 * std::log(smallest));
+    // Magnitudes whose product leaves the range.
+    expect({1e300, 0, 0, 1e300}, 1, 2 * std::log(1e300));
+}
+
+TYPED_TEST(StructuredDeterminant, SubnormalEntriesAreScaledByAnEvenPowerOfTwo) {
+    using C = TypeParam;
+    const auto shift_of = [](std::vector<C> rows) {
+        const std::size_t order = order_of(rows);
+        const auto original = rows;
+        const double logarithm = normalise_determinant<C>(rows, order, "op");
+        int exponent = 0;
+        for (std::size_t index = 0; index < rows.size(); ++index) {
+            if (original[index] != C(0)) {
+                exponent =
+                    std::ilogb(std::abs(rows[index])) - std::ilogb(std::abs(original[index]));
+                EXPECT_EQ(NumberParts::scaled(rows[index], -exponent), original[index]);
+            }
+        }
+        EXPECT_EQ(logarithm, static_cast<double>(order) * exponent * 0.6931471805599453);
+        return exponent;
+    };
+    // ilogb(1e-320) = -1064: the smallest entry lands at 2^-968 or just above.
+    EXPECT_EQ(shift_of({1e-320, 1, 1, 1}), 96);
+    EXPECT_EQ(shift_of({smallest, 1, 1, 1}), 106);
+    // All subnormal: the largest entry lands near 1.
+    EXPECT_EQ(shift_of({smallest, 4 * smallest, smallest, 0}), 1072);
+    EXPECT_EQ(shift_of({Limits::min(), 1, 1, 1}), 0);
+    EXPECT_EQ(shift_of({smallest, 0, 0, 1}), 0) << "diagonal";
+    EXPECT_EQ(shift_of({smallest}), 0);
+    EXPECT_EQ(shift_of({}), 0);
+    std::vector<C> wide{1e-320, 1, 1, 1e300};
+    expect_solver_error([&] { normalise_determinant<C>(wide, 2, "some.operation"); }, -1,
+                        "determinant scaling would overflow", "some.operation",
+                        "some.operation - subnormal factorisation range cannot be preserved",
+                        ErrorReason::solver_failure);
+    EXPECT_EQ(wide, (std::vector<C>{1e-320, 1, 1, 1e300}));
+}
+
+TEST(NormaliseDeterminant, LooksAtThePartsOfComplexEntries) {
+    std::vector<Complex> rows{Complex(1, smallest), 0, Complex(0, 1), 1};
+    EXPECT_EQ(normalise_determinant<Complex>(rows, 2, "op"), 2 * 106 * std::numbers::ln2);
+    EXPECT_EQ(rows[0], Complex(0x1p106, 0x1p-968));
+}
+
+TYPED_TEST(StructuredDeterminant, SubnormalEntriesKeepTheirDigits) {
+    const double tiny = 1e-320;
+    const auto [sign, logarithm] = signed_logdet_of<TypeParam>({tiny, 1, 1, 1});
+    EXPECT_EQ(sign, TypeParam(-1));
+    // The shift is added to and taken from the logarithm.
+    EXPECT_NEAR(logarithm, 0, 2 * 96 * std::numbers::ln2 * epsilon);
+    // det = tiny - tiny^2 / tiny * ... : all four entries subnormal, exactly singular or not.
+    const auto singular = signed_logdet_of<TypeParam>({tiny, tiny, tiny, tiny});
+    EXPECT_EQ(singular.first, TypeParam(0));
+    const auto regular = signed_logdet_of<TypeParam>({2 * tiny, tiny, tiny, tiny});
+    EXPECT_EQ(regular.first, TypeParam(1));
+    EXPECT_NEAR(regular.second, 2 * std::log(tiny), 2 * 1074 * epsilon);
+}
+
+TYPED_TEST(StructuredDeterminant, VanishingMultiplierAndOverflowAreErrors) {
+    using C = TypeParam;
+    expect_solver_error(
+        [] {
+            signed_logdet_of<C>({1e300, 1, 1e-300, 1});
+        },
+        -1, "LU multiplier underflow", "tessaline.slogdet",
+        "slogdet - LU multiplier range cannot be preserved", ErrorReason::solver_failure);
+    expect_error<std::runtime_error>(
+        [] {
+            signed_logdet_of<C>({1, 1.7e308, -1, 1.7e308});
+        },
+        "slogdet - non-finite LU pivot");
+    expect_solver_error(
+        [] {
+            signed_logdet_of<C>({1e-320, 1, 1, 1e300});
+        },
+        -1, "determinant scaling would overflow", "tessaline.slogdet",
+        "tessaline.slogdet - subnormal factorisation range cannot be preserved",
+        ErrorReason::solver_failure);
+}
+
+TEST(SlogdetComplex, PhaseIsOfUnitMagnitude) {
+    CounterRandom random(32);
+    auto rows = random_elements<Complex>(40 * 40, [&] { return spread(random, -30, 30); });
+    const auto [sign, logarithm] = signed_logdet<Complex>(rows, 40);
+    EXPECT_NEAR(std::abs(sign), 1, 2 * epsilon);
+    EXPECT_TRUE(std::isfinite(logarithm));
+}
+
+/// B B^* of an integer matrix B, exactly.
+template <typename C>
+std::vector<C> gram_matrix(std::size_t order, CounterRandom& random) {
+    const auto B = random_elements<C>(order * order, [&] { return integer(random, 9); });
+    std::vector<C> rows(order * order);
+    for (std::size_t i = 0; i < order; ++i) {
+        for (std::size_t j = 0; j < order; ++j) {
+            for (std::size_t k = 0; k < order; ++k) {
+                rows[i * order + j] += B[i * order + k] * conjugated(B[j * order + k]);
+            }
+        }
+    }
+    return rows;
+}
+
+TYPED_TEST(StructuredDeterminant, PositiveDefiniteLogarithmsMatchExactDeterminants) {
+    CounterRandom random(33);
+    for (std::size_t order = 1; order <= 6; ++order) {
+        for (int round = 0; round < 40; ++round) {
+            SCOPED_TRACE(std::to_string(order) + ", round " + std::to_string(round));
+            const auto rows = gram_matrix<TypeParam>(order, random);
+            const auto determinant = exact_determinant<Exact<TypeParam>>(rows, order);
+            if (determinant.is_zero()) {
+                continue;
+            }
+            const long double expected = polar(determinant).logarithm;
+            const auto n = static_cast<long double>(order);
+            // Cholesky does not grow: it is exact for elements that moved by n + 1 roundings.
+            const long double bound =
+                epsilon * (2 * (n + 1) * relative_condition(rows, order, expected) +
+                           n * (std::abs(expected) + 20));
+            int reloads = 0;
+            EXPECT_LE(std::abs(positive_definite_logdet_of(rows, &reloads) - expected), bound);
+            EXPECT_EQ(reloads, 0);
+            EXPECT_LE(std::abs(unrooted_logdet_of(rows) - expected), bound);
+        }
+    }
+}
+
+TYPED_TEST(StructuredDeterminant, PivotWithinRoundingOfZeroIsDecidedUnrooted) {
+    using C = TypeParam;
+    int reloads = 0;
+    // 1 + 2^-52 - 1: one pivot is the last digit of the other.
+    EXPECT_EQ(positive_definite_logdet_of<C>({1, 1, 1, 1 + epsilon}, &reloads), std::log(epsilon));
+    EXPECT_EQ(reloads, 1);
+    // (1 + 2^-30)^2 > 1 + 2^-29 by less than rounding can show.
+    expect_solver_error(
+        [] {
+            positive_definite_logdet_of<C>({1, 1 + 0x1p-30, 1 + 0x1p-30, 1 + 0x1p-29});
+        },
+        2, "non-positive unrooted pivot", "tessaline.logdet_positive_definite",
+        "logdet_positive_definite - matrix is not positive definite at pivot 1",
+        ErrorReason::solver_failure);
+    // One unit less off the diagonal, and the pivot is positive.
+    const double off = 1 + 0x1p-30 - epsilon;
+    const ExactNumber pivot = ExactNumber(1 + 0x1p-29) - ExactNumber(off) * ExactNumber(off);
+    EXPECT_NEAR(positive_definite_logdet_of<C>({1, off, off, 1 + 0x1p-29}),
+                static_cast<double>(pivot.log_magnitude()), 36 * epsilon);
+}
+
+TYPED_TEST(StructuredDeterminant, PascalMatrixKeepsItsUnitDeterminant) {
+    // Every Schur complement is an integer, so the unrooted way is exact where entries are; the
+    // rooted way cannot tell the last pivots from zero.
+    for (const std::size_t order : {5U, 20U, 28U}) {
+        std::vector<TypeParam> rows(order * order, TypeParam(1));
+        for (std::size_t i = 1; i < order; ++i) {
+            for (std::size_t j = 1; j < order; ++j) {
+                rows[i * order + j] = rows[(i - 1) * order + j] + rows[i * order + j - 1];
+            }
+        }
+        EXPECT_EQ(unrooted_logdet_of(rows), 0) << order;
+        int reloads = 0;
+        EXPECT_EQ(positive_definite_logdet_of(rows, &reloads), 0) << order;
+        EXPECT_EQ(reloads, order == 28 ? 1 : 0);
+    }
+}
+
+TYPED_TEST(StructuredDeterminant, RangeOfThePositiveDefinitePaths) {
+    using C = TypeParam;
+    EXPECT_EQ(positive_definite_logdet_of<C>({}), 0);
+    EXPECT_EQ(unrooted_logdet_of<C>({}), 0);
+    EXPECT_EQ(positive_definite_logdet_of<C>({smallest, 0, 0, smallest}), 2 * std::log(smallest));
+    EXPECT_EQ(unrooted_logdet_of<C>({1e300, 0, 0, 1e300}), 2 * std::log(1e300));
+    // The upper triangle of the input does not count.
+    EXPECT_EQ(positive_definite_logdet_of<C>({4, 99, 0, 4}), 2 * std::log(4.0));
+    const double scaled = positive_definite_logdet_of<C>({1, 1e-320, 1e-320, 1});
+    EXPECT_NEAR(scaled, 0, 2 * 96 * std::numbers::ln2 * epsilon);
+
+    const std::string pivot =
+        "logdet_positive_definite - matrix is not positive definite at pivot ";
+    const auto refused = [](const std::vector<C>& rows, int status, const char* detail,
+                            const std::string& message) {
+        expect_solver_error([&] { positive_definite_logdet_of(rows); }, status, detail,
+                            "tessaline.logdet_positive_definite", message,
+                            ErrorReason::solver_failure);
+    };
+    refused({-1}, 1, "non-positive unrooted pivot", pivot + "0");
+    refused({1, 0, 0, 0}, 2, "non-positive unrooted pivot", pivot + "1");
+    refused({1, 2, 2, 1}, 2, "non-positive unrooted pivot", pivot + "1");
+    refused({1, 1e200, 1e200, 1}, 2, "non-positive Cholesky pivot", pivot + "1");
+    // The scaled column of the unrooted way would lose digits below the range.
+    refused({0x1p1000, 0x1.8p-100, 0, 0x1.8p-100, 1, 1, 0, 1, 1}, -1,
+            "unrepresentable unrooted scaling",
+            "logdet_positive_definite - unrooted scaling range cannot be preserved");
+    refused({1e-320, 1, 1, 1e300}, -1, "determinant scaling would overflow",
+            "tessaline.logdet_positive_definite - subnormal factorisation range cannot be "
+            "preserved");
+}
+
+TEST(PositiveDefiniteComplex, PhasesOffTheDiagonalCancel) {
+    const Complex off(3, 4);
+    EXPECT_EQ(positive_definite_logdet_of<Complex>({1, std::conj(off), off, 26}), 0);
+    EXPECT_EQ(unrooted_logdet_of<Complex>({1, std::conj(off), off, 26}), 0);
+    // The imaginary part of a diagonal element is dropped.
+    EXPECT_EQ(positive_definite_logdet_of<Complex>({Complex(4, 1)}), std::log(4.0));
+}
+
+TYPED_TEST(StructuredDeterminant, ValidateNamesTheFirstOffendingPair) {
+    using C = TypeParam;
+    const auto check = [](const std::vector<C>& rows, bool hermitian, double tolerance) {
+        validate<C>(rows, order_of(rows), hermitian, tolerance, "some.operation");
+    };
+    check({}, true, 0);
+    check({1, 2, 3, 4}, false, 0);
+    // Relative to the larger of a pair, whatever its scale.
+    check({1, 1e-300, 1e-300 * (1 + 2 * epsilon), 1}, true, 4 * epsilon);
+    expect_error<std::invalid_argument>(
+        [&] {
+            check({1, 0, 5, 0, 1, 2, 5, 2.5, 1}, true, 0.1);
+        },
+        "some.operation - input must be symmetric/Hermitian at (2, 1)");
+    expect_error<std::invalid_argument>(
+        [&] {
+            check({1, 0, 4 * smallest, 1}, true, 0.5);
+        },
+        "some.operation - input must be symmetric/Hermitian at (1, 0)");
+    for (const double bad : {Limits::infinity(), Limits::quiet_NaN()}) {
+        expect_error<std::invalid_argument>(
+            [&] {
+                check({1, 0, bad, 1}, false, 0);
+            },
+            "some.operation - input must contain only finite entries");
+    }
+    if constexpr (is_complex_element<C>) {
+        check({1, C(2, 3), C(2, -3), 1}, true, 0);
+        expect_error<std::invalid_argument>(
+            [&] {
+                check({1, C(2, 3), C(2, 3), 1}, true, 0.1);
+            },
+            "some.operation - input must be symmetric/Hermitian at (1, 0)");
+        expect_error<std::invalid_argument>(
+            [&] { check({C(1, 0.5)}, true, 0.1); },
+            "some.operation - input must be symmetric/Hermitian at (0, 0)");
+    }
+}
+
+} // namespace
+
+} // namespace Tessaline
