@@ -29,14 +29,7 @@ class Matmul {
   public:
     static void matmul(typename Elements::MatrixInput A, typename Elements::MatrixInput B,
                        typename Elements::MatrixOutput C, Index begin, Index end) {
-        const Matmul whole{Elements::input(A),
-                           A.cols,
-                           Elements::input(B),
-                           B.cols,
-                           Elements::output(C),
-                           C.cols,
-                           begin,
-                           end};
+        const Matmul whole(A, B, C, begin, end);
         if (A.cols == 0) {
             whole.clear();
         }
@@ -158,14 +151,14 @@ class Matmul {
         }
     }
 
-    Matmul(Input A, Index a_stride, Input B, Index b_stride, Output C, Index c_stride, Index begin,
-           Index end)
-        : A_(A),
-          a_stride_(a_stride),
-          B_(B),
-          b_stride_(b_stride),
-          C_(C),
-          c_stride_(c_stride),
+    Matmul(typename Elements::MatrixInput A, typename Elements::MatrixInput B,
+           typename Elements::MatrixOutput C, Index begin, Index end)
+        : A_(Elements::input(A)),
+          a_stride_(A.cols),
+          B_(Elements::input(B)),
+          b_stride_(B.cols),
+          C_(Elements::output(C)),
+          c_stride_(C.cols),
           begin_(begin),
           end_(end) {}
 
