@@ -6,6 +6,7 @@ import importlib
 import pickle
 import resource
 import threading
+from pathlib import Path
 from typing import Any
 
 import numpy as np
@@ -324,6 +325,13 @@ def test_memory_stays_flat_over_many_calls() -> None:
 def test_examples_in_the_documentation_run(module: str) -> None:
     names = {**vars(tessaline), "np": np, "tessaline": tessaline}
     outcome = doctest.testmod(importlib.import_module(f"tessaline.{module}"), extraglobs=names)
+    assert outcome.attempted > 0 and outcome.failed == 0
+
+
+@pytest.mark.parametrize("page", ["README.md", "docs/threads.md"])
+def test_examples_of_the_pages_run(page: str) -> None:
+    path = Path(__file__).resolve().parents[2] / page
+    outcome = doctest.testfile(str(path), module_relative=False)
     assert outcome.attempted > 0 and outcome.failed == 0
 
 
