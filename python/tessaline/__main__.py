@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """The command line: ``python -m tessaline``.
 
-Exit status: 0 for success, 1 where an operation has no result for its operands, 2 for a wrong
-command, file or operand.
+Exit status: 0 for success, 1 where good operands have no result (a singular matrix, no memory),
+2 for a wrong command, file or operand.
 """
 
 import argparse
@@ -33,6 +33,8 @@ def main(words: Sequence[str] | None = None) -> int:
         sys.stdout.flush()
     except tessaline.Error as failure:
         return _complain(f"{failure} ({failure.reason})", _NO_RESULT)
+    except MemoryError as failure:
+        return _complain(str(failure) or "out of memory", _NO_RESULT)
     except BrokenPipeError:
         # The reader has seen enough; nothing is left to be flushed at exit.
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())

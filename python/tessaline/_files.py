@@ -61,10 +61,13 @@ def _load_archive(path: Path, name: str) -> NDArray[Any]:
 
 
 def _load_csv(path: Path) -> NDArray[Any]:
+    lines = path.read_text(encoding="utf-8").splitlines()
+    if all(line.partition("#")[0].strip() == "" for line in lines):
+        raise ValueError("holds no numbers")
     try:
-        return np.loadtxt(path, delimiter=",", ndmin=2)
+        return np.loadtxt(lines, delimiter=",", ndmin=2)
     except ValueError:
-        return np.loadtxt(path, delimiter=",", ndmin=2, dtype=complex)
+        return np.loadtxt(lines, delimiter=",", ndmin=2, dtype=complex)
 
 
 def check_target(path: Path, count: int) -> None:

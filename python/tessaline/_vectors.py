@@ -206,7 +206,8 @@ def norm(
 ) -> Any:
     """The Euclidean norm of a vector: a real number, also for complex elements.
 
-    The result of complex64 is a float32, of complex128 a float64, of complex32 a float16.
+    The result of complex64 is a float32, of complex128 a float64, of complex32 a float16. The
+    squares of complex64 are summed as they are and may overflow; the other dtypes are scaled.
 
     >>> norm([3, 4j])
     np.float64(5.0)

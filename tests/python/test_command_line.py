@@ -38,6 +38,7 @@ def command(
     np.save("single.npy", matrix.astype(np.float32))
     np.save("integers.npy", np.array([1, 2]))
     np.save("singular.npy", np.ones((2, 2)))
+    Path("empty.csv").write_text("# nothing\n\n")
 
     def run(*words: str) -> tuple[int, str, str]:
         try:
@@ -94,6 +95,8 @@ def test_several_results_go_into_an_archive_by_name(command: Command) -> None:
         ("run add b.csv none.csv", 2, "none.csv: No such file or directory"),
         ("run add b.csv bad.csv", 2, "bad.csv: could not convert string 'x'"),
         ("run add b.csv ragged.csv", 2, "ragged.csv: "),
+        ("run add b.csv empty.csv", 2, "empty.csv: holds no numbers"),
+        ("run eye 100000000", 1, "Unable to allocate"),
         ("run sum noise.npy", 2, "noise.npy: "),
         ("run sum noise.npz", 2, "noise.npz: "),
         ("run sum a.txt", 2, "a.txt: the suffix is none of .npy, .npz, .csv, .mtx"),
