@@ -147,7 +147,7 @@ def test_a_process_of_its_own_ends_cleanly(command: Command) -> None:
 @pytest.mark.parametrize(
     ("text", "expected"),
     [
-        ("coordinate real general\n% a comment\n2 3 2\n1 1 1.5\n2 3 -2\n", [[1.5, 0, 0], [0, 0, -2]]),
+        ("coordinate real general\n% note\n2 3 2\n1 1 1.5\n2 3 -2\n", [[1.5, 0, 0], [0, 0, -2]]),
         ("coordinate integer symmetric\n2 2 2\n1 1 3\n2 1 4\n", [[3, 4], [4, 0]]),
         ("coordinate pattern general\n1 2 1\n1 2\n", [[0, 1]]),
         ("coordinate complex hermitian\n2 2 2\n1 1 1 0\n2 1 0 5\n", [[1, -5j], [5j, 0]]),
