@@ -160,7 +160,7 @@ def _named(result: Any) -> dict[str, Any]:
     if isinstance(result, tessaline.LUFactor):
         return {"factors": result.factors, "pivots": result.pivots}
     if isinstance(result, tuple):
-        return dict(result._asdict())
+        return dict(zip(type(result)._fields, result))  # type: ignore[attr-defined]
     return {"result": result}
 
 

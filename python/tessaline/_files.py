@@ -88,7 +88,7 @@ def save(path: Path, arrays: Mapping[str, Any]) -> None:
     plain = {name: _storable(np.asarray(array)) for name, array in arrays.items()}
     suffix = path.suffix.lower()
     if suffix == ".npz":
-        np.savez(path, **plain)
+        np.savez(path, **plain)  # type: ignore[arg-type]
         return
     (array,) = plain.values()
     if suffix == ".npy":

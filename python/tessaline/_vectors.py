@@ -37,7 +37,7 @@ def add(
     y: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The sum x + y of two vectors of n elements. `out` may be `x` or `y`.
@@ -53,7 +53,7 @@ def subtract(
     y: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The difference x - y of two vectors of n elements. `out` may be `x` or `y`.
@@ -69,7 +69,7 @@ def multiply(
     y: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The products x[i] y[i] of two vectors of n elements. `out` may be `x` or `y`.
@@ -84,7 +84,7 @@ def sqrt(
     x: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The square root of each element, NaN for negative reals. `out` may be `x`.
@@ -101,7 +101,7 @@ def conjugate(
     x: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The complex conjugate of each element, in a new array. `out` may be `x`.
@@ -122,7 +122,7 @@ def conjugate(
     return result
 
 
-def _number(name: str, operand: str, value: Any, x: Any, dtype: DTypeLike) -> Any:
+def _number(name: str, operand: str, value: Any, x: Any, dtype: DTypeLike | None) -> Any:
     """The scalar of `scale` and `divide`: integers of any kind follow the vector's dtype."""
     array = np.asarray(value)
     if array.shape:
@@ -147,7 +147,7 @@ def scale(
     factor: Any,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The vector x times a number, which may be a Python number or an integer. `out` may be `x`.
@@ -167,7 +167,7 @@ def divide(
     divisor: Any,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The vector x divided by a number, as `scale` takes it. `out` may be `x`.
@@ -186,7 +186,7 @@ def sum(
     x: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Any:
     """The sum of the elements of a vector, in a fixed order. An empty vector gives 0.
@@ -201,7 +201,7 @@ def norm(
     x: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Any:
     """The Euclidean norm of a vector: a real number, also for complex elements.
@@ -234,7 +234,7 @@ def inner(
     y: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Any:
     """The inner product of two vectors of n elements; the first is conjugated, as in numpy.vdot.
@@ -250,7 +250,7 @@ def outer(
     y: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The m by n matrix of the products x[i] y[j]. Nothing is conjugated.
@@ -263,7 +263,7 @@ def outer(
 
 
 def vector_equal(
-    x: ArrayLike, y: ArrayLike, *, dtype: DTypeLike = None, context: Context | None = None
+    x: ArrayLike, y: ArrayLike, *, dtype: DTypeLike | None = None, context: Context | None = None
 ) -> bool:
     """Whether two vectors agree within the tolerances of their dtype.
 
