@@ -86,8 +86,8 @@ TYPED_TEST_SUITE(LayoutCopyTest, ComplexPolicies);
 
 TYPED_TEST(LayoutCopyTest, MovesEveryPartBetweenAnyTwoForms) {
     using P = typename TestFixture::Part;
-    const std::pair<std::uint64_t, std::uint64_t> shapes[] = {{0, 0},   {0, 3},   {1, 1}, {1, 70},
-                                                              {31, 33}, {32, 64}, {67, 5}};
+    const std::pair<std::uint64_t, std::uint64_t> shapes[] = {
+        {0, 0}, {0, 3}, {1, 1}, {1, 70}, {31, 33}, {32, 64}, {67, 5}, {1025, 1031}};
     for (const auto& [row_count, col_count] : shapes) {
         for (const Form from : forms) {
             for (const Form to : forms) {
