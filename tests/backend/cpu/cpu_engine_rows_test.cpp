@@ -5,10 +5,12 @@
 #include "support/key_text.h"
 #include "support/numerics_text.h"
 #include "tessaline/backend/cpu/register_cpu.h"
+#include "tessaline/catalogue/builtin_operations.h"
 #include "tessaline/frontend/tessaline_context.h"
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <map>
 
 namespace Tessaline {
@@ -256,6 +258,28 @@ TEST(RegisterCpuBackends, EngineRowsComeBeforeFloatingOnes) {
         ASSERT_NE(found, registry.registrations().end()) << row.key.op().name();
         EXPECT_EQ(found->second.numerics()->algorithm, row.numerics->algorithm);
     }
+}
+
+TEST(RegisterCpuBackends, InterleavedOperandsReachEveryOperationInEveryPolicy) {
+    OperationRegistry operations;
+    register_builtin_operations(operations, RegistrationProvenance::builtin("9.9"));
+    operations.seal();
+    BackendRegistry registry;
+    register_cpu_backends(registry, RegistrationProvenance::builtin("9.9"));
+    registry.seal(operations);
+    BackendAdaptationRegistry adaptations;
+    register_cpu_adaptations(adaptations);
+    for_each_numeric_policy([&]<typename Policy>(Policy) {
+        if constexpr (!Policy::is_integer) {
+            for (const auto& [key, entry, numerics] : cpu_floating_capabilities(Policy::type())) {
+                const auto match =
+                    registry.find(operations.operation(key.op()).handle(), BackendKind::cpu_simd,
+                                  key.inputs(), key.outputs(), adaptations);
+                ASSERT_TRUE(match.has_value()) << Testing::key_text(key);
+                EXPECT_EQ(match->exact(), registry.registrations().contains(key));
+            }
+        }
+    });
 }
 
 TEST(DefaultContext, DescribesEveryOperationInEveryPolicyAndEveryTimeAlike) {
