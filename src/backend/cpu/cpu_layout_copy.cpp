@@ -66,8 +66,48 @@ void copy_elements(ComplexParts<const T, From> source, ComplexParts<T, To> targe
 template <typename T, std::uint64_t To>
 struct TargetTile {
     static constexpr std::uint64_t planes = 2 / To;
+
+    /// Takes the elements of `height` lines of the source, `width` of each, which lie `stride`
+    /// elements apart.
+    template <std::uint64_t From>
+    void turn(ComplexParts<const T, From> source, std::uint64_t stride, std::uint64_t height,
+              std::uint64_t width) {
+        for (std::uint64_t i = 0; i < height; ++i) {
+            const T* real = source.real + i * stride * From;
+            const T* imag = source.imag + i * stride * From;
+            for (std::uint64_t j = 0; j < width; ++j) {
+                if constexpr (From == 2 && To == 2) {
+                    std::memcpy(&lines[0][j][i * 2], real + j * 2, 2 * sizeof(T));
+                } else {
+                    lines[0][j][i * To] = real[j * From];
+                    lines[planes - 1][j][i * To + To - 1] = imag[j * From];
+                }
+            }
+        }
+    }
+
+    /// Gives `width` lines of the target `height` elements each.
+    void write(ComplexParts<T, To> target, std::uint64_t stride, std::uint64_t height,
+               std::uint64_t width, bool streamed) const {
+        for (std::uint64_t j = 0; j < width; ++j) {
+            for (std::uint64_t plane = 0; plane < planes; ++plane) {
+                T* to = (plane == 0 ? target.real : target.imag) + j * stride * To;
+                if (streamed) {
+                    stream(to, lines[plane][j], height * To);
+                } else {
+                    std::copy_n(lines[plane][j], height * To, to);
+                }
+            }
+        }
+    }
+
     T lines[planes][tile][tile * To];
 };
+
+template <typename T, std::uint64_t Step>
+ComplexParts<T, Step> offset(ComplexParts<T, Step> parts, std::uint64_t elements) {
+    return {parts.real + elements * Step, parts.imag + elements * Step};
+}
 
 /// Element (i, j) of a matrix of `rows` by `cols`, in the source at i * cols + j, goes to
 /// j * rows + i, for the rows [begin, end). Each tile is turned in a buffer, so that source and
@@ -82,25 +122,8 @@ void copy_transposed(ComplexParts<const T, From> source, ComplexParts<T, To> tar
         const std::uint64_t height = std::min(tile, end - row);
         for (std::uint64_t col = 0; col < cols; col += tile) {
             const std::uint64_t width = std::min(tile, cols - col);
-            for (std::uint64_t i = 0; i < height; ++i) {
-                const std::uint64_t line = (row + i) * cols + col;
-                for (std::uint64_t j = 0; j < width; ++j) {
-                    turned.lines[0][j][i * To] = source.real[(line + j) * From];
-                    turned.lines[turned.planes - 1][j][i * To + To - 1] =
-                        source.imag[(line + j) * From];
-                }
-            }
-            for (std::uint64_t j = 0; j < width; ++j) {
-                const std::uint64_t line = ((col + j) * rows + row) * To;
-                for (std::uint64_t plane = 0; plane < turned.planes; ++plane) {
-                    T* to = (plane == 0 ? target.real : target.imag) + line;
-                    if (streamed) {
-                        stream(to, turned.lines[plane][j], height * To);
-                    } else {
-                        std::copy_n(turned.lines[plane][j], height * To, to);
-                    }
-                }
-            }
+            turned.turn(offset(source, row * cols + col), cols, height, width);
+            turned.write(offset(target, col * rows + row), rows, height, width, streamed);
         }
     }
     if (streamed) {
