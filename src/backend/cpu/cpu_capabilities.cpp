@@ -34,6 +34,11 @@ constexpr BackendOperandKey complex_key(OperandKind kind, DataComplexLayout layo
     return dense_host_key(kind, DataTypeDescriptor::complex_float(), layout);
 }
 
+constexpr BackendOperandKey in_columns(BackendOperandKey matrix) {
+    matrix.layout = DataMatrixLayout::column_major;
+    return matrix;
+}
+
 constexpr BackendOperandKey integer = real_key(Scalar, DataTypeDescriptor::real_int());
 constexpr BackendOperandKey half_vector = real_key(Vector, DataTypeDescriptor::real_float16());
 constexpr BackendOperandKey real_scalar = real_key(Scalar, DataTypeDescriptor::real_float());
@@ -42,6 +47,11 @@ constexpr BackendOperandKey real_matrix = real_key(Matrix, DataTypeDescriptor::r
 constexpr BackendOperandKey complex_scalar = complex_key(Scalar, DataComplexLayout::none);
 constexpr BackendOperandKey split_vector = complex_key(Vector, DataComplexLayout::split);
 constexpr BackendOperandKey split_matrix = complex_key(Matrix, DataComplexLayout::split);
+constexpr BackendOperandKey vector = complex_key(Vector, DataComplexLayout::interleaved);
+constexpr BackendOperandKey matrix =
+    in_columns(complex_key(Matrix, DataComplexLayout::interleaved));
+constexpr BackendOperandKey factors = complex_key(LuDecomp, DataComplexLayout::interleaved);
+constexpr BackendOperandKey eigen_set = complex_key(EigenVals, DataComplexLayout::interleaved);
 
 constexpr EngineRow float16_rows[] = {
     {&Ids::add, {half_vector, half_vector}, half_vector, Kernels::add_host_dense_real_float16_vect},
@@ -117,8 +127,25 @@ constexpr EngineRow complex64_rows[] = {
      {split_vector, split_vector},
      split_matrix,
      Kernels::outerprod_host_dense_complex_split_float_vect},
+    {&Ids::lu_factor,
+     {},
+     factors,
+     Kernels::lu_decomp_host_dense_complex_interleaved_int64_cfloat_colmaj},
+    {&Ids::solve,
+     {factors},
+     split_vector,
+     Kernels::solve_host_dense_complex_interleaved_int64_cfloat_colmaj},
+    {&Ids::logdet,
+     {factors},
+     complex_scalar,
+     Kernels::logdet_host_dense_complex_interleaved_int64_cuFloat_colmaj},
     {&Ids::trace, {split_matrix}, complex_scalar, Kernels::trace_host_dense_complex_split_float},
     {&Ids::norm, {split_vector}, complex_scalar, Kernels::norm_host_dense_complex_split_float},
+    {&Ids::eig, {matrix}, eigen_set, Kernels::eigen_host_dense_complex_interleaved_cf32_colmaj},
+    {&Ids::principal_eigenvector,
+     {matrix},
+     vector,
+     Kernels::principal_eigenvect_host_complex_interleaved_cf32_colmaj},
     {&Ids::partial_trace_left,
      {split_matrix},
      split_matrix,

@@ -5,10 +5,12 @@
 #include "support/key_text.h"
 #include "support/numerics_text.h"
 #include "tessaline/backend/cpu/register_cpu.h"
+#include "tessaline/catalogue/builtin_operations.h"
 #include "tessaline/frontend/tessaline_context.h"
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <map>
 
 namespace Tessaline {
@@ -31,7 +33,7 @@ ImplementationNumerics complex64(const char* name, const char* operands) {
     return record(CpuNumerics::complex64, name, operands, ScalarType::Complex64);
 }
 
-// Operands by their kind; i is an integer scalar.
+// Operands by their kind; i is an integer scalar, capitals are interleaved.
 const Texts float32_rows = {
     "multiply: v, v > v", "add: v, v > v",   "subtract: v, v > v",
     "sum: v > s",         "scale: v, s > v", "matmul: m, m > m",
@@ -52,8 +54,13 @@ const Texts complex64_rows = {
     "kron: m, m > m",
     "inner: v, v > s",
     "outer: v, v > m",
+    "lu_factor: > l",
+    "solve: l > v",
+    "logdet: l > s",
     "trace: m > s",
     "norm: v > s",
+    "eig: M > e",
+    "principal_eigenvector: M > V",
     "partial_trace_left: m > m",
     "partial_trace_right: m > m",
     "matrix_power: m, i > m",
@@ -93,6 +100,10 @@ TEST(EngineRows, AcceptRealViewsAndSplitPlanes) {
         {{'v', "v complex64/complex64 split"},
          {'m', "m complex64/complex64 split row"},
          {'s', "s complex64/complex64"},
+         {'V', "v complex64/complex64 interleaved"},
+         {'M', "m complex64/complex64 interleaved column"},
+         {'l', "l complex64/complex64 interleaved column"},
+         {'e', "e complex64/complex64 interleaved column"},
          {'i', "s int32/int32"}},
         "simd.");
 }
@@ -230,12 +241,45 @@ TEST(RegisterCpuBackends, EngineRowsComeBeforeFloatingOnes) {
         EXPECT_EQ(backend.provenance(), provenance);
         EXPECT_TRUE(backend.numerics().has_value());
     }
-    // Each operation of complex64 is served once, by the engine where it has a kernel.
-    std::size_t split = 0;
-    for (const auto& row : cpu_floating_capabilities(DataTypeDescriptor::complex_float())) {
-        split += registry.registrations().contains(row.key) ? 0 : 1;
+    // The engine leaves these four of complex64 to the floating kernels.
+    for (const OperationId& operation :
+         {BuiltinOperations::eigh, BuiltinOperations::eigvalsh, BuiltinOperations::slogdet,
+          BuiltinOperations::logdet_positive_definite}) {
+        const auto is_wanted = [&operation](const auto& row) {
+            const auto& [key, backend] = row;
+            return key.op() == operation && key.get_input(0).storage == ScalarType::Complex64;
+        };
+        EXPECT_EQ(std::ranges::count_if(registry.registrations(), is_wanted), 1)
+            << operation.name();
     }
-    EXPECT_EQ(split, complex64_rows.size());
+    for (const auto& row : CpuCapabilities<
+             NumericPolicy<std::complex<float>, std::complex<float>>>::legacy_records()) {
+        const auto found = registry.registrations().find(row.key);
+        ASSERT_NE(found, registry.registrations().end()) << row.key.op().name();
+        EXPECT_EQ(found->second.numerics()->algorithm, row.numerics->algorithm);
+    }
+}
+
+TEST(RegisterCpuBackends, InterleavedOperandsReachEveryOperationInEveryPolicy) {
+    OperationRegistry operations;
+    register_builtin_operations(operations, RegistrationProvenance::builtin("9.9"));
+    operations.seal();
+    BackendRegistry registry;
+    register_cpu_backends(registry, RegistrationProvenance::builtin("9.9"));
+    registry.seal(operations);
+    BackendAdaptationRegistry adaptations;
+    register_cpu_adaptations(adaptations);
+    for_each_numeric_policy([&]<typename Policy>(Policy) {
+        if constexpr (!Policy::is_integer) {
+            for (const auto& [key, entry, numerics] : cpu_floating_capabilities(Policy::type())) {
+                const auto match =
+                    registry.find(operations.operation(key.op()).handle(), BackendKind::cpu_simd,
+                                  key.inputs(), key.outputs(), adaptations);
+                ASSERT_TRUE(match.has_value()) << Testing::key_text(key);
+                EXPECT_EQ(match->exact(), registry.registrations().contains(key));
+            }
+        }
+    });
 }
 
 TEST(DefaultContext, DescribesEveryOperationInEveryPolicyAndEveryTimeAlike) {

@@ -50,6 +50,15 @@ TEST(EigenBalancing, BringsRowsAndColumnsWithinTwoBinades) {
     }
 }
 
+TEST(EigenBalancing, IsMadeWhereItTakesATwentiethOfTheNorms) {
+    // Of norms 1 and r, scaling by 2 makes 2 and r / 2: that is worth it above 18 / 8.5 = 2.37.
+    Matrix kept{2, {0, 2.3, 1, 0}};
+    EXPECT_THAT(balance(kept.elements, 2), ElementsAre(0, 0));
+    Matrix changed{2, {0, 2.4, 1, 0}};
+    EXPECT_THAT(balance(changed.elements, 2), ElementsAre(1, 0));
+    EXPECT_THAT(changed.elements, ElementsAre(0.0, 1.2, 2.0, 0.0));
+}
+
 TEST(EigenBalancing, LeavesWhatItCouldNotScaleBack) {
     const double odd = 0x1p-1040 + smallest;
     Matrix A{2, {0, smallest, odd, 0}};
@@ -173,6 +182,15 @@ TEST(EigenQrStep, CompletesTheBasisOfDependentColumns) {
     }
 }
 
+// The block is scaled up no further than the shift can go.
+TEST(EigenQrStep, TakesShiftsThatDwarfTheBlock) {
+    const double tiny = 0x1p-1000;
+    const std::vector<Complex> H{tiny, 2 * tiny, 3 * tiny, 4 * tiny};
+    SchurForm schur(H, 2);
+    QrStep(2).iterate(schur, 2, 0x1p1000, unit);
+    EXPECT_TRUE(same_bits(schur.H, H)); // less the shift it is a multiple of the identity
+}
+
 TEST(EigenShift, TakesTheEigenvalueNearerToTheCorner) {
     const Complex i(0, 1);
     EXPECT_EQ(wilkinson_shift(0, 0, 0, 0), 0.0);
@@ -229,29 +247,45 @@ TEST(EigenDeflation, MeasuresARowAgainstItsRowAndColumnAndTheInput) {
         const char* name;
         double element;
         double diagonal;
-        int imbalance;
+        std::vector<int> exponents; // of the balancing
         double guard;
         std::size_t remaining;
     };
     const double tolerance = 0x1p-40;
     const double lenient = 100;
     const Case cases[] = {
-        {"zero", 0, 0, 0, -lenient, 1},
-        {"below the tolerance of its diagonal", 0x1p-42, 1, 0, lenient, 1},
-        {"at the tolerance of its diagonal", 0x1p-40, 1, 0, lenient, 2},
-        {"beside a small diagonal", 0x1p-42, 0x1p-10, 0, lenient, 2},
-        {"too large for the input", 0x1p-42, 1, 0, -43, 2},
-        {"at the guard", 0x1p-42, 1, 0, -42, 1},
-        {"amplified by the balancing", 0x1p-42, 1, 20, -30, 2},
-        {"damped by the balancing", 0x1p-42, 1, -20, -60, 1},
+        {"zero", 0, 0, {0, 0}, -lenient, 1},
+        {"below the tolerance of its diagonal", 0x1p-42, 1, {0, 0}, lenient, 1},
+        {"at the tolerance of its diagonal", 0x1p-40, 1, {0, 0}, lenient, 2},
+        {"beside a small diagonal", 0x1p-42, 0x1p-10, {0, 0}, lenient, 2},
+        {"too large for the input", 0x1p-42, 1, {0, 0}, -43, 2},
+        {"at the guard", 0x1p-42, 1, {0, 0}, -42, 1},
+        // The row lies along axis 0 and acts on axis 1.
+        {"amplified along its axis", 0x1p-42, 1, {0, 20}, -23, 2},
+        {"damped along its axis", 0x1p-42, 1, {0, -20}, -62, 1},
+        {"amplified by its elements", 0x1p-42, 1, {-20, 0}, -23, 2},
+        {"damped by its elements", 0x1p-42, 1, {20, 0}, -62, 1},
     };
     for (const Case& c : cases) {
         SchurForm schur({1, 0, c.element, c.diagonal}, 2);
-        // The row lies along axis 0 and its unit vector along axis 1.
-        const std::vector<int> exponents{0, c.imbalance};
-        Deflation deflation(tolerance, c.guard, exponents);
+        Deflation deflation(tolerance, c.guard, c.exponents);
         EXPECT_EQ(deflation.deflate(schur, 2), c.remaining) << c.name;
         EXPECT_EQ(schur.H[2], c.remaining == 1 ? 0 : c.element) << c.name;
+    }
+}
+
+// With the row (1, i) and the columns (1, i) and (i, 1) of Z, the row times the adjoint of Z has
+// its weight on axis 0 alone.
+TEST(EigenDeflation, MeasuresTheRowInTheCoordinatesOfTheInput) {
+    const Complex i(0, 1);
+    const double size = 0x1p-50;
+    for (const auto& [exponents, remaining] :
+         {std::pair<std::vector<int>, std::size_t>{{20, 0, 0}, 1}, {{0, 20, 0}, 3}}) {
+        SchurForm schur({1, 0, 0, 0, 1, 0, size, size * i, 1}, 3);
+        const double half = std::sqrt(0.5);
+        schur.Z = {half, half * i, 0, half * i, half, 0, 0, 0, 1};
+        Deflation deflation(0x1p-40, -60, exponents);
+        EXPECT_EQ(deflation.deflate(schur, 3), remaining);
     }
 }
 
