@@ -215,7 +215,7 @@ def refusals() -> list[Any]:
         (lambda: t.matrix_power(m, 1.5), TypeError, "integer"),
         (lambda: t.eye(-1), ValueError, "order -1"),
         (lambda: t.add(x, x, out=[0, 0]), TypeError, "out must be a NumPy array, not list"),
-        (lambda: t.add(x, x, out=np.ones(2, f4)), TypeError, "out is float32, the result",
+        (lambda: t.add(x, x, out=np.ones(2, f4)), TypeError, "out is float32, the result"),
         (lambda: t.add(x, x, out=np.ones(2, ">f8")), TypeError, "out is >f8"),
         (lambda: t.add(x, x, out=np.ones(3)), ValueError, r"out has shape \(3,\)"),
         (lambda: t.add(x, x, out=read_only), ValueError, "out is read-only"),
