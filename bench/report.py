@@ -63,6 +63,11 @@ def main() -> None:
     print_row("host_vector of 16 float32", stored, "ns")
     print_row("  the bare aligned allocation and release", bare, "ns")
     print_row("  beyond the bare allocation", stored - bare, "ns", 200)
+    catalogue = medians(build / "bench" / "bench_dispatch")
+    dispatch = catalogue["dispatch_add/float32"]
+    print_row("building the default context", catalogue["default_context"]["cpu_time"], "ms", 20)
+    print_row("dispatch of add in it", dispatch["cpu_time"], "ns", 400)
+    print_row("  its allocations", dispatch["allocations"], "a call")
     for language, megabytes in demo_megabytes(build):
         print_row(f"peak memory of the demo, {language}", megabytes, "MB", 100)
 

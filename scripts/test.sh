@@ -19,5 +19,5 @@ closing_line() {
 }
 echo
 echo "C++:    $(closing_line 'tests passed|No tests were found' "$logs/ctest.txt")"
-echo "Python: $(closing_line '(passed|failed|error|no tests ran).* in [0-9.]+s' "$logs/pytest.txt")"
+echo "Python: $(closing_line '(passed|failed|error|no tests ran).* in [0-9.]+s' "$logs/pytest.txt" | tr -d =)"
 [ "$cpp_status" -eq 0 ] && [ "$python_status" -eq 0 ]

@@ -3,6 +3,7 @@
 
 #include "array_policy.h"
 #include "host_array.h"
+#include "structured_operands.h"
 
 #include "tessaline/frontend/elements.h"
 #include "tessaline/storage/borrowed_host_entities.h"
@@ -107,11 +108,17 @@ class Call {
 
     void take(const OperationOperandSpec& operand, const nb::dict& bindings,
               const nb::dict& locations, const nb::dict& compute_dtypes);
+    void take_operand(const OperationOperandSpec& operand, nb::handle binding, bool on_host,
+                      std::string_view compute);
+    template <typename Handle>
+    void bind_structured(OperandRole role, bool written, Handle& handle, std::string_view compute);
     void take_array(const OperationOperandSpec& operand, nb::handle array,
                     std::string_view compute);
     void take_boolean(const OperationOperandSpec& operand, OperandKind kind, void* data);
     template <typename Handle>
     void bind(OperandRole role, bool writable, std::vector<Handle>& handles, Handle handle);
+    template <typename Handle>
+    void bind_handle(OperandRole role, bool writable, Handle& handle);
 
     std::vector<HostArray> arrays_;
     std::vector<Scalar> scalars_;
@@ -166,11 +173,51 @@ void Call::take(const OperationOperandSpec& operand, const nb::dict& bindings,
     if (operand.access != OperandAccess::read) {
         results_.push_back(nb::borrow(binding));
     }
-    if (word == "cuda") {
-        refuse("CUDA binding requires a device-specific Context");
+    take_operand(operand, binding, word == "host",
+                 compute.is_valid() ? nb::cast<std::string_view>(compute) : std::string_view());
+}
+
+void Call::take_operand(const OperationOperandSpec& operand, nb::handle binding, bool on_host,
+                        std::string_view compute) {
+    const bool lu = nb::isinstance<NativeLUOperand>(binding);
+    const bool eigen = nb::isinstance<NativeEigenOperand>(binding);
+    std::optional<OperandKind> kind = operand.kind;
+    if (!kind && (lu || eigen)) {
+        kind = lu ? OperandKind::LuDecomp : OperandKind::EigenVals;
     }
-    take_array(operand, binding,
-               compute.is_valid() ? nb::cast<std::string_view>(compute) : std::string_view());
+    const bool written = operand.access != OperandAccess::read;
+    if (kind == OperandKind::LuDecomp) {
+        if (!on_host) {
+            refuse("LUOperand must use host residency");
+        }
+        if (!lu) {
+            refuse("LU binding requires LUOperand");
+        }
+        bind_structured(operand.role, written, nb::cast<NativeLUOperand&>(binding).handle(),
+                        compute);
+    } else if (kind == OperandKind::EigenVals) {
+        if (!on_host) {
+            refuse("CUDA eigen binding requires CudaEigenOperand");
+        }
+        if (!eigen) {
+            refuse("host eigen binding requires EigenOperand");
+        }
+        bind_structured(operand.role, written, nb::cast<NativeEigenOperand&>(binding).handle(),
+                        compute);
+    } else if (!on_host) {
+        refuse("CUDA binding requires a device-specific Context");
+    } else {
+        take_array(operand, binding, compute);
+    }
+}
+
+template <typename Handle>
+void Call::bind_structured(OperandRole role, bool written, Handle& handle,
+                           std::string_view compute) {
+    if (!compute.empty() && compute != scalar_metadata(handle.type().compute_type()).name) {
+        refuse("structured operand compute dtype is fixed at construction");
+    }
+    bind_handle(role, written, handle);
 }
 
 void Call::take_array(const OperationOperandSpec& operand, nb::handle array,
@@ -182,9 +229,6 @@ void Call::take_array(const OperationOperandSpec& operand, nb::handle array,
     }
     const OperandKind kind = operand.kind.value_or(static_cast<OperandKind>(taken.rank()));
     const ArrayPolicy policy = select_array_policy(taken.dtype(), compute);
-    if (kind > OperandKind::Matrix) {
-        refuse("structured binding requires LUOperand or EigenOperand");
-    }
     static constexpr const char* rank_words[] = {"scalar binding must have rank zero",
                                                  "vector binding must have rank one",
                                                  "matrix binding must have rank two"};
@@ -229,11 +273,15 @@ void Call::take_boolean(const OperationOperandSpec& operand, OperandKind kind, v
 
 template <typename Handle>
 void Call::bind(OperandRole role, bool writable, std::vector<Handle>& handles, Handle handle) {
-    Handle& kept = handles.emplace_back(std::move(handle));
+    bind_handle(role, writable, handles.emplace_back(std::move(handle)));
+}
+
+template <typename Handle>
+void Call::bind_handle(OperandRole role, bool writable, Handle& handle) {
     if (writable) {
-        bindings_.bind(role, kept);
+        bindings_.bind(role, handle);
     } else {
-        bindings_.bind(role, std::as_const(kept));
+        bindings_.bind(role, std::as_const(handle));
     }
 }
 

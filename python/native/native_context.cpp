@@ -2,6 +2,7 @@
 #include "native_context.h"
 
 #include "execute_operation.h"
+#include "result_policy.h"
 
 #include "tessaline/frontend/tessaline_context_builder.h"
 
@@ -88,7 +89,11 @@ void define_context(nb::module_& module) {
                const nb::dict& locations, const nb::dict& compute_dtypes) {
                 return execute_operation(self, operation, bindings, locations, compute_dtypes);
             },
-            "operation"_a, "bindings"_a, "locations"_a, "compute_dtypes"_a = nb::dict());
+            "operation"_a, "bindings"_a, "locations"_a, "compute_dtypes"_a = nb::dict())
+        .def(
+            "synchronise", [](const NativeContext&) {}, "Wait for the context's device work.")
+        .def("_result_policy", &result_policy, "operation"_a, "inputs"_a, "output_shape"_a,
+             "output_dtype"_a = "");
 }
 
 } // namespace Tessaline::Python

@@ -3,6 +3,8 @@
 
 // The execution context of Python callers.
 
+#include "native_catalogue.h"
+
 #include "tessaline/frontend/tessaline_executor.h"
 
 #include <nanobind/nanobind.h>
@@ -12,11 +14,6 @@
 #include <string>
 
 namespace Tessaline::Python {
-
-/// A sealed catalogue, shared by the contexts that run on it.
-struct NativeCatalogue {
-    std::shared_ptr<TessalineContext> context;
-};
 
 /// Constructed once and never changed; several Python threads may use one.
 class NativeContext {

@@ -68,11 +68,6 @@ void register_builtin_operations(OperationRegistry& registry,
     }
 }
 
-void register_builtin_operation(OperationRegistry& registry, const OperationId& id,
-                                const RegistrationProvenance& provenance) {
-    registry.register_operation(spec_of(row_of(id)), provenance);
-}
-
 OperationNumerics operation_numerics(const OperationId& id) {
     return numerics_of(row_of(id));
 }

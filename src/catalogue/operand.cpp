@@ -40,6 +40,11 @@ std::string operand_role_name(OperandRole role) {
                                 : "Input" + std::to_string(input_index(role));
 }
 
+const char* operand_access_name(OperandAccess access) {
+    static constexpr std::array words{"read", "write", "read_write"};
+    return enumeration_word(words, access);
+}
+
 const char* operand_kind_name(OperandKind kind) {
     static constexpr std::array words{"scalar", "vector", "matrix", "lu", "eigen"};
     return enumeration_word(words, kind);

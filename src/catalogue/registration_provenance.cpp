@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessaline/catalogue/registration_provenance.h"
 
+#include "catalogue/enumeration_words.h"
+
 #include <stdexcept>
 #include <utility>
 
@@ -20,6 +22,12 @@ RegistrationProvenance::RegistrationProvenance(RegistrationOrigin origin, std::s
     if (version_ && version_->empty()) {
         throw std::invalid_argument("RegistrationProvenance - version must not be empty");
     }
+}
+
+std::string RegistrationProvenance::text() const {
+    static constexpr std::array origins{"builtin", "extension", "plugin"};
+    return std::string(enumeration_word(origins, origin_)) + ":" + id_ +
+           (version_ ? "@" + *version_ : "");
 }
 
 RegistrationProvenance RegistrationProvenance::builtin(std::optional<std::string> version) {

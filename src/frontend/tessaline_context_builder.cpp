@@ -53,8 +53,7 @@ void validate_rank(const OperationSpec& spec, OperandRole role, const BackendOpe
 
 TessalineContextBuilder::TessalineContextBuilder() : TessalineContextBuilder(CustomOnlyTag{}) {
     const auto provenance = builtin_provenance();
-    // The other built-in operations join with their implementations.
-    register_builtin_operation(operations_, BuiltinOperations::add, provenance);
+    register_builtin_operations(operations_, provenance);
     register_cpu_backends(backends_, provenance);
 }
 

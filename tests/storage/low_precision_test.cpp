@@ -54,9 +54,12 @@ void expect_binary16(float value) {
 TEST(Binary16, WidensEveryPatternLikeTheCompiler) {
     for (std::uint32_t pattern = 0; pattern <= 0xffff; ++pattern) {
         const auto bits = static_cast<std::uint16_t>(pattern);
-        const auto expected = static_cast<float>(std::bit_cast<_Float16>(bits));
-        ASSERT_EQ(bits_of(binary16_to_float(bits)), bits_of(expected)) << std::hex << pattern;
-        ASSERT_EQ(bits_of(static_cast<float>(Float16::from_bits(bits))), bits_of(expected));
+        const auto compilers = static_cast<float>(std::bit_cast<_Float16>(bits));
+        const std::uint32_t expected = std::isnan(compilers)
+                                           ? (std::signbit(compilers) ? 0xffc00000U : 0x7fc00000U)
+                                           : bits_of(compilers);
+        ASSERT_EQ(bits_of(binary16_to_float(bits)), expected) << std::hex << pattern;
+        ASSERT_EQ(bits_of(static_cast<float>(Float16::from_bits(bits))), expected);
     }
 }
 

@@ -14,10 +14,6 @@ namespace Tessaline {
 TESSALINE_API void register_builtin_operations(OperationRegistry& registry,
                                                const RegistrationProvenance& provenance);
 
-/// Registers one of them. Raises std::logic_error besides for an id that is not built in.
-TESSALINE_API void register_builtin_operation(OperationRegistry& registry, const OperationId& id,
-                                              const RegistrationProvenance& provenance);
-
 /// The numerics of a built-in operation, in the order of its author. Raises std::logic_error for an
 /// id that is not built in.
 TESSALINE_API OperationNumerics operation_numerics(const OperationId& id);

@@ -37,6 +37,9 @@ TESSALINE_API std::string operand_role_name(OperandRole role);
 /// operation reads: it must be preserved on its way in.
 enum class OperandAccess : std::int32_t { read = 0, write = 1, read_write = 2 };
 
+/// The enumerator's name, and "unknown" for any other value.
+TESSALINE_API const char* operand_access_name(OperandAccess access);
+
 enum class OperandKind : std::int32_t {
     Scalar = 0,
     Vector = 1,

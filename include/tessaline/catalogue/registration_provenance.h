@@ -30,6 +30,9 @@ class TESSALINE_API RegistrationProvenance {
     const std::string& id() const { return id_; }
     const std::optional<std::string>& version() const { return version_; }
 
+    /// "builtin:tessaline@0.1.1": origin, owner and, where there is one, version.
+    std::string text() const;
+
     friend bool operator==(const RegistrationProvenance&, const RegistrationProvenance&) = default;
 
   private:

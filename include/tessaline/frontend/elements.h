@@ -5,7 +5,8 @@
 //
 // Each function raises std::invalid_argument for an operand on a device and std::logic_error when
 // the operand has no such buffer or T is not its exact element type. Spans are valid while the
-// operand lives; elements must not be touched while an operation that uses them runs.
+// operand lives, which is why temporaries are refused; elements must not be touched while an
+// operation that uses them runs.
 
 #include "tessaline/frontend/eigen_values.h"
 #include "tessaline/frontend/lu_factorisation.h"
@@ -39,6 +40,8 @@ template <BufferElement T>
 std::span<const T> elements(const Vector& vector, BufferRole role = BufferRole::data) {
     return ElementsDetail::span_of<T>(vector, role, vector.size());
 }
+template <BufferElement T>
+std::span<const T> elements(const Vector&&, BufferRole = BufferRole::data) = delete;
 
 /// The elements of a matrix in the order of its layout, or with a role one part of a split one.
 template <BufferElement T>
@@ -49,6 +52,8 @@ template <BufferElement T>
 std::span<const T> elements(const Matrix& matrix, BufferRole role = BufferRole::data) {
     return ElementsDetail::span_of<T>(matrix, role, matrix.size());
 }
+template <BufferElement T>
+std::span<const T> elements(const Matrix&&, BufferRole = BufferRole::data) = delete;
 
 /// The value of a scalar; T is its stored type, complex for a complex one.
 template <CompiledElement T>
@@ -67,9 +72,12 @@ template <CompiledElement T>
 std::span<const T> factors(const LuFactorisation& lu) {
     return ElementsDetail::span_of<T>(lu, BufferRole::lu_factors, lu.size() * lu.size());
 }
+template <CompiledElement T>
+std::span<const T> factors(const LuFactorisation&&) = delete;
 
 /// For each column the row, counted from 1, that it was swapped with.
 TESSALINE_API std::span<const long> pivots(const LuFactorisation& lu);
+std::span<const long> pivots(const LuFactorisation&&) = delete;
 
 /// How many rows the factorisation swapped.
 TESSALINE_API std::uint64_t swap_count(const LuFactorisation& lu);
@@ -78,6 +86,8 @@ template <CompiledElement T>
 std::span<const T> eigenvalues(const EigenValues& eigen) {
     return ElementsDetail::span_of<T>(eigen, BufferRole::eigenvalues, eigen.size());
 }
+template <CompiledElement T>
+std::span<const T> eigenvalues(const EigenValues&&) = delete;
 
 /// The matrix of eigenvectors in the order of its layout: column by column, so that each is
 /// contiguous, when that is column major.
@@ -85,5 +95,7 @@ template <CompiledElement T>
 std::span<const T> eigenvectors(const EigenValues& eigen) {
     return ElementsDetail::span_of<T>(eigen, BufferRole::eigenvectors, eigen.size() * eigen.size());
 }
+template <CompiledElement T>
+std::span<const T> eigenvectors(const EigenValues&&) = delete;
 
 } // namespace Tessaline

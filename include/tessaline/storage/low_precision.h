@@ -49,15 +49,14 @@ constexpr std::uint16_t float_to_binary16(float value) {
     return static_cast<std::uint16_t>(sign | magnitude);
 }
 
-/// The value of a binary16. Exact; a signalling NaN becomes quiet and keeps its payload, as the
-/// conversion instruction of the processor does it.
+/// The value of a binary16, exact; a NaN of any payload gives the quiet NaN 0x7fc00000 under its
+/// sign.
 constexpr float binary16_to_float(std::uint16_t bits) {
     const std::uint32_t sign = (bits & 0x8000U) << 16U;
     const std::uint32_t exponent = bits >> 10U & 0x1fU;
     const std::uint32_t mantissa = bits & 0x3ffU;
     if (exponent == 31) {
-        const std::uint32_t quiet = mantissa != 0 ? 0x400000U : 0;
-        return std::bit_cast<float>(sign | 0x7f800000U | quiet | mantissa << 13U);
+        return std::bit_cast<float>(sign | (mantissa != 0 ? 0x7fc00000U : 0x7f800000U));
     }
     if (exponent == 0) {
         const float magnitude = static_cast<float>(mantissa) * 0x1p-24F;

@@ -58,13 +58,15 @@ void FloatingLu<T>::solve(BackendExecutionBindings& bindings) {
     const LuDecompEntity& entity = input_lu(bindings);
     const auto lu = lu_view<Compute>(entity, "solve pivots", {});
     const auto b = output_vector<T>(bindings, output_role(0), lu.size);
+    const DataMatrixLayout layout = entity.descriptor().layout();
     if constexpr (std::is_same_v<T, Compute>) {
-        CpuFallback::solve(lu, entity.descriptor().layout(), b.data());
+        CpuFallback::solve(lu, layout, b.data());
+        std::ranges::transform(b, b.begin(), result_as<T>);
     } else {
         std::vector<Compute> x(b.size());
         std::ranges::transform(b, x.begin(), widened<T>);
-        CpuFallback::solve(lu, entity.descriptor().layout(), x.data());
-        std::ranges::transform(x, b.begin(), stored_as<T>);
+        CpuFallback::solve(lu, layout, x.data());
+        std::ranges::transform(x, b.begin(), result_as<T>);
     }
 }
 

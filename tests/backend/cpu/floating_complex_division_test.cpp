@@ -9,44 +9,10 @@
 namespace Tessaline {
 namespace {
 
+using Testing::CounterRandom;
+
 /// Holds the product of two doubles exactly, and the range of all quotients.
 __extension__ using Exact = __float128;
-
-template <typename Real>
-class CarefulDivision : public ::testing::Test {
-  protected:
-    using Complex = std::complex<Real>;
-    using Limits = std::numeric_limits<Real>;
-
-    /// A number of any exponent down to the smallest subnormal one, now and then zero.
-    Real any_real() {
-        constexpr int lowest = Limits::min_exponent - Limits::digits;
-        constexpr int range = Limits::max_exponent - lowest;
-        if (random_.below(16) == 0) {
-            return random_.below(2) == 0 ? Real(0) : -Real(0);
-        }
-        const int exponent = lowest + 1 + static_cast<int>(random_.below(range));
-        return std::ldexp(mantissa(), exponent);
-    }
-    /// A number within 40 binades of `size`.
-    Real real_near(Real size) {
-        return std::ldexp(mantissa(), std::ilogb(size) - 20 + static_cast<int>(random_.below(40)));
-    }
-    Complex any_complex() { return {any_real(), any_real()}; }
-
-  private:
-    /// In (-1, -1/2] or [1/2, 1).
-    Real mantissa() {
-        const auto fraction = static_cast<Real>(random_.below(1U << 24U)) * Real(0x1p-25);
-        const Real magnitude = fraction + Real(0.5);
-        return random_.below(2) == 0 ? magnitude : -magnitude;
-    }
-
-    Testing::CounterRandom random_{4};
-};
-
-using Reals = ::testing::Types<float, double>;
-TYPED_TEST_SUITE(CarefulDivision, Reals);
 
 /// p q + r s over den, times two to `exponent`, from mantissas and exponents.
 template <typename Real>
@@ -93,85 +59,93 @@ std::complex<Real> plain_quotient(Real a, Real b, Real c, Real d) {
     return {recombined(a, c, b, d, squared, -2 * e), recombined(b, c, -a, d, squared, -2 * e)};
 }
 
+/// A number with an exponent in [lowest, lowest + count), as far as the type has it.
+template <typename Real>
+Real random_real(CounterRandom& random, int lowest, int count) {
+    const Real mantissa = 1 + static_cast<Real>(random.below(1U << 24U)) * Real(0x1p-24);
+    const int exponent = lowest + static_cast<int>(random.below(static_cast<unsigned>(count)));
+    return std::ldexp(random.below(2) == 0 ? mantissa : -mantissa, exponent);
+}
+
 /// One part against its exact value. Nine roundings lead to it, each relative to the magnitude of
 /// the whole quotient, which exceeds its larger part by a factor of at most the root of two; where
 /// the result is subnormal, its grid adds two steps.
 template <typename Real>
-void expect_near(Real found, Exact exact, Exact larger_part) {
+bool is_near(Real found, Exact exact, Exact larger_part) {
     using Limits = std::numeric_limits<Real>;
     const Exact bound =
-        9 * 1.4143 * Exact(Limits::epsilon()) / 2 * larger_part + 2 * Exact(Limits::denorm_min());
-    const Exact magnitude = exact < 0 ? -exact : exact;
+        9 * 1.4143 * Limits::epsilon() / 2 * larger_part + 2 * Exact(Limits::denorm_min());
     if (std::isfinite(found)) {
-        const Exact error = Exact(found) - exact;
-        ASSERT_TRUE(error <= bound && -error <= bound) << found;
-    } else {
-        ASSERT_TRUE(magnitude + bound > Exact(Limits::max())) << found;
-        ASSERT_EQ(found > 0, exact > 0);
+        return exact - bound <= found && found <= exact + bound;
     }
+    const Exact magnitude = found > 0 ? exact : -exact;
+    return std::isinf(found) && magnitude + bound > Limits::max();
 }
+
+template <typename Real>
+class CarefulDivision : public ::testing::Test {};
+
+using Reals = ::testing::Types<float, double>;
+TYPED_TEST_SUITE(CarefulDivision, Reals);
 
 TYPED_TEST(CarefulDivision, HoldsOverTheWholeExponentRange) {
     using Real = TypeParam;
+    using Limits = std::numeric_limits<Real>;
+    constexpr int lowest = Limits::min_exponent - Limits::digits;
+    constexpr int range = Limits::max_exponent - lowest;
+    CounterRandom random(4);
     for (int round = 0; round < 200000; ++round) {
-        auto dividend = this->any_complex();
-        auto divisor = this->any_complex();
-        if (round % 2 == 0 && divisor.imag() != 0) {
-            // Parts of like size, which leave no quotient to the limits of the range.
-            dividend = {this->real_near(divisor.imag()), this->real_near(divisor.imag())};
-            divisor.real(this->real_near(divisor.imag()));
+        // Every other time parts of like size, which leave no quotient to the limits of the range.
+        const bool alike = round % 2 == 0;
+        const int from = alike ? lowest + static_cast<int>(random.below(range - 40)) : lowest;
+        Real parts[4];
+        for (Real& part : parts) {
+            part = random_real<Real>(random, from, alike ? 40 : range);
         }
-        if (divisor == Real(0) || !std::isfinite(std::abs(dividend)) ||
-            !std::isfinite(divisor.real())) {
+        if (random.below(4) == 0) {
+            parts[random.below(4)] = random.below(2) == 0 ? Real(0) : -Real(0);
+        }
+        const auto [a, b, c, d] = parts;
+        if (c == 0 && d == 0) {
             continue;
         }
-        const auto quotient = careful_quotient(dividend, divisor);
-        const Real a = dividend.real();
-        const Real b = dividend.imag();
-        const Real c = divisor.real();
-        const Real d = divisor.imag();
-        SCOPED_TRACE(::testing::Message() << std::hexfloat << dividend << " / " << divisor);
+        const auto quotient = careful_quotient<Real>({a, b}, {c, d});
         const auto plain = plain_quotient(a, b, c, d);
-        ASSERT_EQ(std::memcmp(&quotient, &plain, sizeof(plain)), 0) << quotient << plain;
+        SCOPED_TRACE(::testing::Message() << std::hexfloat << a << " + i " << b << " over " << c
+                                          << " + i " << d << ": " << quotient);
+        ASSERT_EQ(std::memcmp(&quotient, &plain, sizeof(plain)), 0) << plain;
         const Exact squared = Exact(c) * c + Exact(d) * d;
         const Exact re = (Exact(a) * c + Exact(b) * d) / squared;
         const Exact im = (Exact(b) * c - Exact(a) * d) / squared;
         const Exact larger = std::max(re < 0 ? -re : re, im < 0 ? -im : im);
-        expect_near<Real>(quotient.real(), re, larger);
-        expect_near<Real>(quotient.imag(), im, larger);
-        if (this->HasFatalFailure()) {
-            return;
-        }
+        ASSERT_TRUE(is_near(quotient.real(), re, larger));
+        ASSERT_TRUE(is_near(quotient.imag(), im, larger));
     }
 }
 
 TYPED_TEST(CarefulDivision, KeepsTheBitsOfSubnormalOperands) {
-    using Real = TypeParam;
-    using Value = std::complex<Real>;
-    const Real tiny = std::numeric_limits<Real>::denorm_min();
+    using Value = std::complex<TypeParam>;
+    const TypeParam tiny = std::numeric_limits<TypeParam>::denorm_min();
+    const TypeParam large = std::numeric_limits<TypeParam>::max() / 2;
     EXPECT_EQ(careful_quotient(Value(3 * tiny, tiny), Value(tiny, 0)), Value(3, 1));
     EXPECT_EQ(careful_quotient(Value(2 * tiny, 4 * tiny), Value(tiny, tiny)), Value(3, 1));
     EXPECT_EQ(careful_quotient(Value(tiny, 0), Value(0, tiny)), Value(0, -1));
     // The smaller part of the divisor is all of the imaginary part of the quotient.
-    const Real large = std::numeric_limits<Real>::max() / 2;
     EXPECT_EQ(careful_quotient(Value(large, 0), Value(1, tiny)), Value(large, -large * tiny));
 }
 
 TYPED_TEST(CarefulDivision, LeavesTheLimitsToTheLibrary) {
-    using Real = TypeParam;
-    using Value = std::complex<Real>;
-    constexpr Real inf = std::numeric_limits<Real>::infinity();
-    constexpr Real nan = std::numeric_limits<Real>::quiet_NaN();
-    for (const Value divisor : {Value(0, 0), Value(-Real(0), 0)}) {
-        EXPECT_TRUE(std::isinf(careful_quotient(Value(1, 2), divisor).real()));
-        EXPECT_TRUE(std::isnan(careful_quotient(Value(0, 0), divisor).real()));
-    }
+    using Value = std::complex<TypeParam>;
+    constexpr TypeParam inf = std::numeric_limits<TypeParam>::infinity();
+    constexpr TypeParam nan = std::numeric_limits<TypeParam>::quiet_NaN();
+    EXPECT_TRUE(std::isinf(careful_quotient(Value(1, 2), Value(0, 0)).real()));
+    EXPECT_TRUE(std::isnan(careful_quotient(Value(0, 0), Value(0, 0)).real()));
+    EXPECT_TRUE(std::isnan(careful_quotient(Value(nan, 1), Value(3, 4)).real()));
     for (const Value infinite : {Value(inf, 1), Value(nan, -inf), Value(inf, inf)}) {
         EXPECT_EQ(careful_quotient(Value(1, 2), infinite), Value(0, 0));
         const Value quotient = careful_quotient(infinite, Value(3, 4));
         EXPECT_TRUE(std::isinf(quotient.real()) || std::isinf(quotient.imag()));
     }
-    EXPECT_TRUE(std::isnan(careful_quotient(Value(nan, 1), Value(3, 4)).real()));
 }
 
 } // namespace

@@ -270,7 +270,7 @@ struct FloatingMatrixPowers : FloatingEigenKernels<T> {
             for (const auto out : orders_of<T>()) {
                 expect_result<T>(FloatingOperation::matrix_power,
                                  {Operand<T>::matrix(A, in).read(), exponent(power).read()},
-                                 Operand<T>::matrix(expected, out), expected);
+                                 Operand<T>::matrix(expected, out), A, expected);
             }
         }
     }

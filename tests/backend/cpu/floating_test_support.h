@@ -14,12 +14,15 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <span>
 
 namespace Tessaline::Testing {
 
 using FloatingTypes = ::testing::Types<Complex32, Float16, BFloat16, double, std::complex<double>,
                                        float, std::complex<float>>;
+
+using Size = std::uint64_t;
 
 template <typename T>
 inline constexpr std::size_t part_count = sizeof(T) / sizeof(Component<T>);
@@ -31,24 +34,21 @@ using Parts = std::array<Component<T>, part_count<T>>;
 /// Elements by row and column; a vector is one column, a scalar one element.
 template <typename T>
 struct Grid {
-    using Element = T;
-
     /// `make(i, j)` is a stored or a compute value.
     template <typename Make>
-    Grid(std::uint64_t row_count, std::uint64_t col_count, const Make& make)
-        : rows(row_count),
-          cols(col_count) {
-        for (std::uint64_t i = 0; i < rows * cols; ++i) {
+    Grid(Size row_count, Size col_count, const Make& make) : rows(row_count),
+                                                             cols(col_count) {
+        for (Size i = 0; i < rows * cols; ++i) {
             elements.push_back(static_cast<T>(make(i / cols, i % cols)));
         }
     }
     /// The compute value of an element.
-    ComputeOf<T> operator()(std::uint64_t i, std::uint64_t j = 0) const {
+    ComputeOf<T> operator()(Size i, Size j = 0) const {
         return static_cast<ComputeOf<T>>(elements[i * cols + j]);
     }
 
-    std::uint64_t rows;
-    std::uint64_t cols;
+    Size rows;
+    Size cols;
     std::vector<T> elements; ///< row by row
 };
 
@@ -94,10 +94,9 @@ Part special(CounterRandom& random) {
 
 /// Ordinary values, and special ones among them where `with_specials` is set.
 template <typename T>
-Grid<T> random_grid(std::uint64_t rows, std::uint64_t cols, CounterRandom& random,
-                    bool with_specials = true) {
+Grid<T> random_grid(Size rows, Size cols, CounterRandom& random, bool with_specials = true) {
     using Part = Component<T>;
-    return {rows, cols, [&](std::uint64_t, std::uint64_t) {
+    return {rows, cols, [&](Size, Size) {
                 Parts<T> parts;
                 for (Part& part : parts) {
                     part = with_specials ? special<Part>(random) : ordinary<Part>(random);
@@ -106,30 +105,39 @@ Grid<T> random_grid(std::uint64_t rows, std::uint64_t cols, CounterRandom& rando
             }};
 }
 
-/// Host storage of a grid.
+/// Host storage of a grid. Copies share it.
 template <typename T>
 class Operand {
   public:
-    static Operand scalar(const Grid<T>& grid) {
-        return {grid, StorageFactory::host_scalar(PolicyOf<T>::type()), 1, 1};
-    }
-    static Operand vector(const Grid<T>& grid) {
-        return {grid, StorageFactory::host_vector(PolicyOf<T>::type(), grid.rows, representation),
-                1, grid.cols};
-    }
-    static Operand matrix(const Grid<T>& grid, DataMatrixLayout order) {
-        auto entity = StorageFactory::host_matrix(PolicyOf<T>::type(), grid.rows, grid.cols, order,
-                                                  representation);
-        return order == DataMatrixLayout::row_major
-                   ? Operand(grid, std::move(entity), grid.cols, 1)
-                   : Operand(grid, std::move(entity), 1, grid.rows);
+    /// A scalar, vector or matrix; the order is that of a matrix.
+    Operand(OperandKind kind, const Grid<T>& grid,
+            DataMatrixLayout order = DataMatrixLayout::row_major)
+        : rows_(grid.rows),
+          cols_(grid.cols),
+          row_stride_(order == DataMatrixLayout::row_major ? cols_ : 1),
+          col_stride_(order == DataMatrixLayout::row_major ? 1 : rows_) {
+        const DataTypeDescriptor type = PolicyOf<T>::type();
+        if (kind == OperandKind::Scalar) {
+            hold(StorageFactory::host_scalar(type));
+        } else if (kind == OperandKind::Vector) {
+            hold(StorageFactory::host_vector(type, rows_, representation));
+        } else {
+            hold(StorageFactory::host_matrix(type, rows_, cols_, order, representation));
+        }
+        assign(grid);
     }
 
-    OperandBinding written() const { return binding_; }
-    OperandBinding read() const { return const_binding_; }
+    static Operand scalar(const Grid<T>& grid) { return {OperandKind::Scalar, grid}; }
+    static Operand vector(const Grid<T>& grid) { return {OperandKind::Vector, grid}; }
+    static Operand matrix(const Grid<T>& grid, DataMatrixLayout order) {
+        return {OperandKind::Matrix, grid, order};
+    }
+
+    OperandBinding written() const { return *binding_; }
+    OperandBinding read() const { return *const_binding_; }
 
     void assign(const Grid<T>& grid) {
-        for (std::uint64_t i = 0; i < rows_ * cols_; ++i) {
+        for (Size i = 0; i < rows_ * cols_; ++i) {
             const auto parts = std::bit_cast<Parts<T>>(grid.elements[i]);
             for (std::size_t part = 0; part < parts.size(); ++part) {
                 *place(i / cols_, i % cols_, part) = parts[part];
@@ -137,7 +145,7 @@ class Operand {
         }
     }
     Grid<T> grid() const {
-        return {rows_, cols_, [&](std::uint64_t i, std::uint64_t j) {
+        return {rows_, cols_, [&](Size i, Size j) {
                     Parts<T> parts;
                     for (std::size_t part = 0; part < parts.size(); ++part) {
                         parts[part] = *place(i, j, part);
@@ -151,48 +159,40 @@ class Operand {
         is_complex_element<T> ? DataComplexLayout::interleaved : DataComplexLayout::none;
 
     template <typename Entity>
-    Operand(const Grid<T>& grid, std::unique_ptr<Entity> entity, std::uint64_t row_stride,
-            std::uint64_t col_stride)
-        : binding_(std::ref(*entity)),
-          const_binding_(ConstOperandEntityRef<Entity>(*entity)),
-          rows_(grid.rows),
-          cols_(grid.cols),
-          row_stride_(row_stride),
-          col_stride_(col_stride) {
+    void hold(std::unique_ptr<Entity> entity) {
         ErasedBufferAccess& buffers = erased_buffers(*entity, "test operand");
+        interleaved_ = buffers.buffer_count() == 1;
         for (std::size_t part = 0; part < part_count<T>; ++part) {
-            interleaved_ = buffers.buffer_count() == 1;
-            const MutableBufferView view = buffers.buffer(interleaved_ ? 0 : part);
-            parts_[part] = static_cast<Component<T>*>(view.data) + (interleaved_ ? part : 0);
+            parts_[part] = static_cast<Component<T>*>(buffers.buffer(interleaved_ ? 0 : part).data);
         }
-        owner_ = std::shared_ptr<Entity>(std::move(entity));
-        assign(grid);
+        binding_ = std::ref(*entity);
+        const_binding_ = ConstOperandEntityRef<Entity>(*entity);
+        owner_ = std::move(entity);
     }
 
-    Component<T>* place(std::uint64_t i, std::uint64_t j, std::size_t part) const {
-        return parts_[part] +
-               (i * row_stride_ + j * col_stride_) * (interleaved_ ? part_count<T> : 1);
+    Component<T>* place(Size i, Size j, std::size_t part) const {
+        const Size index = i * row_stride_ + j * col_stride_;
+        return parts_[part] + (interleaved_ ? index * part_count<T> + part : index);
     }
 
     std::shared_ptr<void> owner_;
-    OperandBinding binding_;
-    OperandBinding const_binding_;
-    std::uint64_t rows_;
-    std::uint64_t cols_;
-    std::uint64_t row_stride_;
-    std::uint64_t col_stride_;
+    std::optional<OperandBinding> binding_;
+    std::optional<OperandBinding> const_binding_;
+    Size rows_;
+    Size cols_;
+    Size row_stride_;
+    Size col_stride_;
     bool interleaved_ = true;
     std::array<Component<T>*, part_count<T>> parts_{};
 };
 
-/// The orders that matrices of T may have.
+/// The orders that operands of T may have.
 template <typename T>
-std::vector<DataMatrixLayout> orders_of() {
-    if constexpr (is_complex_element<T>) {
+std::vector<DataMatrixLayout> orders_of(OperandKind kind = OperandKind::Matrix) {
+    if (is_complex_element<T> && kind == OperandKind::Matrix) {
         return {DataMatrixLayout::row_major, DataMatrixLayout::column_major};
-    } else {
-        return {DataMatrixLayout::row_major};
     }
+    return {DataMatrixLayout::row_major};
 }
 
 inline BackendExecutionBindings bindings_of(const std::vector<OperandBinding>& inputs,
@@ -217,7 +217,7 @@ std::span<const std::byte> bytes_of(const Grid<T>& grid) {
 /// bits of `expected` each time. `before` is what the output holds before each run.
 template <typename T, typename Output>
 void expect_result(FloatingOperation operation, const std::vector<OperandBinding>& inputs,
-                   Operand<Output>& output, const Grid<Output>& before,
+                   Operand<Output> output, const Grid<Output>& before,
                    const Grid<Output>& expected) {
     static const std::array<std::shared_ptr<CpuRuntimeContext>, 4> runtimes = [] {
         const auto runtime = [](std::size_t threads) {
@@ -252,14 +252,10 @@ void expect_result(FloatingOperation operation, const std::vector<OperandBinding
     }
 }
 
-/// The same for an output whose former content no kernel reads: every element gets written.
-template <typename T, typename Output>
-void expect_result(FloatingOperation operation, const std::vector<OperandBinding>& inputs,
-                   Operand<Output> output, const Grid<Output>& expected) {
-    const Grid<Output> unwritten(expected.rows, expected.cols, [](std::uint64_t, std::uint64_t) {
-        return static_cast<Output>(static_cast<ComputeOf<Output>>(12288));
-    });
-    expect_result<T>(operation, inputs, output, unwritten, expected);
+/// What tests fill outputs with, to show elements that were not written.
+template <typename T>
+Grid<T> unwritten(Size rows, Size cols) {
+    return {rows, cols, [](Size, Size) { return static_cast<ComputeOf<T>>(12288); }};
 }
 
 } // namespace Tessaline::Testing

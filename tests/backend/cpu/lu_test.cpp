@@ -248,6 +248,9 @@ TEST(LuComplex, PartsThatCancelOrRoundAwayAreNoUnderflow) {
     // The imaginary part of the multiplier is far below the real one and yet kept.
     const auto kept = factored<C>(2, {2, 1, C(1, 0x1p-900), 1});
     EXPECT_EQ(kept.factors[1], C(0.5, 0x1p-901));
+    // 3 (1 / 3) falls short of 1 by 2^-54, which division loses beside the real part.
+    const auto recovered = factored<C>(2, {C(3, 1), 1, C(1, 1.0 / 3), 1});
+    EXPECT_EQ(recovered.factors[1].imag(), -0x1p-54 / 10);
 }
 
 TEST(LuComplex, PivotBeyondTheRangeOfMagnitudesWins) {

@@ -229,6 +229,16 @@ TYPED_TEST(StructuredDeterminant, VanishingMultiplierAndOverflowAreErrors) {
         ErrorReason::solver_failure);
 }
 
+TEST(SlogdetComplex, PartOfAMultiplierThatDivisionLosesDecides) {
+    // The multiplier is x - i 2^-54 / 10, and x times the last column cancels.
+    const double x = (Complex(1, 1.0 / 3) / Complex(3, 1)).real();
+    const auto [sign, logarithm] =
+        signed_logdet_of<Complex>({Complex(3, 1), 0x1p60, Complex(1, 1.0 / 3), x * 0x1p60});
+    const Complex expected = Complex(3, 1) * Complex(0, 6.4);
+    EXPECT_LE(std::abs(sign - expected / std::abs(expected)), 4 * epsilon);
+    EXPECT_NEAR(logarithm, std::log(std::abs(expected)), 8 * epsilon);
+}
+
 TEST(SlogdetComplex, PhaseIsOfUnitMagnitude) {
     CounterRandom random(32);
     auto rows = random_elements<Complex>(40 * 40, [&] { return spread(random, -30, 30); });
@@ -320,8 +330,10 @@ TYPED_TEST(StructuredDeterminant, RangeOfThePositiveDefinitePaths) {
     EXPECT_EQ(unrooted_logdet_of<C>({}), 0);
     EXPECT_EQ(positive_definite_logdet_of<C>({smallest, 0, 0, smallest}), 2 * std::log(smallest));
     EXPECT_EQ(unrooted_logdet_of<C>({1e300, 0, 0, 1e300}), 2 * std::log(1e300));
-    // The upper triangle of the input does not count.
+    // The upper triangle of the input does not count, not even where scaling is judged.
     EXPECT_EQ(positive_definite_logdet_of<C>({4, 99, 0, 4}), 2 * std::log(4.0));
+    EXPECT_EQ(positive_definite_logdet_of<C>({1, smallest, 0, 1e300}), std::log(1e300));
+    EXPECT_EQ(unrooted_logdet_of<C>({1, smallest, 0, 1e300}), std::log(1e300));
     const double scaled = positive_definite_logdet_of<C>({1, 1e-320, 1e-320, 1});
     EXPECT_NEAR(scaled, 0, 2 * 96 * std::numbers::ln2 * epsilon);
 
@@ -341,6 +353,14 @@ TYPED_TEST(StructuredDeterminant, RangeOfThePositiveDefinitePaths) {
     refused({0x1p1000, 0x1.8p-100, 0, 0x1.8p-100, 1, 1, 0, 1, 1}, -1,
             "unrepresentable unrooted scaling",
             "logdet_positive_definite - unrooted scaling range cannot be preserved");
+    // A Schur complement off the diagonal overflows while its diagonal entries do not.
+    expect_solver_error(
+        [] {
+            unrooted_logdet_of<C>({1, 1e150, 1e160, 1e150, 2e300, 0, 1e160, 0, 1});
+        },
+        -1, "unrepresentable unrooted scaling", "tessaline.logdet_positive_definite",
+        "logdet_positive_definite - unrooted scaling range cannot be preserved",
+        ErrorReason::solver_failure);
     refused({1e-320, 1, 1, 1e300}, -1, "determinant scaling would overflow",
             "tessaline.logdet_positive_definite - subnormal factorisation range cannot be "
             "preserved");

@@ -63,6 +63,18 @@ struct BoundComplexScalarView {
     }
 };
 
+/// The value of an integer scalar, modulo 2^32.
+template <typename Entity, OperandRole Role>
+struct BoundUnsignedScalarValue {
+    using Element = typename Entity::Element;
+    static unsigned get(BackendExecutionBindings& bindings) {
+        using namespace CpuOperandViewDetail;
+        const auto& scalar =
+            access<DenseRealScalarAccess, Element>(entity<ScalarEntity, Role, true>(bindings));
+        return static_cast<unsigned>(*scalar.data());
+    }
+};
+
 template <typename Entity, OperandRole Role, bool Const>
 struct BoundDenseRealVectorView {
     using Element = typename Entity::Element;

@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "result_policy.h"
+
+#include "array_policy.h"
+
+#include "tessaline/storage/numeric_policy.h"
+
+#include <nanobind/stl/string_view.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace nb = nanobind;
+
+namespace Tessaline::Python {
+
+namespace {
+
+OperandKind kind_of(const nb::tuple& shape) {
+    if (shape.size() > 2) {
+        throw std::invalid_argument(
+            "Context.execute - array binding rank must be zero, one or two");
+    }
+    return static_cast<OperandKind>(shape.size());
+}
+
+OperandFormat dense_format(OperandKind kind) {
+    switch (kind) {
+    case OperandKind::Vector:
+        return OperandFormat::of(DataVectorFormat::dense);
+    case OperandKind::Matrix:
+        return OperandFormat::of(DataMatrixFormat::dense);
+    default:
+        return {};
+    }
+}
+
+/// The layout of arrays of a kind.
+std::optional<DataMatrixLayout> array_layout(OperandKind kind) {
+    return kind == OperandKind::Matrix ? std::optional(DataMatrixLayout::row_major) : std::nullopt;
+}
+
+BackendOperandKey input_key(nb::handle input) {
+    nb::tuple entries;
+    if (!nb::try_cast(input, entries) || entries.size() != 3) {
+        throw std::invalid_argument("result policy - invalid input descriptor");
+    }
+    BackendOperandKey key;
+    key.storage = scalar_type_named(nb::cast<std::string_view>(entries[0]));
+    key.compute = scalar_type_named(nb::cast<std::string_view>(entries[1]));
+    key.kind = kind_of(nb::cast<nb::tuple>(entries[2]));
+    key.format = dense_format(key.kind);
+    key.layout = array_layout(key.kind);
+    const ScalarCategory category = scalar_metadata(key.storage).category;
+    const bool complex =
+        category == ScalarCategory::complex_floating || category == ScalarCategory::complex_integer;
+    if (complex && key.kind != OperandKind::Scalar) {
+        key.complex = DataComplexLayout::interleaved;
+    }
+    return key;
+}
+
+} // namespace
+
+nb::tuple result_policy(const NativeContext& context, std::string_view operation,
+                        const nb::list& inputs, const nb::tuple& output_shape,
+                        std::string_view output_dtype) {
+    std::vector<BackendOperandKey> keys;
+    for (const nb::handle input : inputs) {
+        keys.push_back(input_key(input));
+    }
+    const OperandKind kind = kind_of(output_shape);
+    DenseResultRequest request{kind, DataLocation::pageable_host, array_layout(kind), {}};
+    if (!output_dtype.empty()) {
+        request.storage = scalar_type_named(output_dtype);
+    }
+    static constexpr BackendKind families[] = {BackendKind::cpu_scalar, BackendKind::cpu_simd};
+    const DataTypeDescriptor policy = context.context().infer_dense_result_policy(
+        OperationId::parse(operation), families, keys, request);
+    const char* storage = scalar_metadata(policy.storage_type()).name;
+    const char* compute = scalar_metadata(policy.compute_type()).name;
+    if (!is_compiled_policy(policy.storage_type(), policy.compute_type())) {
+        throw std::invalid_argument(std::string("numeric policy is not compiled: ") + storage +
+                                    " / " + compute);
+    }
+    return nb::make_tuple(storage, compute);
+}
+
+} // namespace Tessaline::Python

@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// How kernels walk over elements, and what a product is in each instruction set.
+//
+// A set that fuses rounds the first product of a pair of products, and adds or subtracts the second
+// one unrounded; a set that does not rounds each operation. Sums of elements are never fused.
+
+#include "backend/cpu/simd/simd_kernels.h"
+
+#include <cstddef>
+
+namespace Tessaline::SimdKernels {
+
+/// Stands in for a mask where all lanes take part.
+struct AllLanes {};
+
+template <typename Set>
+typename Set::Register load(const float* from, AllLanes) {
+    return Set::load(from);
+}
+template <typename Set>
+typename Set::Register load(const float* from, typename Set::Mask mask) {
+    return Set::load(from, mask);
+}
+template <typename Set>
+void store(float* to, typename Set::Register value, AllLanes) {
+    Set::store(to, value);
+}
+template <typename Set>
+void store(float* to, typename Set::Register value, typename Set::Mask mask) {
+    Set::store(to, value, mask);
+}
+
+/// Calls `body(index, lanes)` for each vector of [0, count): with all lanes, and once with the
+/// first ones only for what is left.
+template <typename Set, typename Body>
+void for_vectors(std::size_t count, const Body& body) {
+    std::size_t i = 0;
+    for (; i + Set::lanes <= count; i += Set::lanes) {
+        body(i, AllLanes{});
+    }
+    if (i < count) {
+        body(i, Set::first_lanes(count - i));
+    }
+}
+
+/// A vector of complex numbers, or one number in all lanes.
+template <typename Set>
+struct Complex {
+    typename Set::Register real;
+    typename Set::Register imag;
+};
+
+template <typename Set, typename Lanes>
+Complex<Set> load_complex(SplitInput from, std::size_t index, Lanes lanes) {
+    return {load<Set>(from.real + index, lanes), load<Set>(from.imag + index, lanes)};
+}
+template <typename Set, typename Lanes>
+void store_complex(SplitOutput to, std::size_t index, Complex<Set> value, Lanes lanes) {
+    store<Set>(to.real + index, value.real, lanes);
+    store<Set>(to.imag + index, value.imag, lanes);
+}
+template <typename Set>
+Complex<Set> broadcast_complex(float real, float imag) {
+    return {Set::broadcast(real), Set::broadcast(imag)};
+}
+
+/// c + a b as a step of a matrix product.
+template <typename Set>
+typename Set::Register add_product(typename Set::Register c, typename Set::Register a,
+                                   typename Set::Register b) {
+    if constexpr (Set::fuses) {
+        return Set::fused_add(a, b, c);
+    } else {
+        return c + a * b;
+    }
+}
+
+/// c + a b as a step of a matrix product. With fusing, each of the four products goes straight into
+/// its sum, the one with the real part of `a` first.
+template <typename Set>
+Complex<Set> add_product(Complex<Set> c, Complex<Set> a, Complex<Set> b) {
+    if constexpr (Set::fuses) {
+        return {Set::fused_subtract(a.imag, b.imag, Set::fused_add(a.real, b.real, c.real)),
+                Set::fused_add(a.imag, b.real, Set::fused_add(a.real, b.imag, c.imag))};
+    } else {
+        return {c.real + (a.real * b.real - a.imag * b.imag),
+                c.imag + (a.real * b.imag + a.imag * b.real)};
+    }
+}
+
+/// a b + c d and a b - c d.
+template <typename Set>
+typename Set::Register sum_of_products(typename Set::Register a, typename Set::Register b,
+                                       typename Set::Register c, typename Set::Register d) {
+    if constexpr (Set::fuses) {
+        return Set::fused_add(c, d, a * b);
+    } else {
+        return a * b + c * d;
+    }
+}
+template <typename Set>
+typename Set::Register difference_of_products(typename Set::Register a, typename Set::Register b,
+                                              typename Set::Register c, typename Set::Register d) {
+    if constexpr (Set::fuses) {
+        return Set::fused_subtract(c, d, a * b);
+    } else {
+        return a * b - c * d;
+    }
+}
+
+template <typename Set>
+Complex<Set> product(Complex<Set> a, Complex<Set> b) {
+    return {difference_of_products<Set>(a.real, b.real, a.imag, b.imag),
+            sum_of_products<Set>(a.real, b.imag, a.imag, b.real)};
+}
+
+/// The conjugate of `a` times `b`.
+template <typename Set>
+Complex<Set> conjugate_product(Complex<Set> a, Complex<Set> b) {
+    return {sum_of_products<Set>(a.real, b.real, a.imag, b.imag),
+            difference_of_products<Set>(a.real, b.imag, a.imag, b.real)};
+}
+
+} // namespace Tessaline::SimdKernels

@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "backend/cpu/cpu_chunks.h"
+#include "backend/cpu/simd/simd_operations.h"
+
+namespace Tessaline::SimdOperations {
+
+namespace {
+
+template <typename T>
+DenseRealVectorView<T> part(DenseRealVectorView<T> whole, Index begin, Index end) {
+    return {whole.data + begin, end - begin};
+}
+template <typename T>
+DenseComplexSplitVectorView<T> part(DenseComplexSplitVectorView<T> whole, Index begin, Index end) {
+    return {whole.real + begin, whole.imag + begin, end - begin};
+}
+
+template <typename T>
+DenseRealVectorView<T> real_plane(DenseComplexSplitVectorView<T> vector) {
+    return {vector.real, vector.size};
+}
+template <typename T>
+DenseRealVectorView<T> imag_plane(DenseComplexSplitVectorView<T> vector) {
+    return {vector.imag, vector.size};
+}
+
+template <typename Body>
+void for_elements(Index count, const Body& body) {
+    for_chunks(count, count, body);
+}
+
+/// Calls a kernel of two inputs on parts of its operands.
+template <typename Input, typename Output>
+void apply(void (*kernel)(Input, Input, Output), Input a, Input b, Output out) {
+    for_elements(out.size, [=](Index begin, Index end) {
+        kernel(part(a, begin, end), part(b, begin, end), part(out, begin, end));
+    });
+}
+
+/// Calls a real kernel of two inputs on both planes.
+void apply_to_planes(void (*kernel)(RealInput, RealInput, RealOutput), SplitInput a, SplitInput b,
+                     SplitOutput out) {
+    for_elements(out.size, [=](Index begin, Index end) {
+        kernel(part(real_plane(a), begin, end), part(real_plane(b), begin, end),
+               part(real_plane(out), begin, end));
+        kernel(part(imag_plane(a), begin, end), part(imag_plane(b), begin, end),
+               part(imag_plane(out), begin, end));
+    });
+}
+
+} // namespace
+
+void sqrt(const Table&, SplitInput a, SplitOutput out) {
+    for_elements(out.size, [=](Index begin, Index end) {
+        for (Index i = begin; i < end; ++i) {
+            const std::complex<float> root = std::sqrt(std::complex(a.real[i], a.imag[i]));
+            out.real[i] = root.real();
+            out.imag[i] = root.imag();
+        }
+    });
+}
+
+void conj(const Table& kernels, SplitOutput a) {
+    for_elements(a.size, [&](Index begin, Index end) {
+        const RealOutput imag = part(imag_plane(a), begin, end);
+        kernels.negate({imag.data, imag.size}, imag);
+    });
+}
+
+void add(const Table& kernels, RealInput a, RealInput b, RealOutput out) {
+    apply(kernels.add, a, b, out);
+}
+
+void add(const Table&, Float16Input a, Float16Input b, Float16Output out) {
+    for_elements(out.size, [=](Index begin, Index end) {
+        for (Index i = begin; i < end; ++i) {
+            out.data[i] = Float16(static_cast<float>(a.data[i]) + static_cast<float>(b.data[i]));
+        }
+    });
+}
+
+void add(const Table& kernels, SplitInput a, SplitInput b, SplitOutput out) {
+    apply_to_planes(kernels.add, a, b, out);
+}
+
+void sub(const Table& kernels, RealInput a, RealInput b, RealOutput out) {
+    apply(kernels.subtract, a, b, out);
+}
+
+void sub(const Table& kernels, SplitInput a, SplitInput b, SplitOutput out) {
+    apply_to_planes(kernels.subtract, a, b, out);
+}
+
+void mul(const Table& kernels, RealInput a, RealInput b, RealOutput out) {
+    apply(kernels.multiply, a, b, out);
+}
+
+void mul(const Table& kernels, SplitInput a, SplitInput b, SplitOutput out) {
+    apply(kernels.multiply_split, a, b, out);
+}
+
+void scale(const Table& kernels, RealInput a, RealScalarView<const float> factor, RealOutput out) {
+    const float value = *factor.data;
+    for_elements(out.size, [&](Index begin, Index end) {
+        kernels.scale(part(a, begin, end), value, part(out, begin, end));
+    });
+}
+
+void scale(const Table& kernels, SplitInput a, ComplexScalarView<const float> factor,
+           SplitOutput out) {
+    // Read once, lest a chunk overwrite a factor that is an element of the result.
+    const float real = *factor.real;
+    const float imag = *factor.imag;
+    for_elements(out.size, [&](Index begin, Index end) {
+        kernels.scale_split(part(a, begin, end), {&real, &imag}, part(out, begin, end));
+    });
+}
+
+void divide(const Table& kernels, SplitInput a, ComplexScalarView<const float> divisor,
+            SplitOutput out) {
+    const float real = *divisor.real;
+    const float imag = *divisor.imag;
+    const float squared = real * real + imag * imag;
+    const float inverse_real = real / squared;
+    const float inverse_imag = -imag / squared;
+    scale(kernels, a, {&inverse_real, &inverse_imag}, out);
+}
+
+} // namespace Tessaline::SimdOperations

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Every kernel of an engine, instantiated for one instruction set.
+
+#include "backend/cpu/engine_lu.h"
+#include "backend/cpu/engine_power_methods.h"
+#include "backend/cpu/simd/simd_elementwise.h"
+#include "backend/cpu/simd/simd_matmul.h"
+#include "backend/cpu/simd/simd_reductions.h"
+#include "backend/cpu/simd/simd_row_products.h"
+#include "backend/cpu/simd/simd_structure.h"
+
+namespace Tessaline::SimdKernels {
+
+template <typename Set>
+constexpr Table make_table() {
+    return {
+        .add = Elementwise<Set>::add,
+        .subtract = Elementwise<Set>::subtract,
+        .multiply = Elementwise<Set>::multiply,
+        .scale = Elementwise<Set>::scale,
+        .negate = Elementwise<Set>::negate,
+        .multiply_split = Elementwise<Set>::multiply_split,
+        .scale_split = Elementwise<Set>::scale_split,
+        .sum = Reductions<Set>::sum,
+        .inner = Reductions<Set>::inner,
+        .matmul_real = Matmul<RealElements<Set>>::matmul,
+        .matmul_split = Matmul<SplitElements<Set>>::matmul,
+        .row_products = RowProducts<Set>::row_products,
+        .conjugate_row_products = RowProducts<Set>::conjugate_row_products,
+        .kron = Structure<Set>::kron,
+        .outer = Structure<Set>::outer,
+        .partial_trace_left = Structure<Set>::partial_trace_left,
+        .partial_trace_right = Structure<Set>::partial_trace_right,
+        .transpose = Structure<Set>::transpose,
+        .negated_transpose = Structure<Set>::negated_transpose,
+        .lu_decomp = EngineLu::lu_decomp<Set::fuses, long>,
+        .solve = EngineLu::solve<Set::fuses, long>,
+        .logdet = EngineLu::logdet<long>,
+        .principal_eigenvect = EnginePowerMethods::principal_eigenvect<Reductions<Set>>,
+    };
+}
+
+} // namespace Tessaline::SimdKernels

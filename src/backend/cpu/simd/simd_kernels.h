@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The functions that an engine has compiled for its instruction set. They are serial, allocate
+// nothing and check nothing: the engine around them (x86_simd_engine.h) cuts the work and knows the
+// shapes. Included by units for every instruction set, so nothing here is more than a declaration.
+//
+// Elements of matrices lie in row-major order, whatever the views say. A kernel with `begin` and
+// `end` computes those rows of its result only.
+
+#include "tessaline/storage/kernel_views.h"
+
+#include <complex>
+
+namespace Tessaline::SimdKernels {
+
+using RealInput = DenseRealVectorView<const float>;
+using RealOutput = DenseRealVectorView<float>;
+using SplitInput = DenseComplexSplitVectorView<const float>;
+using SplitOutput = DenseComplexSplitVectorView<float>;
+using RealMatrixInput = DenseRealMatrixView<const float>;
+using RealMatrixOutput = DenseRealMatrixView<float>;
+using SplitMatrixInput = DenseComplexSplitMatrixView<const float>;
+using SplitMatrixOutput = DenseComplexSplitMatrixView<float>;
+using Element = std::complex<float>;
+using Index = std::uint64_t;
+
+struct Table {
+    // Elementwise, of the size of the result, which may lie where an operand does.
+    void (*add)(RealInput, RealInput, RealOutput);
+    void (*subtract)(RealInput, RealInput, RealOutput);
+    void (*multiply)(RealInput, RealInput, RealOutput);
+    void (*scale)(RealInput, float factor, RealOutput);
+    void (*negate)(RealInput, RealOutput);
+    void (*multiply_split)(SplitInput, SplitInput, SplitOutput);
+    /// The factor is the second operand of each product.
+    void (*scale_split)(SplitInput, ComplexScalarView<const float> factor, SplitOutput);
+
+    /// Lanes are summed over whole vectors and then among each other, halves first; what is left of
+    /// the elements is added to that in order.
+    float (*sum)(RealInput);
+    /// The sum of conj(a) b, each part in the order of `sum`.
+    void (*inner)(SplitInput a, SplitInput b, ComplexScalarView<float> out);
+
+    // C = A B. Each element is summed in increasing inner index, from zero.
+    void (*matmul_real)(RealMatrixInput A, RealMatrixInput B, RealMatrixOutput C, Index begin,
+                        Index end);
+    void (*matmul_split)(SplitMatrixInput A, SplitMatrixInput B, SplitMatrixOutput C, Index begin,
+                         Index end);
+
+    // Products of rows with a vector, out[i] for the rows i of [begin, end).
+    /// The sum over increasing k of A[i][k] x[k].
+    void (*row_products)(SplitMatrixInput A, SplitInput x, SplitOutput out, Index begin, Index end);
+    /// The sum over increasing k of conj(x[k]) A[i][k].
+    void (*conjugate_row_products)(SplitMatrixInput A, SplitInput x, SplitOutput out, Index begin,
+                                   Index end);
+
+    /// Element (i1 r + i2, j1 c + j2) is A[i1][j1] B[i2][j2], for B of r rows and c columns.
+    void (*kron)(SplitMatrixInput A, SplitMatrixInput B, SplitMatrixOutput out, Index begin,
+                 Index end);
+    /// Element (i, j) is a[i] b[j].
+    void (*outer)(SplitInput a, SplitInput b, SplitMatrixOutput out, Index begin, Index end);
+
+    // For A of order k m and a result of order m: the sums over increasing t below k of
+    // A[t m + i][t m + j] and of A[i k + t][j k + t].
+    void (*partial_trace_left)(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end);
+    void (*partial_trace_right)(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end);
+
+    void (*transpose)(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end);
+    void (*negated_transpose)(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end);
+
+    // Solvers, whose elements are interleaved; see engine_lu.h and engine_power_methods.h.
+    void (*lu_decomp)(LuDecompView<long, Element> lu);
+    void (*solve)(LuDecompView<const long, const Element> lu, SplitOutput b);
+    void (*logdet)(LuDecompView<const long, const Element> lu, ComplexScalarView<float> out);
+    void (*principal_eigenvect)(DenseComplexIntlvMatrixView<const Element> A,
+                                DenseComplexIntlvVectorView<Element> vector);
+};
+
+extern const Table avx256_table;
+extern const Table avx512_table;
+
+} // namespace Tessaline::SimdKernels

@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "backend/cpu/cpu_chunks.h"
+#include "backend/cpu/simd/simd_operations.h"
+#include "backend/cpu/simd/simd_planes.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace Tessaline::SimdOperations {
+
+namespace {
+
+/// The matrix whose row-major elements are the elements of `matrix` as they lie.
+template <typename T>
+DenseRealMatrixView<T> as_lines(DenseRealMatrixView<T> matrix) {
+    if (is_row_major(matrix)) {
+        return matrix;
+    }
+    return {matrix.data, matrix.cols, matrix.rows, DataMatrixLayout::row_major};
+}
+
+using TransposeKernel = void (*)(RealMatrixInput, RealMatrixOutput, Index, Index);
+
+/// Transposes the lines of two planes, each by a kernel of its own.
+void transpose_lines(SplitMatrixInput A, SplitMatrixOutput out, TransposeKernel real,
+                     TransposeKernel imag) {
+    const RealMatrixOutput lines = as_lines(real_plane(out));
+    for_chunks(lines.rows, work_of(lines.rows, lines.cols), [=](Index begin, Index end) {
+        real(as_lines(real_plane(A)), as_lines(real_plane(out)), begin, end);
+        imag(as_lines(imag_plane(A)), as_lines(imag_plane(out)), begin, end);
+    });
+}
+
+/// Copies two planes as they lie; `negate` changes the sign of the imaginary one.
+void copy_lines(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out, bool negate) {
+    const Index count = A.rows * A.cols;
+    for_chunks(count, count, [=, &kernels](Index begin, Index end) {
+        std::copy(A.real + begin, A.real + end, out.real + begin);
+        if (negate) {
+            kernels.negate({A.imag + begin, end - begin}, {out.imag + begin, end - begin});
+        } else {
+            std::copy(A.imag + begin, A.imag + end, out.imag + begin);
+        }
+    });
+}
+
+void require_transposed(SplitMatrixInput A, SplitMatrixOutput out, const char* message) {
+    if (A.rows != out.cols || A.cols != out.rows) {
+        throw std::invalid_argument(message);
+    }
+}
+
+/// Traces each plane by `kernel`.
+void trace_out(void (*kernel)(RealMatrixInput, RealMatrixOutput, Index, Index), SplitMatrixInput A,
+               SplitMatrixOutput out, const char* message) {
+    if (A.rows != A.cols || out.rows != out.cols || out.rows == 0 || A.rows % out.rows != 0 ||
+        !is_row_major(A) || !is_row_major(out)) {
+        throw std::invalid_argument(message);
+    }
+    for_chunks(out.rows, work_of(A.rows, out.rows), [=](Index begin, Index end) {
+        kernel(real_plane(A), real_plane(out), begin, end);
+        kernel(imag_plane(A), imag_plane(out), begin, end);
+    });
+}
+
+} // namespace
+
+void copy_matrix(const Table& kernels, SplitMatrixInput from, SplitMatrixOutput to) {
+    if (from.layout == to.layout) {
+        copy_lines(kernels, from, to, false);
+    } else {
+        transpose_lines(from, to, kernels.transpose, kernels.transpose);
+    }
+}
+
+void transpose(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) {
+    require_transposed(A, out, "SimdEngine::transpose - incompatible shapes");
+    if (A.layout == out.layout) {
+        transpose_lines(A, out, kernels.transpose, kernels.transpose);
+    } else {
+        copy_lines(kernels, A, out, false);
+    }
+}
+
+void adjoint(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) {
+    require_transposed(A, out, "SimdEngine::adjoint - incompatible shapes");
+    if (A.layout == out.layout) {
+        transpose_lines(A, out, kernels.transpose, kernels.negated_transpose);
+    } else {
+        copy_lines(kernels, A, out, true);
+    }
+}
+
+void trace_out_left(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) {
+    trace_out(kernels.partial_trace_left, A, out,
+              "SimdEngine::trace_out_left - incompatible shapes or layout");
+}
+
+void trace_out_right(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) {
+    trace_out(kernels.partial_trace_right, A, out,
+              "SimdEngine::trace_out_right - incompatible shapes or layout");
+}
+
+void identity(const Table&, SplitMatrixOutput out) {
+    if (out.rows != out.cols) {
+        throw std::invalid_argument("SimdEngine::identity - non-square matrix");
+    }
+    const Index order = out.rows;
+    for_chunks(order, order, [=](Index begin, Index end) {
+        std::fill(out.real + begin * order, out.real + end * order, 0.0F);
+        std::fill(out.imag + begin * order, out.imag + end * order, 0.0F);
+        for (Index i = begin; i < end; ++i) {
+            out.real[i * order + i] = 1;
+        }
+    });
+}
+
+void relayout(const Table&, InterleavedMatrixInput from, InterleavedMatrixOutput to) {
+    if (from.rows != to.rows || from.cols != to.cols) {
+        throw std::invalid_argument("SimdEngine::relayout - incompatible shapes");
+    }
+    if (from.layout == to.layout) {
+        std::copy(from.data, from.data + from.rows * from.cols, to.data);
+        return;
+    }
+    const Index lines = is_row_major(to) ? to.rows : to.cols;
+    const Index length = is_row_major(to) ? to.cols : to.rows;
+    for (Index i = 0; i < lines; ++i) {
+        for (Index j = 0; j < length; ++j) {
+            to.data[i * length + j] = from.data[j * lines + i];
+        }
+    }
+}
+
+} // namespace Tessaline::SimdOperations

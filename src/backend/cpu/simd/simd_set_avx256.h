@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Vectors of 8 floats. For units compiled for AVX2 only.
+
+#include "backend/cpu/simd/simd_transpose.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <immintrin.h>
+
+namespace Tessaline::SimdKernels {
+
+// Internal linkage on purpose: whatever is instantiated with this type stays in its unit, where the
+// linker cannot put it in the place of code for another instruction set.
+namespace {
+
+/// The vocabulary of the kernels: addition, subtraction and multiplication are the operators of
+/// Register. Nothing fuses.
+struct Avx256 {
+    using Register = __m256;
+    using Mask = __m256i;
+    static constexpr std::size_t lanes = 8;
+    static constexpr bool fuses = false;
+    // Tiles of products: rows, and vectors across, that the 16 registers hold.
+    static constexpr std::size_t real_tile_rows = 5;
+    static constexpr std::size_t real_tile_vectors = 2;
+    static constexpr std::size_t split_tile_rows = 2;
+    static constexpr std::size_t split_tile_vectors = 2;
+
+    /// The first `count` lanes, at most all.
+    static Mask first_lanes(std::size_t count) {
+        static constexpr std::int32_t edge[2 * lanes] = {-1, -1, -1, -1, -1, -1, -1, -1};
+        return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(edge + lanes - count));
+    }
+
+    static Register zero() { return _mm256_setzero_ps(); }
+    static Register broadcast(float value) { return _mm256_set1_ps(value); }
+    static Register load(const float* from) { return _mm256_loadu_ps(from); }
+    /// Zero in the lanes outside of the mask, whose memory is not touched.
+    static Register load(const float* from, Mask mask) { return _mm256_maskload_ps(from, mask); }
+    static void store(float* to, Register value) { _mm256_storeu_ps(to, value); }
+    static void store(float* to, Register value, Mask mask) {
+        _mm256_maskstore_ps(to, mask, value);
+    }
+    static Register negated(Register value) { return _mm256_xor_ps(value, _mm256_set1_ps(-0.0F)); }
+
+    /// The sum of the lanes: the high half onto the low half, then neighbours, twice.
+    static float sum(Register value) {
+        return sum(_mm_add_ps(_mm256_castps256_ps128(value), _mm256_extractf128_ps(value, 1)));
+    }
+
+    static void transpose(Register (&rows)[lanes]) {
+        transpose_quads<Avx256>(rows);
+        for (std::size_t i = 0; i < 4; ++i) {
+            const Register low = rows[i];
+            const Register high = rows[4 + i];
+            rows[i] = _mm256_permute2f128_ps(low, high, 0x20);
+            rows[4 + i] = _mm256_permute2f128_ps(low, high, 0x31);
+        }
+    }
+
+    /// The elements at even and at odd places of a and b, one after the other.
+    static Register even_elements(Register a, Register b) {
+        return in_order(_mm256_shuffle_ps(a, b, 0x88));
+    }
+    static Register odd_elements(Register a, Register b) {
+        return in_order(_mm256_shuffle_ps(a, b, 0xdd));
+    }
+
+    // Of each four lanes of both operands.
+    static Register unpack_low(Register a, Register b) { return _mm256_unpacklo_ps(a, b); }
+    static Register unpack_high(Register a, Register b) { return _mm256_unpackhi_ps(a, b); }
+    static Register low_pairs(Register a, Register b) { return _mm256_shuffle_ps(a, b, 0x44); }
+    static Register high_pairs(Register a, Register b) { return _mm256_shuffle_ps(a, b, 0xee); }
+
+  private:
+    /// Undoes that a shuffle of two vectors takes pairs from them in turn.
+    static Register in_order(Register pairs) {
+        return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(pairs), 0xd8));
+    }
+
+    static float sum(__m128 value) {
+        value = _mm_hadd_ps(value, value);
+        return _mm_cvtss_f32(_mm_hadd_ps(value, value));
+    }
+};
+
+} // namespace
+
+} // namespace Tessaline::SimdKernels

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Vectors of 16 floats. For units compiled for AVX512F and AVX512DQ.
+
+#include "backend/cpu/simd/simd_transpose.h"
+
+#include <cstddef>
+#include <immintrin.h>
+
+namespace Tessaline::SimdKernels {
+
+// Internal linkage on purpose: whatever is instantiated with this type stays in its unit, where the
+// linker cannot put it in the place of code for another instruction set.
+namespace {
+
+/// The vocabulary of the kernels: addition, subtraction and multiplication are the operators of
+/// Register. Products fuse where a kernel says so.
+struct Avx512 {
+    using Register = __m512;
+    using Mask = __mmask16;
+    static constexpr std::size_t lanes = 16;
+    static constexpr bool fuses = true;
+    // Tiles of products: rows, and vectors across, that the 32 registers hold.
+    static constexpr std::size_t real_tile_rows = 8;
+    static constexpr std::size_t real_tile_vectors = 3;
+    static constexpr std::size_t split_tile_rows = 4;
+    static constexpr std::size_t split_tile_vectors = 3;
+
+    /// The first `count` lanes, at most all.
+    static Mask first_lanes(std::size_t count) { return static_cast<Mask>((1U << count) - 1); }
+
+    static Register zero() { return _mm512_setzero_ps(); }
+    static Register broadcast(float value) { return _mm512_set1_ps(value); }
+    static Register load(const float* from) { return _mm512_loadu_ps(from); }
+    /// Zero in the lanes outside of the mask, whose memory is not touched.
+    static Register load(const float* from, Mask mask) { return _mm512_maskz_loadu_ps(mask, from); }
+    static void store(float* to, Register value) { _mm512_storeu_ps(to, value); }
+    static void store(float* to, Register value, Mask mask) {
+        _mm512_mask_storeu_ps(to, mask, value);
+    }
+    static Register negated(Register value) { return _mm512_xor_ps(value, _mm512_set1_ps(-0.0F)); }
+
+    /// a b + c and c - a b, rounded once.
+    static Register fused_add(Register a, Register b, Register c) {
+        return _mm512_fmadd_ps(a, b, c);
+    }
+    static Register fused_subtract(Register a, Register b, Register c) {
+        return _mm512_fnmadd_ps(a, b, c);
+    }
+
+    /// The sum of the lanes: the high half onto the low half, twice, then neighbours, twice.
+    static float sum(Register value) {
+        const __m256 half =
+            _mm256_add_ps(_mm512_castps512_ps256(value), _mm512_extractf32x8_ps(value, 1));
+        const __m128 quarter =
+            _mm_add_ps(_mm256_castps256_ps128(half), _mm256_extractf128_ps(half, 1));
+        const __m128 pairs = _mm_hadd_ps(quarter, quarter);
+        return _mm_cvtss_f32(_mm_hadd_ps(pairs, pairs));
+    }
+
+    static void transpose(Register (&rows)[lanes]) {
+        transpose_quads<Avx512>(rows);
+        for (std::size_t i = 0; i < 4; ++i) {
+            // Four by four quarters remain to be transposed.
+            const Register low_upper = _mm512_shuffle_f32x4(rows[i], rows[4 + i], 0x44);
+            const Register low_lower = _mm512_shuffle_f32x4(rows[8 + i], rows[12 + i], 0x44);
+            const Register high_upper = _mm512_shuffle_f32x4(rows[i], rows[4 + i], 0xee);
+            const Register high_lower = _mm512_shuffle_f32x4(rows[8 + i], rows[12 + i], 0xee);
+            rows[i] = _mm512_shuffle_f32x4(low_upper, low_lower, 0x88);
+            rows[4 + i] = _mm512_shuffle_f32x4(low_upper, low_lower, 0xdd);
+            rows[8 + i] = _mm512_shuffle_f32x4(high_upper, high_lower, 0x88);
+            rows[12 + i] = _mm512_shuffle_f32x4(high_upper, high_lower, 0xdd);
+        }
+    }
+
+    /// The elements at even and at odd places of a and b, one after the other.
+    static Register even_elements(Register a, Register b) {
+        const __m512i even =
+            _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
+        return _mm512_permutex2var_ps(a, even, b);
+    }
+    static Register odd_elements(Register a, Register b) {
+        const __m512i odd =
+            _mm512_setr_epi32(1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31);
+        return _mm512_permutex2var_ps(a, odd, b);
+    }
+
+    // Of each four lanes of both operands.
+    static Register unpack_low(Register a, Register b) { return _mm512_unpacklo_ps(a, b); }
+    static Register unpack_high(Register a, Register b) { return _mm512_unpackhi_ps(a, b); }
+    static Register low_pairs(Register a, Register b) { return _mm512_shuffle_ps(a, b, 0x44); }
+    static Register high_pairs(Register a, Register b) { return _mm512_shuffle_ps(a, b, 0xee); }
+};
+
+} // namespace
+
+} // namespace Tessaline::SimdKernels

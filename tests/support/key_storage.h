@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Host operands made from the key of an implementation, so that its kernel can be run on exactly
+// what the key promises.
+
+#include "tessaline/dispatch/backend_registry.h"
+#include "tessaline/storage/buffer_access.h"
+#include "tessaline/storage/numeric_policy.h"
+#include "tessaline/storage/storage_factory.h"
+
+#include <algorithm>
+#include <variant>
+#include <vector>
+
+namespace Tessaline::Testing {
+
+/// Operands of order 1, all of whose elements are one, bound by role.
+class OperandsOfKeys {
+  public:
+    explicit OperandsOfKeys(const BackendRegistryKey& key) {
+        for (std::size_t index = 0; index < key.inputs().size(); ++index) {
+            add(input_role(index), key.inputs()[index]);
+        }
+        for (std::size_t index = 0; index < key.output_count(); ++index) {
+            add(output_role(index), key.outputs()[index]);
+        }
+    }
+
+    BackendExecutionBindings& bindings() { return bindings_; }
+
+  private:
+    using Entity = std::variant<std::unique_ptr<ScalarEntity>, std::unique_ptr<VectorEntity>,
+                                std::unique_ptr<MatrixEntity>, std::unique_ptr<LuDecompEntity>,
+                                std::unique_ptr<EigenValsEntity>>;
+
+    static Entity make(const BackendOperandKey& key) {
+        const auto type = DataTypeDescriptor::from_scalar_types(key.storage, key.compute);
+        switch (key.kind) {
+        case OperandKind::Vector:
+            return StorageFactory::host_vector(type, 1, key.complex);
+        case OperandKind::Matrix:
+            return StorageFactory::host_matrix(type, 1, 1, key.layout.value(), key.complex);
+        case OperandKind::LuDecomp:
+            return StorageFactory::host_lu(type, 1);
+        case OperandKind::EigenVals:
+            return StorageFactory::host_eigen(type, 1, key.layout.value());
+        case OperandKind::Scalar:
+            break;
+        }
+        return StorageFactory::host_scalar(type);
+    }
+
+    /// Sets the elements of a buffer to one if they are of type T.
+    template <typename T>
+    static void fill_if(const MutableBufferView& view) {
+        if (view.scalar_type == ElementTraits<T>::scalar_type) {
+            std::fill_n(static_cast<T*>(view.data), view.count, T(1));
+        }
+    }
+
+    template <typename... T>
+    static void fill(ErasedBufferAccess& buffers) {
+        for (std::size_t index = 0; index < buffers.buffer_count(); ++index) {
+            (fill_if<T>(buffers.buffer(index)), ...);
+        }
+    }
+
+    void add(OperandRole role, const BackendOperandKey& key) {
+        std::visit(
+            [&](const auto& entity) {
+                fill<float, double, Float16, BFloat16, Complex32, std::complex<float>,
+                     std::complex<double>, int, long>(erased_buffers(*entity, "test operand"));
+                bindings_.operands.insert(role, std::ref(*entity));
+            },
+            entities_.emplace_back(make(key)));
+        bindings_.roles.push_back(role);
+    }
+
+    std::vector<Entity> entities_;
+    BackendExecutionBindings bindings_;
+};
+
+/// Runs an implementation, serially, on operands made from its key.
+inline void run_on_ones(const BackendRegistryKey& key, const BackendEntry& entry) {
+    const BackendProcess process = entry.materialise();
+    OperandsOfKeys operands(key);
+    BackendExecutionSession session;
+    for (const auto& step : *process.retain_steps()) {
+        step->execute(session, operands.bindings());
+    }
+}
+
+} // namespace Tessaline::Testing
