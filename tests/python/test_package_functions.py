@@ -17,6 +17,7 @@ from hypothesis import strategies as st
 import tessaline
 from package_cases import CASES, DTYPES, Case, eps, is_complex, least, strong, values, wide
 from tessaline import _signatures
+from tessaline._formulas import formula
 
 SIZES = [0, 1, 2, 7, 17]
 
@@ -358,3 +359,31 @@ def test_descriptions_read_as_text_and_html() -> None:
     assert "length(Output0) = rows(Input0)" in str(tessaline.describe("tessaline.matvec@1"))
     html = tessaline.describe("vector_equal")._repr_html_()
     assert html.count("<tr>") == 8 and "-> ()" not in html and "-&gt; ()" in html
+
+
+def _node(kind: str, *operands: Any) -> dict[str, Any]:
+    return {"kind": kind, "operator": kind, "operands": list(operands)}
+
+
+N, M = ({"kind": "operand_dimension", "role": 0, "axis": axis} for axis in (0, 1))
+TWO = {"kind": "constant", "integer": 2}
+
+
+@pytest.mark.parametrize(
+    ("node", "text"),
+    [
+        (_node("multiply", _node("add", N, M), _node("power", N, TWO)), "(n + m) n^2"),
+        (_node("power", _node("multiply", N, M), _node("add", N, TWO)), "(n m)^(n + 2)"),
+        (_node("power", _node("power", N, M), TWO), "(n^m)^2"),
+        (_node("divide", _node("multiply", TWO, N), _node("multiply", N, M)), "2 n / (n m)"),
+        (_node("divide", N, _node("divide", M, TWO)), "n / (m / 2)"),
+        (_node("add", _node("divide", N, M), _node("log2", N)), "n / m + log2(n)"),
+        (_node("maximum", N, _node("minimum", M, TWO)), "max(n, min(m, 2))"),
+        ({"kind": "operand_dimension", "role": 1 << 31, "axis": 1}, "columns(Output0)"),
+        ({"kind": "operand_value", "role": 1}, "value(Input1)"),
+        ({"kind": "symbol", "name": "iterations"}, "iterations"),
+        ({"kind": "unknown"}, "unknown"),
+    ],
+)
+def test_formulas_read_as_mathematics(node: Any, text: str) -> None:
+    assert formula(node, {(0, 0): "n", (0, 1): "m"}) == text
