@@ -3,6 +3,7 @@
 
 #include "backend/cpu/eigen_balancing.h"
 #include "backend/cpu/eigen_failures.h"
+#include "backend/cpu/eigen_limits.h"
 #include "backend/cpu/eigen_pair_recovery.h"
 #include "backend/cpu/eigen_schur.h"
 
@@ -14,14 +15,12 @@ namespace Tessaline::CpuFallback {
 
 namespace {
 
-/// What depends on the type of input and results. The tolerances are registered for float and keep
-/// their distance from the rounding unit in double.
+/// What depends on the type of input and results.
 template <typename StorageReal>
 struct EigenLimits {
     using Range = std::numeric_limits<StorageReal>;
-    static constexpr double unit_ratio = Range::epsilon() / std::numeric_limits<float>::epsilon();
-    static constexpr double deflation_tolerance = 1e-4F * unit_ratio;
-    static constexpr double residual_tolerance = 0.001 * unit_ratio;
+    static constexpr double deflation_tolerance = CpuFallback::deflation_tolerance<StorageReal>;
+    static constexpr double residual_tolerance = CpuFallback::residual_tolerance<StorageReal>;
     static constexpr double epsilon = Range::epsilon();
     static constexpr double smallest = Range::denorm_min();
     static constexpr double largest = Range::max();
