@@ -3,7 +3,6 @@
 
 #include "backend/cpu/eigen_failures.h"
 #include "backend/cpu/eigen_limits.h"
-#include "backend/cpu/eigen_schur.h"
 
 #include <array>
 #include <cmath>

@@ -3,8 +3,6 @@
 // program replaces the allocator by one that counts.
 
 #include "backend/cpu/eigen_test_matrices.h"
-#include "backend/cpu/engine_plain_kernels.h"
-#include "backend/cpu/engine_power_methods.h"
 #include "backend/cpu/fallback_complex_eigen_solver.h"
 #include "backend/cpu/floating_test_support.h"
 #include "backend/cpu/structured_solver.h"
@@ -72,28 +70,9 @@ TEST(EigenAllocations, DoNotDependOnTheIterations) {
     expect_same_allocations(hermitian(A), [](SquareMatrix<Complex>& matrix) {
         CpuStructured::eigen<Complex>(matrix.elements, n, true);
     });
-    // Its dominant eigenvalue is negative, so the iteration goes on to its limit.
-    const auto negative = diagonal_matrix(std::vector<std::complex<float>>(n, -1));
-    std::vector<std::complex<float>> vector(n);
-    expect_same_allocations(negative, [&](SquareMatrix<std::complex<float>>& matrix) {
-        EnginePowerMethods::principal_eigenvect<EnginePlainKernels<false>>(
-            {matrix.elements.data(), n, n, row_major}, {vector.data(), n});
-    });
 }
 
 TEST(MatrixPowerAllocations, DoNotDependOnTheExponent) {
-    std::vector<float> planes(4 * n * n);
-    const float* in = planes.data();
-    float* out = planes.data() + 2 * n * n;
-    const auto engine = [&](std::uint32_t exponent) {
-        return allocations_of([&] {
-            EnginePowerMethods::matrix_power<EnginePlainKernels<false>>(
-                {in, in + n * n, n, n, row_major}, {out, out + n * n, n, n, row_major}, exponent);
-        });
-    };
-    EXPECT_EQ(engine(2), 1);
-    EXPECT_EQ(engine(1000003), 1);
-
     const Grid<Float16> zeros(n, n, [](auto, auto) { return 0.0F; });
     const auto matrix = Operand<Float16>::matrix(zeros, row_major);
     const auto exponent = Operand<int>::scalar({1, 1, [](auto, auto) { return 2; }});

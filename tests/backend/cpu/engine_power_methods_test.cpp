@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/eigen_test_matrices.h"
-#include "backend/cpu/engine_plain_kernels.h"
 #include "backend/cpu/engine_power_methods.h"
-#include "support/expect_error.h"
 
 namespace Tessaline {
 namespace {
@@ -15,33 +13,30 @@ using Matrix = SquareMatrix<Element>;
 constexpr DataMatrixLayout row_major = DataMatrixLayout::row_major;
 constexpr DataMatrixLayout column_major = DataMatrixLayout::column_major;
 
-/// The engine without and the one with fused operations.
-template <bool Value>
+/// An engine without fused operations, or with them, whose row products are summed in order.
+template <bool Fused>
 struct Engine {
-    static constexpr bool is_fused = Value;
-    using Kernels = EnginePlainKernels<Value>;
-
     static Element product(Element a, Element b) {
-        if (is_fused) {
+        if (Fused) {
             return {std::fma(-a.imag(), b.imag(), a.real() * b.real()),
                     std::fma(a.imag(), b.real(), a.real() * b.imag())};
         }
         return {a.real() * b.real() - a.imag() * b.imag(),
                 a.real() * b.imag() + a.imag() * b.real()};
     }
-    static Element sum_with_product(Element sum, Element a, Element b) {
-        if (is_fused) {
-            return {std::fma(-a.imag(), b.imag(), std::fma(a.real(), b.real(), sum.real())),
-                    std::fma(a.imag(), b.real(), std::fma(a.real(), b.imag(), sum.imag()))};
+    static void multiply_row(const float* row, const float* vector, std::uint64_t count,
+                             float* result) {
+        Element sum = 0;
+        for (std::uint64_t k = 0; k < 2 * count; k += 2) {
+            sum += product({row[k], row[k + 1]}, {vector[k], vector[k + 1]});
         }
-        return sum + product(a, b);
+        result[0] = sum.real();
+        result[1] = sum.imag();
     }
 };
 
 template <typename Tested>
 struct EnginePowerMethods : ::testing::Test {
-    using Kernels = typename Tested::Kernels;
-
     static std::vector<Element> principal_eigenvector(const Matrix& A,
                                                       DataMatrixLayout layout = row_major) {
         const auto stored =
@@ -49,35 +44,9 @@ struct EnginePowerMethods : ::testing::Test {
                 ? A
                 : filled<Element>(A.order, [&](std::size_t i, std::size_t j) { return A(j, i); });
         std::vector<Element> vector(A.order, Element(-7, -7));
-        Tessaline::EnginePowerMethods::principal_eigenvect<Kernels>(
+        Tessaline::EnginePowerMethods::principal_eigenvect<Tested>(
             {stored.elements.data(), A.order, A.order, layout}, {vector.data(), A.order});
         return vector;
-    }
-
-    static Matrix power(const Matrix& A, std::uint32_t exponent) {
-        const std::size_t n = A.order;
-        std::vector<float> in(2 * n * n);
-        std::vector<float> out(2 * n * n, -7);
-        for (std::size_t i = 0; i < n * n; ++i) {
-            in[i] = A.elements[i].real();
-            in[n * n + i] = A.elements[i].imag();
-        }
-        Tessaline::EnginePowerMethods::matrix_power<Kernels>(
-            {in.data(), in.data() + n * n, n, n, row_major},
-            {out.data(), out.data() + n * n, n, n, row_major}, exponent);
-        return filled<Element>(n, [&](std::size_t i, std::size_t j) {
-            return Element(out[i * n + j], out[n * n + i * n + j]);
-        });
-    }
-
-    static Matrix product(const Matrix& A, const Matrix& B) {
-        return filled<Element>(A.order, [&](std::size_t i, std::size_t j) {
-            Element sum = 0;
-            for (std::size_t k = 0; k < A.order; ++k) {
-                sum = Tested::sum_with_product(sum, A(i, k), B(k, j));
-            }
-            return sum;
-        });
     }
 };
 using Engines = ::testing::Types<Engine<false>, Engine<true>>;
@@ -187,84 +156,6 @@ TYPED_TEST(EnginePowerMethods, LeaveVectorsOfBreakdownNormUnscaled) {
     const float epsilon = std::numeric_limits<float>::epsilon();
     EXPECT_EQ(this->principal_eigenvector({1, {epsilon}}), std::vector<Element>{epsilon * epsilon});
     EXPECT_EQ(this->principal_eigenvector({1, {2 * epsilon}}), std::vector<Element>{1});
-}
-
-TYPED_TEST(EnginePowerMethods, RaiseToPowersByTheSameProductsInTheSameOrder) {
-    for (const std::size_t n : eigen_orders) {
-        CounterRandom random(n);
-        auto A = random_matrix<Element>(n, random);
-        for (Element& element : A.elements) {
-            element /= std::sqrt(static_cast<float>(n));
-        }
-        const auto identity = filled<Element>(n, [](auto i, auto j) { return i == j; });
-        const auto square = this->product(A, A);
-        const auto fourth = this->product(square, square);
-        const auto times = [](const Matrix& left, const Matrix& right) {
-            return TestFixture::product(left, right);
-        };
-        const std::pair<std::uint32_t, Matrix> expected[] = {
-            {0, identity},
-            {1, A},
-            {2, times(identity, square)},
-            {3, times(times(identity, A), square)},
-            {4, times(identity, fourth)},
-            {5, times(times(identity, A), fourth)},
-            {6, times(times(identity, square), fourth)},
-            {7, times(times(times(identity, A), square), fourth)}};
-        for (const auto& [exponent, power] : expected) {
-            EXPECT_TRUE(same_bits(this->power(A, exponent).elements, power.elements))
-                << "power " << exponent << ", order " << n;
-        }
-    }
-}
-
-TYPED_TEST(EnginePowerMethods, TakeTheExponentAsUnsigned) {
-    // The largest exponent is odd: the sign stays.
-    EXPECT_EQ(this->power({1, {-1}}, ~std::uint32_t{0}).elements, std::vector<Element>{-1});
-    EXPECT_EQ(this->power({1, {-1}}, std::uint32_t{1} << 31U).elements, std::vector<Element>{1});
-}
-
-// The identity is a factor like any other, and the engines recover no infinity.
-TYPED_TEST(EnginePowerMethods, SpreadNumbersThatAreNotFiniteFromPowerTwoOn) {
-    const float infinity = std::numeric_limits<float>::infinity();
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const Matrix A{2, {nan, infinity, 1, 1}};
-    EXPECT_EQ(this->power(A, 0).elements, (std::vector<Element>{1, 0, 0, 1}));
-    EXPECT_TRUE(same_bits(this->power(A, 1).elements, A.elements));
-    for (const Element element : this->power(A, 2).elements) {
-        EXPECT_TRUE(std::isnan(element.real()) && std::isnan(element.imag())) << element;
-    }
-}
-
-TYPED_TEST(EnginePowerMethods, RefuseShapesThatDiffer) {
-    std::vector<float> data(100);
-    for (const auto& [rows, cols, result_rows, result_cols] :
-         {std::array<std::size_t, 4>{2, 3, 2, 2}, {2, 2, 3, 2}, {2, 2, 2, 3}, {2, 2, 3, 3}}) {
-        expect_error<std::invalid_argument>(
-            [&, shape = std::array{rows, cols, result_rows, result_cols}] {
-                Tessaline::EnginePowerMethods::matrix_power<typename TypeParam::Kernels>(
-                    {data.data(), data.data() + 50, shape[0], shape[1], row_major},
-                    {data.data(), data.data() + 50, shape[2], shape[3], row_major}, 0);
-            },
-            "SimdEngine::matrix_power - incompatible shapes");
-    }
-}
-
-// The engines differ in products, and only there.
-TEST(EnginePlainKernels, FuseTheSecondProductOfEachPart) {
-    const float a = 1 + 0x1p-12F; // its square is 1 + 2^-11 + 2^-24, rounded to 1 + 2^-11
-    float real = 0;
-    float imag = 0;
-    EngineArithmetic<false>::multiply(a, a, a, a, real, imag);
-    EXPECT_EQ(real, 0);
-    EngineArithmetic<true>::multiply(a, a, a, a, real, imag);
-    EXPECT_EQ(real, -0x1p-24F);
-    real = -1;
-    EngineArithmetic<false>::multiply_add(a, 0, a, 0, real, imag);
-    EXPECT_EQ(real, 0x1p-11F);
-    real = -1;
-    EngineArithmetic<true>::multiply_add(a, 0, a, 0, real, imag);
-    EXPECT_EQ(real, 0x1p-11F + 0x1p-24F);
 }
 
 } // namespace
