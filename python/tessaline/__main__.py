@@ -5,6 +5,8 @@ Exit status: 0 for success, 1 where good operands have no result (a singular mat
 2 for a wrong command, file or operand.
 """
 
+from __future__ import annotations
+
 import argparse
 import os
 import sys

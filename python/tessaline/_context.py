@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Contexts: where operations run, with which threads."""
 
+from __future__ import annotations
+
 import threading
 from contextvars import ContextVar
 from types import TracebackType

@@ -5,6 +5,8 @@ Results are in compute precision: of float16 and bfloat16 operands in float32, o
 complex64. A matrix that has no result raises an error that is also a numpy.linalg.LinAlgError.
 """
 
+from __future__ import annotations
+
 from typing import Any, NamedTuple
 
 import numpy as np

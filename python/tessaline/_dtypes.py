@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Element types: those that NumPy itself does not have, and the words that name all of them."""
 
+from __future__ import annotations
+
 from typing import Any
 
 import ml_dtypes

@@ -5,6 +5,8 @@ Wrong arguments raise ValueError and TypeError, as in NumPy. A call with good ar
 be served raises an Error, which tells the operation, the reason and the detail.
 """
 
+from __future__ import annotations
+
 import numpy.linalg
 
 from ._native import NativeError

@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Arrays in files, by suffix: .npy, .npz, .csv and .mtx."""
 
+from __future__ import annotations
+
 import zipfile
 from collections.abc import Mapping
 from pathlib import Path

@@ -5,6 +5,8 @@
 overlap an operand: all elements of the operands are needed until the last result is written.
 """
 
+from __future__ import annotations
+
 import operator
 from typing import Any, SupportsIndex
 

@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Matrix Market files: dense and coordinate form to and from dense arrays."""
 
+from __future__ import annotations
+
 from pathlib import Path
 from typing import Any
 

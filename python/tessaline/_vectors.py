@@ -7,6 +7,8 @@ nothing computes in, and ValueError for shapes that do not fit and for an ``out`
 written in place.
 """
 
+from __future__ import annotations
+
 import math
 from typing import Any
 
