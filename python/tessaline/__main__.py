@@ -1,9 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 """The command line: ``python -m tessaline``.
 
-Exit status: 0 for success, 1 where an operation has no result for its operands, 2 for a wrong
-command, file or operand.
+Exit status: 0 for success, 1 where good operands have no result (a singular matrix, no memory),
+2 for a wrong command, file or operand.
 """
+
+from __future__ import annotations
 
 import argparse
 import os
@@ -33,6 +35,8 @@ def main(words: Sequence[str] | None = None) -> int:
         sys.stdout.flush()
     except tessaline.Error as failure:
         return _complain(f"{failure} ({failure.reason})", _NO_RESULT)
+    except MemoryError as failure:
+        return _complain(str(failure) or "out of memory", _NO_RESULT)
     except BrokenPipeError:
         # The reader has seen enough; nothing is left to be flushed at exit.
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
@@ -158,7 +162,7 @@ def _named(result: Any) -> dict[str, Any]:
     if isinstance(result, tessaline.LUFactor):
         return {"factors": result.factors, "pivots": result.pivots}
     if isinstance(result, tuple):
-        return dict(result._asdict())
+        return dict(zip(type(result)._fields, result))  # type: ignore[attr-defined]
     return {"result": result}
 
 

@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """One call of an operation: operands made ready, results allocated or checked, the run."""
 
+from __future__ import annotations
+
 from collections.abc import Sequence
 from typing import Any
 

@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """The catalogue for people: what operations there are, and what each promises."""
 
+from __future__ import annotations
+
 from typing import Any
 
 from ._context import Context, default_catalogue

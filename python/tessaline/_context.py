@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Contexts: where operations run, with which threads."""
 
+from __future__ import annotations
+
 import threading
 from contextvars import ContextVar
 from types import TracebackType
@@ -8,7 +10,7 @@ from typing import Any, Literal
 
 from . import _native
 from ._dtypes import WORDS, Dtype, from_word
-from ._errors import error_from
+from ._errors import UnsupportedError, error_from
 from ._native import NativeError
 from ._signatures import OUTPUT, Signature
 
@@ -123,7 +125,7 @@ class Context(_native.Context):
         try:
             storage, _ = self._result_policy(signature.id, described, shape)
         except NativeError as failure:
-            raise error_from(signature.id, failure) from failure
+            raise error_from(signature.id, failure) from None
         return (from_word(storage),)
 
     def _infer_several(self, signature: Signature, inputs: tuple[Dtype, ...]) -> tuple[Dtype, ...]:
@@ -133,16 +135,18 @@ class Context(_native.Context):
             operands = implementation["operands"]
             if [o["dtype"] for o in operands if o["role"] < OUTPUT] == words:
                 return tuple(from_word(o["dtype"]) for o in operands if o["role"] >= OUTPUT)
-        failure = NativeError(f"{signature.name} has no implementation for {', '.join(words)}")
-        failure.reason = "no_backend_available"
-        raise error_from(signature.id, failure)
+        raise UnsupportedError(
+            f"{signature.name} has no implementation for {', '.join(words)}",
+            operation=signature.id,
+            reason="no_backend_available",
+        )
 
     def run(self, signature: Signature, bindings: dict[int, Any]) -> Any:
         """Execute an operation on operands by role. Native failures become errors for people."""
         try:
             return self.execute(signature.id, bindings, signature.locations)
-        except NativeError as failure:
-            raise error_from(signature.id, failure) from failure
+        except RuntimeError as failure:
+            raise error_from(signature.id, failure) from None
 
 
 def current_context(context: Context | None = None) -> Context:

@@ -5,6 +5,8 @@ Results are in compute precision: of float16 and bfloat16 operands in float32, o
 complex64. A matrix that has no result raises an error that is also a numpy.linalg.LinAlgError.
 """
 
+from __future__ import annotations
+
 from typing import Any, NamedTuple
 
 import numpy as np
@@ -13,7 +15,7 @@ from numpy.typing import ArrayLike, DTypeLike
 from . import _native
 from ._call import Array, call, check_output, convert, make_ready, refuse_overlap
 from ._context import Context, current_context
-from ._dtypes import Dtype, WORDS, computed_in
+from ._dtypes import WORDS, Dtype, computed_in
 from ._signatures import INPUT, OUTPUT, SIGNATURES
 
 _LU_FACTOR = SIGNATURES["lu_factor"]
@@ -70,7 +72,7 @@ class LUFactor:
     @property
     def size(self) -> int:
         """The order n of the matrix."""
-        return self._operand.size
+        return int(self._operand.size)
 
     @property
     def dtype(self) -> Dtype:
@@ -139,7 +141,7 @@ class LUFactor:
 
 
 def lu_factor(
-    a: ArrayLike, *, dtype: DTypeLike = None, context: Context | None = None
+    a: ArrayLike, *, dtype: DTypeLike | None = None, context: Context | None = None
 ) -> LUFactor:
     """Factors a square matrix with partial pivoting.
 
@@ -165,7 +167,7 @@ def solve(
     b: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The solution x of A x = b, for a vector b or for each column of a matrix b.
@@ -183,7 +185,7 @@ def solve(
 
 
 def logdet(
-    a: ArrayLike | LUFactor, *, dtype: DTypeLike = None, context: Context | None = None
+    a: ArrayLike | LUFactor, *, dtype: DTypeLike | None = None, context: Context | None = None
 ) -> Any:
     """The complex logarithm of the determinant of a square matrix or of its factor.
 
@@ -200,7 +202,7 @@ def slogdet(
     a: ArrayLike,
     *,
     out: tuple[Array, Array] | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> SlogdetResult:
     """Sign and logarithm of the magnitude of the determinant of a square matrix.
@@ -217,7 +219,7 @@ def logdet_positive_definite(
     a: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Any:
     """The real logarithm of the determinant of a positive definite matrix.
@@ -235,7 +237,7 @@ def eig(
     a: ArrayLike,
     *,
     out: tuple[Array, Array] | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> EigResult:
     """All eigenvalues and right eigenvectors of a square matrix, complex also for a real one.
@@ -259,7 +261,7 @@ def eig(
         check_output("eig", out[1], (n, n), result, "out[1]")
         refuse_overlap("eig", out[0], out[1:], False, "out[0]")
         outputs = out
-    operand = _native.EigenOperand(n, dtype=WORDS[result][0])
+    operand: Any = _native.EigenOperand(n, dtype=WORDS[result][0])
     context.run(_EIG, {INPUT: array, OUTPUT: operand})
     found = EigResult(operand.values, operand.vectors)
     if outputs is None:
@@ -273,7 +275,7 @@ def eigh(
     a: ArrayLike,
     *,
     out: tuple[Array, Array] | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> EighResult:
     """Real eigenvalues, ascending, and orthonormal eigenvectors of a Hermitian matrix.
@@ -290,7 +292,7 @@ def eigvalsh(
     a: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The real eigenvalues, ascending, of a Hermitian matrix.
@@ -307,7 +309,7 @@ def principal_eigenvector(
     a: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """A complex eigenvector of the eigenvalue of greatest magnitude, of norm 1.

@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Element types: those that NumPy itself does not have, and the words that name all of them."""
 
+from __future__ import annotations
+
 from typing import Any
 
 import ml_dtypes
@@ -20,7 +22,7 @@ _OTHERS = {"complex32": complex32, "bfloat16": bfloat16}
 
 def from_word(word: str) -> Dtype:
     """The NumPy dtype of a word of the catalogue."""
-    return _OTHERS.get(word) or numpy.dtype(word)
+    return _OTHERS[word] if word in _OTHERS else numpy.dtype(word)
 
 
 #: The word of each dtype that arrays may have, and of the dtype that it is computed in.
@@ -42,7 +44,7 @@ def computed_in(dtype: Dtype) -> Dtype:
     return from_word(WORDS[dtype][1])
 
 
-_COMPONENTS = {
+_COMPONENTS: dict[Dtype, Dtype] = {
     complex32: numpy.dtype(numpy.float16),
     numpy.dtype(numpy.complex64): numpy.dtype(numpy.float32),
     numpy.dtype(numpy.complex128): numpy.dtype(numpy.float64),

@@ -5,6 +5,8 @@ Wrong arguments raise ValueError and TypeError, as in NumPy. A call with good ar
 be served raises an Error, which tells the operation, the reason and the detail.
 """
 
+from __future__ import annotations
+
 import numpy.linalg
 
 from ._native import NativeError
@@ -17,6 +19,8 @@ class Error(NativeError):
         operation: id of the operation, such as ``tessaline.lu_factor@1``.
         reason: one word, such as ``singular`` or ``no_backend_available``.
         detail: what the solver said, or None where no solver was reached.
+
+    A failure of a library or a solver also has `library` and `native_status`.
     """
 
     def __init__(
@@ -57,9 +61,19 @@ _CLASSES: dict[str, type[Error]] = {
 }
 
 
-def error_from(operation: str, failure: NativeError) -> Error:
+#: The reason of failures that come without one, such as a range that the arithmetic left.
+_NO_REASON = "runtime_failure"
+
+for _class in (Error, UnsupportedError, NumericalError, *_CLASSES.values()):
+    _class.__module__ = "tessaline"  # where people catch them, and where a traceback names them
+
+
+def error_from(operation: str, failure: RuntimeError) -> Error:
     """The error for people that a failure of the native module becomes."""
-    reason = getattr(failure, "reason", "")
-    kind = _CLASSES.get(reason, Error)
-    detail = getattr(failure, "detail", None)
-    return kind(str(failure), operation=operation, reason=reason, detail=detail)
+    known = dict(vars(failure))
+    reason = known.pop("reason", _NO_REASON)
+    error = _CLASSES.get(reason, Error)(
+        str(failure), operation=operation, reason=reason, detail=known.pop("detail", None)
+    )
+    vars(error).update({**known, "operation": operation})
+    return error

@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Arrays in files, by suffix: .npy, .npz, .csv and .mtx."""
 
+from __future__ import annotations
+
 import zipfile
 from collections.abc import Mapping
 from pathlib import Path
@@ -61,10 +63,13 @@ def _load_archive(path: Path, name: str) -> NDArray[Any]:
 
 
 def _load_csv(path: Path) -> NDArray[Any]:
+    lines = path.read_text(encoding="utf-8").splitlines()
+    if all(line.partition("#")[0].strip() == "" for line in lines):
+        raise ValueError("holds no numbers")
     try:
-        return np.loadtxt(path, delimiter=",", ndmin=2)
+        return np.loadtxt(lines, delimiter=",", ndmin=2)
     except ValueError:
-        return np.loadtxt(path, delimiter=",", ndmin=2, dtype=complex)
+        return np.loadtxt(lines, delimiter=",", ndmin=2, dtype=complex)
 
 
 def check_target(path: Path, count: int) -> None:
@@ -85,7 +90,7 @@ def save(path: Path, arrays: Mapping[str, Any]) -> None:
     plain = {name: _storable(np.asarray(array)) for name, array in arrays.items()}
     suffix = path.suffix.lower()
     if suffix == ".npz":
-        np.savez(path, **plain)
+        np.savez(path, **plain)  # type: ignore[arg-type]
         return
     (array,) = plain.values()
     if suffix == ".npy":

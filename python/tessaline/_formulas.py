@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Symbolic expressions of the catalogue, printed as mathematics."""
 
+from __future__ import annotations
+
 from collections.abc import Mapping
 from typing import Any
 

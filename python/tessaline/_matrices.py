@@ -5,6 +5,8 @@
 overlap an operand: all elements of the operands are needed until the last result is written.
 """
 
+from __future__ import annotations
+
 import operator
 from typing import Any, SupportsIndex
 
@@ -34,7 +36,7 @@ def transpose(
     a: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The n by m transpose of an m by n matrix: a new array, not a view.
@@ -51,7 +53,7 @@ def adjoint(
     a: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The conjugate transpose, n by m, of an m by n matrix.
@@ -68,7 +70,7 @@ def matmul(
     b: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The product of an m by k and a k by n matrix. `matvec` multiplies with a vector.
@@ -87,7 +89,7 @@ def matvec(
     x: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The product of an m by n matrix and a vector of n elements.
@@ -103,7 +105,7 @@ def kron(
     b: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The Kronecker product of an m by n and a p by q matrix, of shape (m p, n q).
@@ -119,7 +121,7 @@ def trace(
     a: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Any:
     """The sum of the diagonal of a matrix, which need not be square.
@@ -148,7 +150,7 @@ def partial_trace_left(
     order: SupportsIndex,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """Traces the left factor out of a matrix on a product of two spaces.
@@ -169,7 +171,7 @@ def partial_trace_right(
     order: SupportsIndex,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """Traces the right factor out of a matrix on a product of two spaces.
@@ -190,7 +192,7 @@ def matrix_power(
     exponent: SupportsIndex,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The n by n matrix `a` to an integer power from 0 to 2**31 - 1, by repeated squaring.
@@ -216,7 +218,7 @@ def matrix_power(
 
 
 def is_unitary(
-    a: ArrayLike, *, dtype: DTypeLike = None, context: Context | None = None
+    a: ArrayLike, *, dtype: DTypeLike | None = None, context: Context | None = None
 ) -> bool:
     """Whether the product of a matrix and its adjoint is the identity, within tolerances.
 

@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Matrix Market files: dense and coordinate form to and from dense arrays."""
 
+from __future__ import annotations
+
 from pathlib import Path
 from typing import Any
 
@@ -71,8 +73,9 @@ def _from_columns(
     stored = np.ones((columns, rows), bool)
     if symmetry != "general":
         stored = np.triu(stored, k=int(symmetry == "skew-symmetric"))
-    if len(values) != stored.sum() * parts:
-        raise ValueError(f"{path}: holds {len(values)} numbers, {stored.sum() * parts} belong there")
+    expected = stored.sum() * parts
+    if len(values) != expected:
+        raise ValueError(f"{path}: holds {len(values)} numbers, {expected} belong there")
     numbers = _numbers(values.reshape(-1, parts), parts)
     transposed = np.zeros((columns, rows), numbers.dtype)
     transposed[stored] = numbers

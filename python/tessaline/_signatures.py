@@ -6,6 +6,8 @@ their dimensions: ``a(m,k), b(k,n) -> (m,n)``. A letter stands for one size wher
 a product such as ``m*p`` may stand on the right.
 """
 
+from __future__ import annotations
+
 from collections.abc import Sequence
 from functools import lru_cache
 from math import prod

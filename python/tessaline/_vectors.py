@@ -7,6 +7,8 @@ nothing computes in, and ValueError for shapes that do not fit and for an ``out`
 written in place.
 """
 
+from __future__ import annotations
+
 import math
 from typing import Any
 
@@ -37,7 +39,7 @@ def add(
     y: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The sum x + y of two vectors of n elements. `out` may be `x` or `y`.
@@ -53,7 +55,7 @@ def subtract(
     y: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The difference x - y of two vectors of n elements. `out` may be `x` or `y`.
@@ -69,7 +71,7 @@ def multiply(
     y: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The products x[i] y[i] of two vectors of n elements. `out` may be `x` or `y`.
@@ -84,7 +86,7 @@ def sqrt(
     x: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The square root of each element, NaN for negative reals. `out` may be `x`.
@@ -101,7 +103,7 @@ def conjugate(
     x: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The complex conjugate of each element, in a new array. `out` may be `x`.
@@ -122,7 +124,7 @@ def conjugate(
     return result
 
 
-def _number(name: str, operand: str, value: Any, x: Any, dtype: DTypeLike) -> Any:
+def _number(name: str, operand: str, value: Any, x: Any, dtype: DTypeLike | None) -> Any:
     """The scalar of `scale` and `divide`: integers of any kind follow the vector's dtype."""
     array = np.asarray(value)
     if array.shape:
@@ -147,7 +149,7 @@ def scale(
     factor: Any,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The vector x times a number, which may be a Python number or an integer. `out` may be `x`.
@@ -167,7 +169,7 @@ def divide(
     divisor: Any,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The vector x divided by a number, as `scale` takes it. `out` may be `x`.
@@ -186,7 +188,7 @@ def sum(
     x: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Any:
     """The sum of the elements of a vector, in a fixed order. An empty vector gives 0.
@@ -201,12 +203,13 @@ def norm(
     x: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Any:
     """The Euclidean norm of a vector: a real number, also for complex elements.
 
-    The result of complex64 is a float32, of complex128 a float64, of complex32 a float16.
+    The result of complex64 is a float32, of complex128 a float64, of complex32 a float16. The
+    squares of complex64 are summed as they are and may overflow; the other dtypes are scaled.
 
     >>> norm([3, 4j])
     np.float64(5.0)
@@ -233,7 +236,7 @@ def inner(
     y: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Any:
     """The inner product of two vectors of n elements; the first is conjugated, as in numpy.vdot.
@@ -249,7 +252,7 @@ def outer(
     y: ArrayLike,
     *,
     out: Array | None = None,
-    dtype: DTypeLike = None,
+    dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
     """The m by n matrix of the products x[i] y[j]. Nothing is conjugated.
@@ -262,7 +265,7 @@ def outer(
 
 
 def vector_equal(
-    x: ArrayLike, y: ArrayLike, *, dtype: DTypeLike = None, context: Context | None = None
+    x: ArrayLike, y: ArrayLike, *, dtype: DTypeLike | None = None, context: Context | None = None
 ) -> bool:
     """Whether two vectors agree within the tolerances of their dtype.
 

@@ -18,10 +18,17 @@ def is_complex(dtype: np.dtype[Any]) -> bool:
     return dtype == tessaline.complex32 or dtype.kind == "c"
 
 
+def _limits(dtype: np.dtype[Any]) -> Any:
+    return ml_dtypes.finfo(np.float16 if dtype == tessaline.complex32 else dtype)
+
+
 def eps(dtype: np.dtype[Any]) -> float:
-    if dtype == tessaline.complex32:
-        return float(np.finfo(np.float16).eps)
-    return float(ml_dtypes.finfo(dtype).eps)
+    return float(_limits(dtype).eps)
+
+
+def least(dtype: np.dtype[Any]) -> float:
+    """The smallest positive number of a dtype's components."""
+    return float(_limits(dtype).smallest_subnormal)
 
 
 def wide(array: Any) -> Array:

@@ -38,6 +38,7 @@ def command(
     np.save("single.npy", matrix.astype(np.float32))
     np.save("integers.npy", np.array([1, 2]))
     np.save("singular.npy", np.ones((2, 2)))
+    Path("empty.csv").write_text("# nothing\n\n")
 
     def run(*words: str) -> tuple[int, str, str]:
         try:
@@ -94,6 +95,8 @@ def test_several_results_go_into_an_archive_by_name(command: Command) -> None:
         ("run add b.csv none.csv", 2, "none.csv: No such file or directory"),
         ("run add b.csv bad.csv", 2, "bad.csv: could not convert string 'x'"),
         ("run add b.csv ragged.csv", 2, "ragged.csv: "),
+        ("run add b.csv empty.csv", 2, "empty.csv: holds no numbers"),
+        ("run eye 100000000", 1, "Unable to allocate"),
         ("run sum noise.npy", 2, "noise.npy: "),
         ("run sum noise.npz", 2, "noise.npz: "),
         ("run sum a.txt", 2, "a.txt: the suffix is none of .npy, .npz, .csv, .mtx"),
@@ -144,7 +147,7 @@ def test_a_process_of_its_own_ends_cleanly(command: Command) -> None:
 @pytest.mark.parametrize(
     ("text", "expected"),
     [
-        ("coordinate real general\n% a comment\n2 3 2\n1 1 1.5\n2 3 -2\n", [[1.5, 0, 0], [0, 0, -2]]),
+        ("coordinate real general\n% note\n2 3 2\n1 1 1.5\n2 3 -2\n", [[1.5, 0, 0], [0, 0, -2]]),
         ("coordinate integer symmetric\n2 2 2\n1 1 3\n2 1 4\n", [[3, 4], [4, 0]]),
         ("coordinate pattern general\n1 2 1\n1 2\n", [[0, 1]]),
         ("coordinate complex hermitian\n2 2 2\n1 1 1 0\n2 1 0 5\n", [[1, -5j], [5j, 0]]),
