@@ -107,8 +107,8 @@ void QrStep::copy_shifted_block(const SchurForm& schur, std::size_t active, Comp
     }
 }
 
-// What G leaves alone is left out of the products: adding products with its zeros and ones changes
-// no bit but the sign of a zero, which a sum that starts from zero makes positive.
+// What G leaves alone is left out of the products: products of finite numbers with its zeros and
+// ones change no bit of a sum but the sign of a zero, which is positive in every sum from zero.
 void QrStep::transform(SchurForm& schur, std::span<const Complex> columns, std::size_t active) {
     const std::size_t n = schur.n;
     for (std::size_t k = 0; k < active; ++k) {

@@ -26,7 +26,7 @@ class ShiftSequence {
 
     int without_deflation_ = 0;
     int since_exceptional_ = 0;
-    int exceptional_shifts_ = 0;
+    std::size_t exceptional_shifts_ = 0; ///< altogether
     bool is_exceptional_ = false;
 };
 

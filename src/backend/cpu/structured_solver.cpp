@@ -21,10 +21,10 @@ namespace {
 /// the cosine c and the sine s. All ratios are taken at the scale of the largest element.
 template <typename C>
 struct Rotation {
-    bool is_identity;
-    double c;
-    C s;
-    double shift;
+    bool is_identity = false;
+    double c = 1;
+    C s = 0;
+    double shift = 0;
 
     Rotation(double p, double q, C off_diagonal) {
         const double scale = std::max({largest_part(off_diagonal), std::abs(q), std::abs(p)});
