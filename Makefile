@@ -41,6 +41,11 @@ demo: configure-release ## build the runtime and run its first job on real data
 	@$(call build,release) --target _native add_vectors
 	@PYTHONPATH=build/release/python .venv/bin/python examples/demo.py \
 	    --program build/release/examples/add_vectors
+	@echo
+	@PYTHONPATH=build/release/python .venv/bin/python examples/calibration_fit.py
+	@echo
+	@PYTHONPATH=build/release/python .venv/bin/python examples/spin_chain.py \
+	    --picture build/entanglement_spectrum.png
 
 .PHONY: test
 test: configure-release ## build everything and run every test

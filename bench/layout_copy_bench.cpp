@@ -48,8 +48,7 @@ void layout_copy(benchmark::State& state, Form from, Form to) {
         copy_complex_layout<float>(*source, *target);
         benchmark::ClobberMemory();
     }
-    state.SetBytesProcessed(
-        static_cast<std::int64_t>(state.iterations() * 2 * order * order * 8));
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * 2 * order * order * 8));
 }
 
 BENCHMARK(plain_copy);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "module_facts.h"
 
+#include "tessaline/backend/cpu/cpu_simd.h"
 #include "tessaline/storage/numeric_policy.h"
 
 namespace nb = nanobind;
@@ -24,6 +25,11 @@ nb::tuple numeric_policies() {
 nb::dict build_info() {
     nb::dict facts;
     facts["version"] = TESSALINE_VERSION;
+    // No device code is part of the build yet.
+    facts["cuda"] = false;
+    facts["cuda_architectures"] = "";
+    facts["cpu_simd"] = cpu_simd_implementation();
+    facts["cpu_simd_compiled"] = cpu_simd_compiled();
     facts["nanobind_major"] = NB_VERSION_MAJOR;
     return facts;
 }

@@ -123,7 +123,7 @@ def test_factors_solve_and_give_the_determinant(context, dtype):
     assert np.abs(rhs - expected).max() <= 10 * 3 * eps * np.linalg.cond(matrix) * 3
     logdet = factor.logdet()
     assert isinstance(logdet, complex)
-    assert np.exp(logdet) == pytest.approx(np.linalg.det(np.array(MATRIX, float)), rel=30 * eps)
+    assert np.exp(logdet) == pytest.approx(np.linalg.det(np.array(MATRIX, float)), rel=float(30 * eps))
 
 
 def test_factor_failures_have_their_reason(context):

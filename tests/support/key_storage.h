@@ -4,8 +4,7 @@
 // Host operands made from the key of an implementation, so that its kernel can be run on exactly
 // what the key promises.
 
-#include "tessaline/catalogue/backend_key.h"
-#include "tessaline/execution/backend_execution_bindings.h"
+#include "tessaline/dispatch/backend_registry.h"
 #include "tessaline/storage/buffer_access.h"
 #include "tessaline/storage/numeric_policy.h"
 #include "tessaline/storage/storage_factory.h"
@@ -81,5 +80,15 @@ class OperandsOfKeys {
     std::vector<Entity> entities_;
     BackendExecutionBindings bindings_;
 };
+
+/// Runs an implementation, serially, on operands made from its key.
+inline void run_on_ones(const BackendRegistryKey& key, const BackendEntry& entry) {
+    const BackendProcess process = entry.materialise();
+    OperandsOfKeys operands(key);
+    BackendExecutionSession session;
+    for (const auto& step : *process.retain_steps()) {
+        step->execute(session, operands.bindings());
+    }
+}
 
 } // namespace Tessaline::Testing

@@ -19,6 +19,18 @@ template <typename Policy>
 class CpuCapabilities;
 
 template <>
+class CpuCapabilities<NumericPolicy<Float16, float>> {
+  public:
+    static std::vector<BackendRegistration::BuiltinCapability> legacy_records();
+};
+
+template <>
+class CpuCapabilities<NumericPolicy<std::complex<float>, std::complex<float>>> {
+  public:
+    static std::vector<BackendRegistration::BuiltinCapability> legacy_records();
+};
+
+template <>
 class CpuCapabilities<NumericPolicy<float, float>> {
   public:
     static std::vector<BackendRegistration::BuiltinCapability> legacy_records();

@@ -3,7 +3,6 @@
 
 #include "backend/cpu/cpu_solver_numerics.h"
 #include "backend/cpu/eigen_limits.h"
-#include "backend/cpu/eigen_schur.h"
 #include "backend/cpu/floating_comparisons.h"
 #include "backend/cpu/structured_solver.h"
 

@@ -14,6 +14,8 @@ constexpr OperandRole in0{0};
 constexpr OperandRole in1{1};
 constexpr OperandRole out0{operand_role_limit};
 
+using Complex64 = std::complex<float>;
+
 // What a kernel takes in a role: inputs are read, outputs written.
 template <OperandRole Role, typename Element = float>
 using RealScalar =
@@ -34,6 +36,17 @@ template <OperandRole Role>
 using SplitMatrix =
     BoundDenseComplexSplitMatrixView<DenseHostComplexSplitMatrixRowMajor<float, float>, Role,
                                      !is_output_role(Role)>;
+
+template <OperandRole Role>
+using InterleavedVector =
+    BoundDenseComplexIntlvVectorView<DenseHostComplexIntlvVector<Complex64, Complex64>, Role,
+                                     !is_output_role(Role)>;
+template <OperandRole Role>
+using InterleavedMatrix =
+    BoundDenseComplexIntlvMatrixView<DenseHostComplexIntlvMatrixColMajor<Complex64, Complex64>,
+                                     Role, !is_output_role(Role)>;
+using LuDecomp = DenseHostLUDecompColMajor<long, Complex64, Complex64>;
+using EigenVals = HostEigenVals<Complex64, Complex64>;
 
 /// A kernel with the operands of these binders, by which it is picked among its overloads.
 template <typename... Binders>
@@ -137,12 +150,37 @@ CpuMaterialiser::Step CpuMaterialiser::outerprod_host_dense_complex_split_float_
     return step_of<SplitVector<in0>, SplitVector<in1>, SplitMatrix<out0>>(&SimdEngine::outerprod);
 }
 
+CpuMaterialiser::Step
+CpuMaterialiser::lu_decomp_host_dense_complex_interleaved_int64_cfloat_colmaj() {
+    return step_of<BoundHostLUDecompView<LuDecomp, out0>>(&SimdEngine::lu_decomp);
+}
+
+CpuMaterialiser::Step CpuMaterialiser::solve_host_dense_complex_interleaved_int64_cfloat_colmaj() {
+    return step_of<BoundConstHostLUDecompView<LuDecomp, in0>, SplitVector<out0>>(
+        &SimdEngine::solve);
+}
+
+CpuMaterialiser::Step
+CpuMaterialiser::logdet_host_dense_complex_interleaved_int64_cuFloat_colmaj() {
+    return step_of<BoundConstHostLUDecompView<LuDecomp, in0>, ComplexScalar<out0>>(
+        &SimdEngine::logdet);
+}
+
 CpuMaterialiser::Step CpuMaterialiser::trace_host_dense_complex_split_float() {
     return step_of<SplitMatrix<in0>, ComplexScalar<out0>>(&SimdEngine::trace);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::norm_host_dense_complex_split_float() {
     return step_of<SplitVector<in0>, ComplexScalar<out0>>(&SimdEngine::norm);
+}
+
+CpuMaterialiser::Step CpuMaterialiser::eigen_host_dense_complex_interleaved_cf32_colmaj() {
+    return step_of<InterleavedMatrix<in0>, BoundHostEigenVals<EigenVals, out0>>(&SimdEngine::eigen);
+}
+
+CpuMaterialiser::Step CpuMaterialiser::principal_eigenvect_host_complex_interleaved_cf32_colmaj() {
+    return step_of<InterleavedMatrix<in0>, InterleavedVector<out0>>(
+        &SimdEngine::principal_eigenvect);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::partialtrace_left_host_complex_split_float_rowmaj() {

@@ -39,6 +39,7 @@ class CpuMaterialiser {
     static Step outerprod_host_dense_complex_split_float_vect();
     static Step lu_decomp_host_dense_complex_interleaved_int64_cfloat_colmaj();
     static Step solve_host_dense_complex_interleaved_int64_cfloat_colmaj();
+    // NOLINTNEXTLINE(readability-identifier-naming): an established name
     static Step logdet_host_dense_complex_interleaved_int64_cuFloat_colmaj();
     static Step trace_host_dense_complex_split_float();
     static Step norm_host_dense_complex_split_float();

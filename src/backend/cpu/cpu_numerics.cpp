@@ -3,7 +3,6 @@
 
 #include "backend/cpu/cpu_solver_numerics.h"
 #include "backend/cpu/eigen_limits.h"
-#include "backend/cpu/eigen_schur.h"
 #include "backend/cpu/engine_power_methods.h"
 #include "backend/cpu/floating_comparisons.h"
 #include "tessaline/catalogue/builtin_operation_ids.h"

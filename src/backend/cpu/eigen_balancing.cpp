@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/eigen_balancing.h"
 
+#include "backend/cpu/eigen_limits.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -9,7 +11,6 @@ namespace Tessaline::CpuFallback {
 
 namespace {
 
-constexpr int maximum_balance_sweeps = 32;
 /// A scaling must bring the sum of both norms below this share of itself to be worth making.
 constexpr double worthwhile_share = 0.95;
 

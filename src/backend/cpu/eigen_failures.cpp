@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/eigen_failures.h"
 
-#include "backend/cpu/eigen_schur.h"
+#include "backend/cpu/eigen_limits.h"
 #include "tessaline/catalogue/errors.h"
 
 namespace Tessaline::CpuFallback {

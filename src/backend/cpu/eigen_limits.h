@@ -7,6 +7,9 @@
 
 namespace Tessaline::CpuFallback {
 
+/// QR iterations without deflation before the solver gives up.
+inline constexpr int maximum_iterations = 256;
+
 /// Sweeps of balancing.
 inline constexpr int maximum_balance_sweeps = 32;
 

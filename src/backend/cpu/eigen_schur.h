@@ -8,9 +8,6 @@
 
 namespace Tessaline::CpuFallback {
 
-/// Iterations without deflation before the solver gives up.
-inline constexpr int maximum_iterations = 256;
-
 /// Makes H upper triangular by unitary similarities, which Z accumulates. `epsilon` is the rounding
 /// unit that decides whether a column depends on those before it. Raises the failures of
 /// convergence and of intermediates that are not finite.

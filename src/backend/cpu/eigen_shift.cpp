@@ -2,7 +2,7 @@
 #include "backend/cpu/eigen_shift.h"
 
 #include "backend/cpu/eigen_failures.h"
-#include "backend/cpu/eigen_schur.h"
+#include "backend/cpu/eigen_limits.h"
 
 #include <array>
 #include <cmath>
@@ -11,7 +11,6 @@ namespace Tessaline::CpuFallback {
 
 namespace {
 
-constexpr int exceptional_shift_interval = 16;
 /// The offsets of exceptional shifts in turn, in units of the power of two of the last row and
 /// column. Neither is a multiple of the other, so that they break different symmetries.
 constexpr std::array<Complex, 2> exceptional_offsets{Complex(0.75, 0.25), Complex(-0.4375, 0.3125)};

@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Power iteration and matrix powers of complex64 as the SIMD engines carry them out, over the
-// products of an engine.
+// Power iteration of complex64 as the SIMD engines carry it out, over the row products of an
+// engine.
 //
-// Kernels is a class of static functions like EnginePlainKernels, with its bits. Every unit that
-// includes this gets its own copy of the code, compiled for its instruction set: the functions are
-// static and use no inline function of the standard library, or the linker would merge copies
-// across instruction sets.
+// Every unit that includes this gets its own copy of the code, compiled for its instruction set:
+// the functions are static and use no inline function of the standard library, or the linker would
+// merge copies across instruction sets.
 
-#include "backend/cpu/power_by_squaring.h"
 #include "tessaline/storage/kernel_views.h"
 
 #include <complex>
@@ -21,8 +19,6 @@ inline constexpr float convergence_tolerance = 1e-05F;
 inline constexpr int maximum_iterations = 512;
 /// A vector of at most this norm is not scaled.
 inline constexpr float breakdown_norm = 0x1p-23F;
-
-[[noreturn]] void fail_matrix_power_shapes();
 
 /// Temporary storage, allocated outside the units for one instruction set.
 class Scratch {
@@ -78,6 +74,9 @@ static inline void copy_by_rows(DenseComplexIntlvMatrixView<const std::complex<f
 /// The last iterate of power iteration from the vector of ones, in whatever phase it comes.
 /// Iterates are compared as they are, so an eigenvalue that is not positive makes the iteration run
 /// to its limit, which is no error. The matrix is square, of the vector's order.
+///
+/// Kernels has a static multiply_row(row, vector, count, result), which sets the two parts at
+/// `result` to the product of a row with a vector, both interleaved, of `count` elements.
 template <typename Kernels>
 static void principal_eigenvect(DenseComplexIntlvMatrixView<const std::complex<float>> matrix,
                                 DenseComplexIntlvVectorView<std::complex<float>> vector) {
@@ -107,48 +106,6 @@ static void principal_eigenvect(DenseComplexIntlvMatrixView<const std::complex<f
     for (std::uint64_t index = 0; index < 2 * n; ++index) {
         result[index] = x[index];
     }
-}
-
-static inline void copy_planes(DenseComplexSplitMatrixView<const float> from,
-                               DenseComplexSplitMatrixView<float> to) {
-    for (std::uint64_t index = 0; index < to.rows * to.cols; ++index) {
-        to.real[index] = from.real[index];
-        to.imag[index] = from.imag[index];
-    }
-}
-
-/// result = matrix to the `exponent`, both row-major; power 0 is the identity whatever the matrix
-/// holds. Raises std::invalid_argument unless both are square and of one order.
-template <typename Kernels>
-static void matrix_power(DenseComplexSplitMatrixView<const float> matrix,
-                         DenseComplexSplitMatrixView<float> result, std::uint32_t exponent) {
-    using Matrix = DenseComplexSplitMatrixView<float>;
-    const std::uint64_t n = matrix.rows;
-    if (matrix.cols != n || result.rows != n || result.cols != n) {
-        fail_matrix_power_shapes();
-    }
-    if (exponent == 0) {
-        Kernels::identity(result);
-        return;
-    }
-    if (exponent == 1) {
-        copy_planes(matrix, result);
-        return;
-    }
-    const std::uint64_t plane = n * n;
-    const Scratch scratch(6 * plane);
-    const auto matrix_at = [&](std::uint64_t index) {
-        float* const data = scratch.data + 2 * index * plane;
-        return Matrix{data, data + plane, n, n, DataMatrixLayout::row_major};
-    };
-    Kernels::identity(matrix_at(0));
-    copy_planes(matrix, matrix_at(1));
-    const Matrix power = power_by_squaring(
-        exponent, matrix_at(0), matrix_at(1), matrix_at(2), [](Matrix A, Matrix B, Matrix C) {
-            Kernels::matmul({A.real, A.imag, A.rows, A.cols, A.layout},
-                            {B.real, B.imag, B.rows, B.cols, B.layout}, C);
-        });
-    copy_planes({power.real, power.imag, n, n, power.layout}, result);
 }
 
 } // namespace Tessaline::EnginePowerMethods

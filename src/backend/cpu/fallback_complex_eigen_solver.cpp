@@ -3,6 +3,7 @@
 
 #include "backend/cpu/eigen_balancing.h"
 #include "backend/cpu/eigen_failures.h"
+#include "backend/cpu/eigen_limits.h"
 #include "backend/cpu/eigen_pair_recovery.h"
 #include "backend/cpu/eigen_schur.h"
 
@@ -13,21 +14,6 @@
 namespace Tessaline::CpuFallback {
 
 namespace {
-
-/// What depends on the type of input and results. The tolerances are registered for float and keep
-/// their distance from the rounding unit in double.
-template <typename StorageReal>
-struct EigenLimits {
-    using Range = std::numeric_limits<StorageReal>;
-    static constexpr double unit_ratio = Range::epsilon() / std::numeric_limits<float>::epsilon();
-    static constexpr double deflation_tolerance = 1e-4F * unit_ratio;
-    static constexpr double residual_tolerance = 0.001 * unit_ratio;
-    static constexpr double epsilon = Range::epsilon();
-    static constexpr double smallest = Range::denorm_min();
-    static constexpr double largest = Range::max();
-    static constexpr const char* type_name =
-        std::is_same_v<StorageReal, float> ? "complex64" : "complex128";
-};
 
 bool is_within(Complex value, double largest) {
     return std::abs(value.real()) <= largest && std::abs(value.imag()) <= largest;
@@ -51,7 +37,7 @@ template <typename StorageReal>
 class EigenSolver {
   public:
     using Element = std::complex<StorageReal>;
-    using Limits = EigenLimits<StorageReal>;
+    using Limits = std::numeric_limits<StorageReal>;
 
     EigenSolver(std::vector<Complex> input, std::size_t n, EigenvalueScale scale)
         : scale_(scale),
@@ -59,18 +45,18 @@ class EigenSolver {
           exponents_(balance(schur_.H, n)),
           scaling_exponent_(exact_scaling_exponent(schur_.H)),
           input_(std::move(input)),
-          substitution_(n, Limits::epsilon, Limits::smallest),
+          substitution_(n, Limits::epsilon(), Limits::denorm_min()),
           solution_(n),
           vector_(n) {
         CpuFallback::scale(schur_.H, -scaling_exponent_);
     }
 
     void solve(Element* eigenvalues, Element* eigenvectors) {
-        const double log_tolerance = std::log2(Limits::deflation_tolerance);
+        const double tolerance = deflation_tolerance<StorageReal>;
         const double guard =
-            input_.exponent + std::log2(input_.norm) + log_tolerance - scaling_exponent_;
-        Deflation deflation(Limits::deflation_tolerance, guard, exponents_);
-        reduce_to_triangular(schur_, deflation, Limits::epsilon);
+            input_.exponent + std::log2(input_.norm) + std::log2(tolerance) - scaling_exponent_;
+        Deflation deflation(tolerance, guard, exponents_);
+        reduce_to_triangular(schur_, deflation, Limits::epsilon());
         for (std::size_t k = 0; k < schur_.n; ++k) {
             const Complex lambda = eigenvalue(k);
             recover_vector(lambda, k);
@@ -85,9 +71,10 @@ class EigenSolver {
     Complex eigenvalue(std::size_t k) const {
         const Complex diagonal = schur_.H[k * schur_.n + k];
         const Complex lambda = scaled(diagonal, unit_exponent());
-        if (!is_within(lambda, Limits::largest)) {
+        if (!is_within(lambda, Limits::max())) {
             throw_solver_failure(std::string("eigenvalue is outside the finite ") +
-                                 Limits::type_name + " range");
+                                 scalar_metadata(ElementTraits<Element>::scalar_type).name +
+                                 " range");
         }
         return Complex(Element(lambda));
     }
@@ -98,13 +85,13 @@ class EigenSolver {
         substitution_.solve(schur_, scaled(lambda, -unit_exponent()), solution);
         restore_coordinates(schur_, exponents_, solution, vector_);
         for (Complex& element : vector_) {
-            if (!is_within(element, Limits::largest)) {
+            if (!is_within(element, Limits::max())) {
                 fail_recovery();
             }
             element = Complex(Element(element));
         }
         const double norm = chain_norm(vector_);
-        if (norm == 0 || !(norm <= Limits::largest)) {
+        if (norm == 0 || !(norm <= Limits::max())) {
             fail_recovery();
         }
         const auto reciprocal = static_cast<StorageReal>(1 / norm);
@@ -117,10 +104,10 @@ class EigenSolver {
         const int original_exponent = scaling_exponent_ - unit_exponent();
         const double residual =
             input_.residual(scaled(lambda, original_exponent - input_.exponent), vector_);
-        if (!(residual <= Limits::residual_tolerance)) {
+        if (!(residual <= residual_tolerance<StorageReal>)) {
             throw_solver_failure("normalised eigenpair residual " + std::to_string(residual) +
                                  " exceeds tolerance " +
-                                 std::to_string(Limits::residual_tolerance));
+                                 std::to_string(residual_tolerance<StorageReal>));
         }
     }
 

@@ -2,6 +2,7 @@
 #include "tessaline/backend/cpu/register_cpu.h"
 
 #include "backend/cpu/cpu_capabilities.h"
+#include "tessaline/backend/cpu/cpu_simd.h"
 
 #include <algorithm>
 
@@ -31,6 +32,8 @@ Capabilities capabilities() {
 } // namespace
 
 void register_cpu_backends(BackendRegistry& registry, const RegistrationProvenance& provenance) {
+    // A choice of engine that cannot be served fails here and not at the first kernel.
+    static_cast<void>(cpu_simd_implementation());
     for_each_numeric_policy([&]<typename Policy>(Policy) {
         if constexpr (!Policy::is_integer) {
             for (auto& row : capabilities<Policy>()) {

@@ -107,7 +107,7 @@ class HermitianJacobi {
         if (root_p == 0 || root_q == 0) {
             return false;
         }
-        // One after the other, the larger first: the product of the roots could underflow.
+        // One after the other, the larger first: the product of small roots would have few bits.
         return magnitude / std::max(root_p, root_q) / std::min(root_p, root_q) <= tolerance_;
     }
 

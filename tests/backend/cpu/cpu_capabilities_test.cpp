@@ -20,7 +20,7 @@ using BackendRegistration::BuiltinCapability;
 using BackendRegistration::floating_operations;
 using Testing::expect_error;
 using Testing::key_text;
-using Testing::OperandsOfKeys;
+using Testing::run_on_ones;
 using Testing::summary;
 
 /// The types of a policy's rows, as storage and compute type, by the letters of the table below.
@@ -296,16 +296,6 @@ TEST(CpuFloatingNumerics, SayWhatSolversCost) {
                     "rounded."));
 }
 
-/// Runs the kernel of a row on operands of order 1 that hold ones.
-void run(const BuiltinCapability& row) {
-    const BackendProcess process = row.entry.materialise();
-    OperandsOfKeys operands(row.key);
-    BackendExecutionSession session;
-    for (const auto& step : *process.retain_steps()) {
-        step->execute(session, operands.bindings());
-    }
-}
-
 TEST(CpuFloatingCapabilities, KernelsTakeStorageOfTheirKeys) {
     for (const Policy& policy : policies) {
         for (const BuiltinCapability& row : cpu_floating_capabilities(policy.type)) {
@@ -313,9 +303,10 @@ TEST(CpuFloatingCapabilities, KernelsTakeStorageOfTheirKeys) {
             const auto& key = row.key.inputs().empty() ? row.key.output() : row.key.get_input(0);
             if (key.kind == OperandKind::LuDecomp && key.storage != key.compute) {
                 expect_error<std::invalid_argument>(
-                    [&] { run(row); }, "CPU LU - factors must use their compute dtype");
+                    [&] { run_on_ones(row.key, row.entry); },
+                    "CPU LU - factors must use their compute dtype");
             } else {
-                EXPECT_NO_THROW(run(row));
+                EXPECT_NO_THROW(run_on_ones(row.key, row.entry));
             }
         }
     }

@@ -1,11 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/cpu_capabilities.h"
 #include "backend/cpu/cpu_numerics.h"
+#include "support/key_storage.h"
+#include "support/key_text.h"
 #include "support/numerics_text.h"
 #include "tessaline/backend/cpu/register_cpu.h"
+#include "tessaline/catalogue/builtin_operations.h"
 #include "tessaline/frontend/tessaline_context.h"
 
 #include <gmock/gmock.h>
+
+#include <algorithm>
+#include <map>
 
 namespace Tessaline {
 namespace {
@@ -25,6 +31,81 @@ ImplementationNumerics record(Numerics numerics, const char* name, const char* o
 
 ImplementationNumerics complex64(const char* name, const char* operands) {
     return record(CpuNumerics::complex64, name, operands, ScalarType::Complex64);
+}
+
+// Operands by their kind; i is an integer scalar, capitals are interleaved.
+const Texts float32_rows = {
+    "multiply: v, v > v", "add: v, v > v",   "subtract: v, v > v",
+    "sum: v > s",         "scale: v, s > v", "matmul: m, m > m",
+};
+const Texts complex64_rows = {
+    "sqrt: v > v",
+    "conjugate: > v",
+    "multiply: v, v > v",
+    "add: v, v > v",
+    "subtract: v, v > v",
+    "sum: v > s",
+    "scale: v, s > v",
+    "divide: v, s > v",
+    "transpose: m > m",
+    "matmul: m, m > m",
+    "matvec: m, v > v",
+    "adjoint: m > m",
+    "kron: m, m > m",
+    "inner: v, v > s",
+    "outer: v, v > m",
+    "lu_factor: > l",
+    "solve: l > v",
+    "logdet: l > s",
+    "trace: m > s",
+    "norm: v > s",
+    "eig: M > e",
+    "principal_eigenvector: M > V",
+    "partial_trace_left: m > m",
+    "partial_trace_right: m > m",
+    "matrix_power: m, i > m",
+    "is_unitary: m > i",
+    "eye: > m",
+    "vector_equal: v, v > i",
+};
+
+/// Checks keys and numerics of a policy's rows, and that their kernels take storage of their keys.
+template <typename Policy>
+void expect_rows(const Texts& expected, const std::map<char, std::string>& operands,
+                 const char* algorithm_prefix) {
+    const auto rows = CpuCapabilities<Policy>::legacy_records();
+    ASSERT_EQ(rows.size(), expected.size());
+    for (std::size_t index = 0; index < rows.size(); ++index) {
+        const std::size_t colon = expected[index].find(':');
+        std::string text = "tessaline." + expected[index].substr(0, colon) + "@1:";
+        for (const char symbol : expected[index].substr(colon + 1)) {
+            const auto operand = operands.find(symbol);
+            text += operand == operands.end() ? std::string(1, symbol) : operand->second;
+        }
+        EXPECT_EQ(Testing::key_text(rows[index].key), text);
+        EXPECT_TRUE(rows[index].numerics->algorithm.starts_with(algorithm_prefix)) << text;
+        EXPECT_NO_THROW(Testing::run_on_ones(rows[index].key, rows[index].entry)) << text;
+    }
+}
+
+TEST(EngineRows, AcceptRealViewsAndSplitPlanes) {
+    expect_rows<NumericPolicy<Float16, float>>({"add: v, v > v"}, {{'v', "v float16/float32"}},
+                                               "cpu.");
+    expect_rows<NumericPolicy<float, float>>(
+        float32_rows,
+        {{'v', "v float32/float32"}, {'m', "m float32/float32 row"}, {'s', "s float32/float32"}},
+        "simd.");
+    expect_rows<NumericPolicy<std::complex<float>, std::complex<float>>>(
+        complex64_rows,
+        {{'v', "v complex64/complex64 split"},
+         {'m', "m complex64/complex64 split row"},
+         {'s', "s complex64/complex64"},
+         {'V', "v complex64/complex64 interleaved"},
+         {'M', "m complex64/complex64 interleaved column"},
+         {'l', "l complex64/complex64 interleaved column"},
+         {'e', "e complex64/complex64 interleaved column"},
+         {'i', "s int32/int32"}},
+        "simd.");
 }
 
 TEST(EngineNumerics, DifferByPolicy) {
@@ -155,20 +236,50 @@ TEST(RegisterCpuBackends, EngineRowsComeBeforeFloatingOnes) {
     const auto provenance = RegistrationProvenance::builtin("9.9");
     register_cpu_backends(registry, provenance);
     EXPECT_EQ(registry.size(), 7U * 32U);
-    const auto numerics = [&registry](const BackendRegistryKey& key) {
-        return registry.registrations().at(key).numerics();
-    };
     for (const auto& [key, backend] : registry.registrations()) {
         EXPECT_EQ(key.backend(), BackendKind::cpu_simd);
         EXPECT_EQ(backend.provenance(), provenance);
         EXPECT_TRUE(backend.numerics().has_value());
     }
-    for (const auto& row : CpuCapabilities<NumericPolicy<float, float>>::legacy_records()) {
-        EXPECT_EQ(numerics(row.key)->algorithm, row.numerics->algorithm);
+    // The engine leaves these four of complex64 to the floating kernels.
+    for (const OperationId& operation :
+         {BuiltinOperations::eigh, BuiltinOperations::eigvalsh, BuiltinOperations::slogdet,
+          BuiltinOperations::logdet_positive_definite}) {
+        const auto is_wanted = [&operation](const auto& row) {
+            const auto& [key, backend] = row;
+            return key.op() == operation && key.get_input(0).storage == ScalarType::Complex64;
+        };
+        EXPECT_EQ(std::ranges::count_if(registry.registrations(), is_wanted), 1)
+            << operation.name();
     }
-    for (const auto& row : cpu_floating_capabilities(DataTypeDescriptor::real_double())) {
-        EXPECT_EQ(numerics(row.key)->algorithm, row.numerics->algorithm);
+    for (const auto& row : CpuCapabilities<
+             NumericPolicy<std::complex<float>, std::complex<float>>>::legacy_records()) {
+        const auto found = registry.registrations().find(row.key);
+        ASSERT_NE(found, registry.registrations().end()) << row.key.op().name();
+        EXPECT_EQ(found->second.numerics()->algorithm, row.numerics->algorithm);
     }
+}
+
+TEST(RegisterCpuBackends, InterleavedOperandsReachEveryOperationInEveryPolicy) {
+    OperationRegistry operations;
+    register_builtin_operations(operations, RegistrationProvenance::builtin("9.9"));
+    operations.seal();
+    BackendRegistry registry;
+    register_cpu_backends(registry, RegistrationProvenance::builtin("9.9"));
+    registry.seal(operations);
+    BackendAdaptationRegistry adaptations;
+    register_cpu_adaptations(adaptations);
+    for_each_numeric_policy([&]<typename Policy>(Policy) {
+        if constexpr (!Policy::is_integer) {
+            for (const auto& [key, entry, numerics] : cpu_floating_capabilities(Policy::type())) {
+                const auto match =
+                    registry.find(operations.operation(key.op()).handle(), BackendKind::cpu_simd,
+                                  key.inputs(), key.outputs(), adaptations);
+                ASSERT_TRUE(match.has_value()) << Testing::key_text(key);
+                EXPECT_EQ(match->exact(), registry.registrations().contains(key));
+            }
+        }
+    });
 }
 
 TEST(DefaultContext, DescribesEveryOperationInEveryPolicyAndEveryTimeAlike) {

@@ -66,7 +66,9 @@ class FloatingLuKernels : public ::testing::Test {
     }
     template <typename Scalar>
     static Operand<Scalar> unwritten() {
-        return Operand<Scalar>::scalar({1, 1, [](auto, auto) { return ComputeOf<Scalar>(-7); }});
+        return Operand<Scalar>(OperandKind::Scalar, Grid<Scalar>(1, 1, [](auto, auto) {
+                                   return ComputeOf<Scalar>(-7);
+                               }));
     }
     template <typename Scalar>
     static Scalar value(const Operand<Scalar>& scalar) {
@@ -93,7 +95,7 @@ TYPED_TEST(FloatingLuKernels, FactorSolveAndLogdetWorkOnFactorsInComputeType) {
         EXPECT_EQ(lu.contents().swaps, expected.swaps);
 
         const auto b = random_grid<TypeParam>(order, 1, random, false);
-        const auto x = Operand<TypeParam>::vector(b);
+        const auto x = Operand<TypeParam>(OperandKind::Vector, b);
         this->run(Operation::solve, {lu.read()}, {x.written()});
         std::vector<Compute> wide;
         std::ranges::transform(b.elements, std::back_inserter(wide), widened<TypeParam>);
@@ -114,7 +116,7 @@ TYPED_TEST(FloatingLuKernels, FactorsOfAnotherTypeAreRefused) {
     using Other = std::conditional_t<std::is_same_v<Compute, float>, double, float>;
     using Stored = std::conditional_t<std::is_same_v<TypeParam, Compute>, Other, TypeParam>;
     LuOperand<Stored> lu(LuStorage<Stored>({1, {Stored{}}}, DataMatrixLayout::column_major));
-    const auto vector = Operand<TypeParam>::vector(this->grid(1, {1}));
+    const auto vector = Operand<TypeParam>(OperandKind::Vector, this->grid(1, {1}));
     const auto scalar = this->template unwritten<std::complex<Component<Compute>>>();
     const auto refused = [&](Operation operation, const std::vector<OperandBinding>& inputs,
                              OperandBinding output) {
@@ -130,11 +132,11 @@ TYPED_TEST(FloatingLuKernels, OutputsMustBeWritableAndMatch) {
     using Compute = ComputeOf<TypeParam>;
     const LuOperand<Compute> lu(
         LuStorage<Compute>({2, {1, 0, 0, 1}}, DataMatrixLayout::column_major));
-    const auto vector = Operand<TypeParam>::vector(this->grid(2, {1, 1}));
-    const auto longer = Operand<TypeParam>::vector(this->grid(3, {1, 1, 1}));
+    const auto vector = Operand<TypeParam>(OperandKind::Vector, this->grid(2, {1, 1}));
+    const auto longer = Operand<TypeParam>(OperandKind::Vector, this->grid(3, {1, 1, 1}));
     const auto scalar = this->template unwritten<std::complex<Component<Compute>>>();
-    const auto matrix =
-        Operand<TypeParam>::matrix(this->grid(2, {1, 0, 0, 1}), DataMatrixLayout::row_major);
+    const auto matrix = Operand<TypeParam>(OperandKind::Matrix, this->grid(2, {1, 0, 0, 1}),
+                                           DataMatrixLayout::row_major);
     const auto read_only = [&](Operation operation, const std::vector<OperandBinding>& inputs,
                                OperandBinding output) {
         expect_error<std::invalid_argument>([&] { this->run(operation, inputs, {output}); },
@@ -149,8 +151,8 @@ TYPED_TEST(FloatingLuKernels, OutputsMustBeWritableAndMatch) {
         "CPU floating kernel - storage buffer type, alignment or count mismatch";
     expect_error<std::logic_error>(
         [&] { this->run(Operation::solve, {lu.read()}, {longer.written()}); }, mismatch);
-    const auto wide =
-        Operand<TypeParam>::matrix(this->grid(2, {1, 0, 0, 0, 1, 0}), DataMatrixLayout::row_major);
+    const auto wide = Operand<TypeParam>(OperandKind::Matrix, this->grid(2, {1, 0, 0, 0, 1, 0}),
+                                         DataMatrixLayout::row_major);
     expect_error<std::logic_error>(
         [&] { this->run(Operation::slogdet, {wide.read()}, {scalar.written()}); }, mismatch);
 }
@@ -172,7 +174,8 @@ TYPED_TEST(FloatingLuKernels, SlogdetGivesSignAndLogarithmInComputePrecision) {
     };
     for (const Case& row : cases) {
         for (const DataMatrixLayout layout : orders_of<TypeParam>()) {
-            const auto matrix = Operand<TypeParam>::matrix(this->grid(row.order, row.rows), layout);
+            const auto matrix =
+                Operand<TypeParam>(OperandKind::Matrix, this->grid(row.order, row.rows), layout);
             const auto sign = this->template unwritten<Compute>();
             const auto logarithm = this->template unwritten<Real>();
             this->run(Operation::slogdet, {matrix.read()}, {sign.written(), logarithm.written()});
@@ -190,8 +193,8 @@ TYPED_TEST(FloatingLuKernels, FailedDeterminantsWriteNothing) {
     const auto logarithm = this->template unwritten<Real>();
     const auto fails = [&](Operation operation, const std::vector<double>& rows,
                            const std::string& message) {
-        const auto matrix =
-            Operand<TypeParam>::matrix(this->grid(2, rows), DataMatrixLayout::row_major);
+        const auto matrix = Operand<TypeParam>(OperandKind::Matrix, this->grid(2, rows),
+                                               DataMatrixLayout::row_major);
         const bool two = operation == Operation::slogdet;
         const std::vector<OperandBinding> outputs =
             two ? std::vector{sign.written(), logarithm.written()}
@@ -223,8 +226,9 @@ TYPED_TEST(FloatingLuKernels, LogdetPositiveDefiniteReloadsItsInputForTheUnroote
     // Narrower entries cannot bring a pivot within rounding of zero but to zero itself.
     if constexpr (std::is_same_v<Component<TypeParam>, double>) {
         constexpr double epsilon = std::numeric_limits<double>::epsilon();
-        const auto matrix = Operand<TypeParam>::matrix(this->grid(2, {4, 2, 2, 1 + epsilon}),
-                                                       DataMatrixLayout::row_major);
+        const auto matrix =
+            Operand<TypeParam>(OperandKind::Matrix, this->grid(2, {4, 2, 2, 1 + epsilon}),
+                               DataMatrixLayout::row_major);
         const auto logarithm = this->template unwritten<Real>();
         this->run(Operation::logdet_positive_definite, {matrix.read()}, {logarithm.written()});
         EXPECT_EQ(this->value(logarithm), std::log(4.0) + std::log(epsilon));
@@ -237,8 +241,8 @@ TYPED_TEST(FloatingLuKernels, SymmetryIsJudgedInComputePrecision) {
     if constexpr (std::is_same_v<TypeParam, Compute>) {
         constexpr double epsilon = std::numeric_limits<Real>::epsilon();
         const auto run = [&](double lower) {
-            const auto matrix = Operand<TypeParam>::matrix(this->grid(2, {2, 1, lower, 2}),
-                                                           DataMatrixLayout::row_major);
+            const auto matrix = Operand<TypeParam>(
+                OperandKind::Matrix, this->grid(2, {2, 1, lower, 2}), DataMatrixLayout::row_major);
             const auto logarithm = this->template unwritten<Real>();
             this->run(Operation::logdet_positive_definite, {matrix.read()}, {logarithm.written()});
         };

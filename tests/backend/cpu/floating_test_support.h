@@ -127,6 +127,12 @@ class Operand {
         assign(grid);
     }
 
+    static Operand scalar(const Grid<T>& grid) { return {OperandKind::Scalar, grid}; }
+    static Operand vector(const Grid<T>& grid) { return {OperandKind::Vector, grid}; }
+    static Operand matrix(const Grid<T>& grid, DataMatrixLayout order) {
+        return {OperandKind::Matrix, grid, order};
+    }
+
     OperandBinding written() const { return *binding_; }
     OperandBinding read() const { return *const_binding_; }
 

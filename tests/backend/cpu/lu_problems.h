@@ -162,6 +162,45 @@ long double one_norm(const Matrix& matrix) {
     return norm;
 }
 
+/// The factors that plain elimination gives with the pivots of a factorisation: row by row, one
+/// element after another. Arithmetic has product, multiplier and quotient.
+template <typename Arithmetic, typename T>
+SquareMatrix<T> plain_factors(SquareMatrix<T> a, const std::vector<long>& pivots) {
+    for (std::size_t k = 0; k < a.order; ++k) {
+        for (std::size_t j = 0; j < a.order; ++j) {
+            std::swap(a(k, j), a(static_cast<std::size_t>(pivots[k] - 1), j));
+        }
+        for (std::size_t row = k + 1; row < a.order; ++row) {
+            a(row, k) = Arithmetic::multiplier(a(row, k), a(k, k));
+            for (std::size_t j = k + 1; j < a.order; ++j) {
+                a(row, j) -= Arithmetic::product(a(row, k), a(k, j));
+            }
+        }
+    }
+    return a;
+}
+
+/// The solution that plain substitution gives.
+template <typename Arithmetic, typename T>
+std::vector<T> plain_solution(const LuStorage<T>& lu, std::vector<T> b) {
+    const auto factors = lu.matrix();
+    for (std::size_t i = 0; i < lu.order; ++i) {
+        std::swap(b[i], b[static_cast<std::size_t>(lu.pivots[i] - 1)]);
+    }
+    for (std::size_t i = 0; i < lu.order; ++i) {
+        for (std::size_t j = 0; j < i; ++j) {
+            b[i] -= Arithmetic::product(factors(i, j), b[j]);
+        }
+    }
+    for (std::size_t i = lu.order; i-- > 0;) {
+        for (std::size_t j = i + 1; j < lu.order; ++j) {
+            b[i] -= Arithmetic::product(factors(i, j), b[j]);
+        }
+        b[i] = Arithmetic::quotient(b[i], factors(i, i));
+    }
+    return b;
+}
+
 /// Whether two arrays hold the same bits.
 template <typename T>
 bool same_bits(const std::vector<T>& a, const std::vector<T>& b) {

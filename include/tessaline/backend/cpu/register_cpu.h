@@ -7,7 +7,8 @@
 
 namespace Tessaline {
 
-/// Registers every CPU implementation. Raises what BackendRegistry::register_backend does.
+/// Registers every CPU implementation. Raises what cpu_simd_implementation and
+/// BackendRegistry::register_backend do.
 TESSALINE_API void register_cpu_backends(BackendRegistry& registry,
                                          const RegistrationProvenance& provenance);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/cpu_parallel_chunks.h"
+#include "backend/cpu/cpu_chunks.h"
 #include "backend/cpu/simd/simd_operations.h"
 
 namespace Tessaline::SimdOperations {
@@ -26,7 +26,7 @@ DenseRealVectorView<T> imag_plane(DenseComplexSplitVectorView<T> vector) {
 
 template <typename Body>
 void for_elements(Index count, const Body& body) {
-    parallel_chunks(count, count, body);
+    for_chunks(count, count, body);
 }
 
 /// Calls a kernel of two inputs on parts of its operands.

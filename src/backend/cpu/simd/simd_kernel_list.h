@@ -3,6 +3,8 @@
 
 // Every kernel of an engine, instantiated for one instruction set.
 
+#include "backend/cpu/engine_lu.h"
+#include "backend/cpu/engine_power_methods.h"
 #include "backend/cpu/simd/simd_elementwise.h"
 #include "backend/cpu/simd/simd_matmul.h"
 #include "backend/cpu/simd/simd_reductions.h"
@@ -27,13 +29,16 @@ constexpr Table make_table() {
         .matmul_split = Matmul<SplitElements<Set>>::matmul,
         .row_products = RowProducts<Set>::row_products,
         .conjugate_row_products = RowProducts<Set>::conjugate_row_products,
-        .lane_row_products = Reductions<Set>::lane_row_products,
         .kron = Structure<Set>::kron,
         .outer = Structure<Set>::outer,
         .partial_trace_left = Structure<Set>::partial_trace_left,
         .partial_trace_right = Structure<Set>::partial_trace_right,
         .transpose = Structure<Set>::transpose,
         .negated_transpose = Structure<Set>::negated_transpose,
+        .lu_decomp = EngineLu::lu_decomp<Set::fuses, long>,
+        .solve = EngineLu::solve<Set::fuses, long>,
+        .logdet = EngineLu::logdet<long>,
+        .principal_eigenvect = EnginePowerMethods::principal_eigenvect<Reductions<Set>>,
     };
 }
 

@@ -10,6 +10,8 @@
 
 #include "tessaline/storage/kernel_views.h"
 
+#include <complex>
+
 namespace Tessaline::SimdKernels {
 
 using RealInput = DenseRealVectorView<const float>;
@@ -20,6 +22,7 @@ using RealMatrixInput = DenseRealMatrixView<const float>;
 using RealMatrixOutput = DenseRealMatrixView<float>;
 using SplitMatrixInput = DenseComplexSplitMatrixView<const float>;
 using SplitMatrixOutput = DenseComplexSplitMatrixView<float>;
+using Element = std::complex<float>;
 using Index = std::uint64_t;
 
 struct Table {
@@ -51,9 +54,6 @@ struct Table {
     /// The sum over increasing k of conj(x[k]) A[i][k].
     void (*conjugate_row_products)(SplitMatrixInput A, SplitInput x, SplitOutput out, Index begin,
                                    Index end);
-    /// The sum of A[i][k] x[k] in the order of `sum`.
-    void (*lane_row_products)(SplitMatrixInput A, SplitInput x, SplitOutput out, Index begin,
-                              Index end);
 
     /// Element (i1 r + i2, j1 c + j2) is A[i1][j1] B[i2][j2], for B of r rows and c columns.
     void (*kron)(SplitMatrixInput A, SplitMatrixInput B, SplitMatrixOutput out, Index begin,
@@ -68,6 +68,13 @@ struct Table {
 
     void (*transpose)(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end);
     void (*negated_transpose)(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end);
+
+    // Solvers, whose elements are interleaved; see engine_lu.h and engine_power_methods.h.
+    void (*lu_decomp)(LuDecompView<long, Element> lu);
+    void (*solve)(LuDecompView<const long, const Element> lu, SplitOutput b);
+    void (*logdet)(LuDecompView<const long, const Element> lu, ComplexScalarView<float> out);
+    void (*principal_eigenvect)(DenseComplexIntlvMatrixView<const Element> A,
+                                DenseComplexIntlvVectorView<Element> vector);
 };
 
 extern const Table avx256_table;

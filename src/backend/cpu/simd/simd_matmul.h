@@ -29,14 +29,7 @@ class Matmul {
   public:
     static void matmul(typename Elements::MatrixInput A, typename Elements::MatrixInput B,
                        typename Elements::MatrixOutput C, Index begin, Index end) {
-        const Matmul whole{Elements::input(A),
-                           A.cols,
-                           Elements::input(B),
-                           B.cols,
-                           Elements::output(C),
-                           C.cols,
-                           begin,
-                           end};
+        const Matmul whole(A, B, C, begin, end);
         if (A.cols == 0) {
             whole.clear();
         }
@@ -63,7 +56,7 @@ class Matmul {
     void clear() const {
         for (Index row = begin_; row < end_; ++row) {
             for_vectors<Set>(c_stride_, [&](std::size_t column, auto part) {
-                Elements::store(C_, row * c_stride_ + column, Elements::zero(), part);
+                Elements::store(c_, row * c_stride_ + column, Elements::zero(), part);
             });
         }
     }
@@ -71,7 +64,7 @@ class Matmul {
     /// Packs a panel where enough rows pay for it, and where it would be read beyond its columns.
     void multiply_panel(Index first, Index count, Index column, Index columns) const {
         if (columns == tile_columns && end_ - begin_ < 2 * tile_rows) {
-            const Input start = Elements::offset(B_, first * b_stride_ + column);
+            const Input start = Elements::offset(b_, first * b_stride_ + column);
             multiply_rows<tile_rows, tile_vectors>({start, b_stride_, first, count, column},
                                                    AllLanes{}, begin_);
             return;
@@ -92,7 +85,7 @@ class Matmul {
     void pack(Packed& packed, Index first, Index count, Index column, Index columns) const {
         const Index width = (columns + lanes - 1) / lanes * lanes;
         for (Index k = 0; k < count; ++k) {
-            const Input row = Elements::offset(B_, (first + k) * b_stride_ + column);
+            const Input row = Elements::offset(b_, (first + k) * b_stride_ + column);
             for_vectors<Set>(columns, [&](std::size_t i, auto part) {
                 Elements::store(packed.output(), k * width + i, Elements::load(row, i, part),
                                 AllLanes{});
@@ -127,9 +120,9 @@ class Matmul {
             sums[r][v] =
                 panel.first == 0
                     ? Elements::zero()
-                    : Elements::load(C_, (row + r) * c_stride_ + panel.column + v * lanes, part);
+                    : Elements::load(c_, (row + r) * c_stride_ + panel.column + v * lanes, part);
         });
-        const Input A = Elements::offset(A_, row * a_stride_ + panel.first);
+        const Input A = Elements::offset(a_, row * a_stride_ + panel.first);
         for (Index k = 0; k < panel.count; ++k) {
             Value b[Vectors];
             for (Index v = 0; v < Vectors; ++v) {
@@ -143,7 +136,7 @@ class Matmul {
             }
         }
         for_tile<Rows, Vectors>(last, [&](Index r, Index v, auto part) {
-            Elements::store(C_, (row + r) * c_stride_ + panel.column + v * lanes, sums[r][v], part);
+            Elements::store(c_, (row + r) * c_stride_ + panel.column + v * lanes, sums[r][v], part);
         });
     }
 
@@ -158,22 +151,22 @@ class Matmul {
         }
     }
 
-    Matmul(Input A, Index a_stride, Input B, Index b_stride, Output C, Index c_stride, Index begin,
-           Index end)
-        : A_(A),
-          a_stride_(a_stride),
-          B_(B),
-          b_stride_(b_stride),
-          C_(C),
-          c_stride_(c_stride),
+    Matmul(typename Elements::MatrixInput A, typename Elements::MatrixInput B,
+           typename Elements::MatrixOutput C, Index begin, Index end)
+        : a_(Elements::input(A)),
+          a_stride_(A.cols),
+          b_(Elements::input(B)),
+          b_stride_(B.cols),
+          c_(Elements::output(C)),
+          c_stride_(C.cols),
           begin_(begin),
           end_(end) {}
 
-    Input A_;
+    Input a_;
     Index a_stride_;
-    Input B_;
+    Input b_;
     Index b_stride_;
-    Output C_;
+    Output c_;
     Index c_stride_;
     Index begin_;
     Index end_;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/cpu_parallel_chunks.h"
+#include "backend/cpu/cpu_chunks.h"
 #include "backend/cpu/simd/simd_operations.h"
 #include "backend/cpu/simd/simd_planes.h"
 
@@ -25,7 +25,7 @@ using TransposeKernel = void (*)(RealMatrixInput, RealMatrixOutput, Index, Index
 void transpose_lines(SplitMatrixInput A, SplitMatrixOutput out, TransposeKernel real,
                      TransposeKernel imag) {
     const RealMatrixOutput lines = as_lines(real_plane(out));
-    parallel_chunks(lines.rows, work_product(lines.rows, lines.cols), [=](Index begin, Index end) {
+    for_chunks(lines.rows, work_of(lines.rows, lines.cols), [=](Index begin, Index end) {
         real(as_lines(real_plane(A)), as_lines(real_plane(out)), begin, end);
         imag(as_lines(imag_plane(A)), as_lines(imag_plane(out)), begin, end);
     });
@@ -34,7 +34,7 @@ void transpose_lines(SplitMatrixInput A, SplitMatrixOutput out, TransposeKernel 
 /// Copies two planes as they lie; `negate` changes the sign of the imaginary one.
 void copy_lines(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out, bool negate) {
     const Index count = A.rows * A.cols;
-    parallel_chunks(count, count, [=, &kernels](Index begin, Index end) {
+    for_chunks(count, count, [=, &kernels](Index begin, Index end) {
         std::copy(A.real + begin, A.real + end, out.real + begin);
         if (negate) {
             kernels.negate({A.imag + begin, end - begin}, {out.imag + begin, end - begin});
@@ -57,7 +57,7 @@ void trace_out(void (*kernel)(RealMatrixInput, RealMatrixOutput, Index, Index), 
         !is_row_major(A) || !is_row_major(out)) {
         throw std::invalid_argument(message);
     }
-    parallel_chunks(out.rows, work_product(A.rows, out.rows), [=](Index begin, Index end) {
+    for_chunks(out.rows, work_of(A.rows, out.rows), [=](Index begin, Index end) {
         kernel(real_plane(A), real_plane(out), begin, end);
         kernel(imag_plane(A), imag_plane(out), begin, end);
     });
@@ -106,7 +106,7 @@ void identity(const Table&, SplitMatrixOutput out) {
         throw std::invalid_argument("SimdEngine::identity - non-square matrix");
     }
     const Index order = out.rows;
-    parallel_chunks(order, order, [=](Index begin, Index end) {
+    for_chunks(order, order, [=](Index begin, Index end) {
         std::fill(out.real + begin * order, out.real + end * order, 0.0F);
         std::fill(out.imag + begin * order, out.imag + end * order, 0.0F);
         for (Index i = begin; i < end; ++i) {

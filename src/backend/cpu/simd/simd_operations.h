@@ -11,17 +11,17 @@
 // its result as well; results of the others overlap no operand. Sizes without a stated error agree.
 
 #include "backend/cpu/simd/simd_kernels.h"
+#include "tessaline/storage/host_eigen_vals.h"
 #include "tessaline/storage/low_precision.h"
-
-#include <complex>
 
 namespace Tessaline::SimdOperations {
 
 using namespace SimdKernels;
 using Float16Input = DenseRealVectorView<const Float16>;
 using Float16Output = DenseRealVectorView<Float16>;
-using InterleavedMatrixInput = DenseComplexIntlvMatrixView<const std::complex<float>>;
-using InterleavedMatrixOutput = DenseComplexIntlvMatrixView<std::complex<float>>;
+using InterleavedMatrixInput = DenseComplexIntlvMatrixView<const Element>;
+using InterleavedMatrixOutput = DenseComplexIntlvMatrixView<Element>;
+using InterleavedVectorOutput = DenseComplexIntlvVectorView<Element>;
 
 // Elementwise.
 
@@ -90,5 +90,21 @@ void norm(const Table& kernels, SplitInput a, ComplexScalarView<float> out);
 void is_unitary(const Table& kernels, SplitMatrixInput A, RealScalarView<int> out);
 /// 1 where sizes agree and all components within tolerances; else 0.
 void vector_equal(const Table& kernels, SplitInput a, SplitInput b, RealScalarView<int> out);
+
+// Solvers, serial. Raise SolverError for what cannot be solved.
+
+/// Factors a column-major matrix in place; see EngineLu::lu_decomp.
+void lu_decomp(const Table& kernels, LuDecompView<long, Element> lu);
+/// Solves in place of the right-hand side, whose size is checked; see EngineLu::solve.
+void solve(const Table& kernels, LuDecompView<const long, const Element> lu, SplitOutput b);
+/// The logarithm of the determinant; see EngineLu::logdet.
+void logdet(const Table& kernels, LuDecompView<const long, const Element> lu,
+            ComplexScalarView<float> out);
+/// All eigenvalues and right eigenvectors; see CpuFallback::solve_complex_eigen.
+void eigen(const Table& kernels, InterleavedMatrixInput A, HostEigenVals<Element, Element>& result);
+/// The last iterate of a power iteration from the vector of ones, the products of each row summed
+/// as `sum` does; see EnginePowerMethods::principal_eigenvect.
+void principal_eigenvect(const Table& kernels, InterleavedMatrixInput A,
+                         InterleavedVectorOutput vector);
 
 } // namespace Tessaline::SimdOperations

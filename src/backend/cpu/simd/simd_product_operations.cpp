@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/cpu_parallel_chunks.h"
+#include "backend/cpu/cpu_chunks.h"
+#include "backend/cpu/power_by_squaring.h"
 #include "backend/cpu/simd/simd_operations.h"
 #include "backend/cpu/simd/simd_planes.h"
 
 #include <stdexcept>
-#include <utility>
 
 namespace Tessaline::SimdOperations {
 
@@ -12,7 +12,7 @@ namespace {
 
 /// Multiplications of a product; where there is nothing to multiply, zeros are still written.
 std::uint64_t matmul_work(Index rows, Index inner, Index columns) {
-    return inner == 0 ? work_product(rows, columns) : work_product(rows, inner, columns);
+    return inner == 0 ? work_of(rows, columns) : work_of(rows, inner, columns);
 }
 
 template <typename Input, typename Output>
@@ -22,32 +22,23 @@ bool multiplies(const Input& A, const Input& B, const Output& C) {
 
 template <typename Input, typename Output>
 void multiply(void (*kernel)(Input, Input, Output, Index, Index), Input A, Input B, Output C) {
-    parallel_chunks(C.rows, matmul_work(C.rows, A.cols, C.cols),
-                    [=](Index begin, Index end) { kernel(A, B, C, begin, end); });
+    for_chunks(C.rows, matmul_work(C.rows, A.cols, C.cols),
+               [=](Index begin, Index end) { kernel(A, B, C, begin, end); });
 }
 
-/// A to a power above 1, by squaring. All three matrices are row-major.
+/// A to a power above 1.
 void raise(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out, unsigned exponent) {
-    SplitScratch result(A.rows, A.cols);
+    SplitScratch accumulated(A.rows, A.cols);
     SplitScratch base(A.rows, A.cols);
-    SplitScratch next(A.rows, A.cols);
-    const auto multiply_by_base = [&](SplitScratch& factor) {
-        multiply(kernels.matmul_split, as_input(factor.view()), as_input(base.view()), next.view());
-        std::swap(factor, next);
-    };
-    identity(kernels, result.view());
+    SplitScratch spare(A.rows, A.cols);
+    identity(kernels, accumulated.view());
     copy_matrix(kernels, A, base.view());
-    while (true) {
-        if (exponent % 2 != 0) {
-            multiply_by_base(result);
-        }
-        exponent /= 2;
-        if (exponent == 0) {
-            break;
-        }
-        multiply_by_base(base);
-    }
-    copy_matrix(kernels, as_input(result.view()), out);
+    const SplitMatrixOutput power = power_by_squaring(
+        exponent, accumulated.view(), base.view(), spare.view(),
+        [&kernels](SplitMatrixOutput left, SplitMatrixOutput right, SplitMatrixOutput product) {
+            multiply(kernels.matmul_split, as_input(left), as_input(right), product);
+        });
+    copy_matrix(kernels, as_input(power), out);
 }
 
 } // namespace
@@ -75,9 +66,8 @@ void matvec(const Table& kernels, SplitMatrixInput A, SplitInput x, SplitOutput 
         throw std::invalid_argument("SimdEngine::matvec - incompatible shapes");
     }
     const RowMajorInput a(kernels, A);
-    parallel_chunks(A.rows, work_product(A.rows, A.cols), [&](Index begin, Index end) {
-        kernels.row_products(a.view(), x, out, begin, end);
-    });
+    for_chunks(A.rows, work_of(A.rows, A.cols),
+               [&](Index begin, Index end) { kernels.row_products(a.view(), x, out, begin, end); });
 }
 
 void kroneckerprod(const Table& kernels, SplitMatrixInput A, SplitMatrixInput B,
@@ -85,7 +75,7 @@ void kroneckerprod(const Table& kernels, SplitMatrixInput A, SplitMatrixInput B,
     const RowMajorInput a(kernels, A);
     const RowMajorInput b(kernels, B);
     RowMajorResult result(kernels, out);
-    parallel_chunks(out.rows, work_product(out.rows, out.cols), [&](Index begin, Index end) {
+    for_chunks(out.rows, work_of(out.rows, out.cols), [&](Index begin, Index end) {
         kernels.kron(a.view(), b.view(), result.view(), begin, end);
     });
     result.finish();
@@ -93,9 +83,8 @@ void kroneckerprod(const Table& kernels, SplitMatrixInput A, SplitMatrixInput B,
 
 void outerprod(const Table& kernels, SplitInput a, SplitInput b, SplitMatrixOutput out) {
     RowMajorResult result(kernels, out);
-    parallel_chunks(out.rows, work_product(out.rows, out.cols), [&](Index begin, Index end) {
-        kernels.outer(a, b, result.view(), begin, end);
-    });
+    for_chunks(out.rows, work_of(out.rows, out.cols),
+               [&](Index begin, Index end) { kernels.outer(a, b, result.view(), begin, end); });
     result.finish();
 }
 

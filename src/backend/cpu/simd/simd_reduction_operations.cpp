@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "backend/cpu/floating_comparisons.h"
 #include "backend/cpu/simd/simd_operations.h"
 #include "backend/cpu/simd/simd_planes.h"
 
@@ -10,8 +11,7 @@ namespace Tessaline::SimdOperations {
 
 namespace {
 
-constexpr float absolute_tolerance = 1e-6F;
-constexpr float relative_tolerance = 1e-5F;
+constexpr Tolerance<float> tolerance = floating_tolerance<float>;
 constexpr float squared_tolerance = 1e-12F; // of the magnitude of a number that stands for zero
 
 /// The sum of `count` elements, `stride` apart: eight running sums over whole groups of eight, then
@@ -42,7 +42,7 @@ bool nearly_equal(float a, float b) {
     const float difference = std::fabs(a - b);
     const float larger = std::max(std::fabs(a), std::fabs(b));
     const bool close =
-        (difference <= absolute_tolerance) | (difference <= relative_tolerance * larger);
+        (difference <= tolerance.absolute) | (difference <= tolerance.relative * larger);
     return (a == b) | (is_finite(a) & is_finite(b) & close);
 }
 
@@ -65,9 +65,9 @@ bool nearly_equal(const float* a, const float* b, Index size) {
 bool is_unit(float real, float imag) {
     const float difference = std::fabs(real - 1);
     const float size = std::fabs(imag);
-    const bool absolutely = difference <= absolute_tolerance && size <= absolute_tolerance;
+    const bool absolutely = difference <= tolerance.absolute && size <= tolerance.absolute;
     const bool relatively =
-        difference <= relative_tolerance * std::max(std::fabs(real), 1.0F) && size == 0;
+        difference <= tolerance.relative * std::max(std::fabs(real), 1.0F) && size == 0;
     return is_finite(real) && (absolutely || relatively);
 }
 

@@ -51,7 +51,8 @@ class ComplexLaneSum {
 };
 
 template <typename Set>
-struct Reductions {
+class Reductions {
+  public:
     static float sum(RealInput a) {
         LaneSum<Set> sum;
         for_vectors<Set>(a.size, [&](std::size_t i, auto lanes) {
@@ -70,18 +71,31 @@ struct Reductions {
         sum.store_total(out, a.size);
     }
 
-    static void lane_row_products(SplitMatrixInput A, SplitInput x, SplitOutput out, Index begin,
-                                  Index end) {
-        for (Index i = begin; i < end; ++i) {
-            const SplitInput row{A.real + i * A.cols, A.imag + i * A.cols, A.cols};
-            ComplexLaneSum<Set> sum;
-            for_vectors<Set>(A.cols, [&](std::size_t k, auto lanes) {
-                sum.add(
-                    product<Set>(load_complex<Set>(row, k, lanes), load_complex<Set>(x, k, lanes)),
+    /// The sum of products of two interleaved vectors of `count` elements, as the power iteration
+    /// takes it.
+    static void multiply_row(const float* row, const float* vector, Index count, float* result) {
+        ComplexLaneSum<Set> sum;
+        for_vectors<Set>(count, [&](std::size_t i, auto lanes) {
+            sum.add(product<Set>(load_interleaved(row + 2 * i, lanes, count - i),
+                                 load_interleaved(vector + 2 * i, lanes, count - i)),
                     lanes);
-            });
-            sum.store_total({out.real + i, out.imag + i}, A.cols);
-        }
+        });
+        sum.store_total({result, result + 1}, count);
+    }
+
+  private:
+    static Complex<Set> deinterleaved(typename Set::Register low, typename Set::Register high) {
+        return {Set::even_elements(low, high), Set::odd_elements(low, high)};
+    }
+    static Complex<Set> load_interleaved(const float* from, AllLanes, Index) {
+        return deinterleaved(Set::load(from), Set::load(from + Set::lanes));
+    }
+    /// The `rest` elements that are left, fewer than a vector has lanes.
+    static Complex<Set> load_interleaved(const float* from, typename Set::Mask, Index rest) {
+        const Index floats = 2 * rest;
+        const Index low = floats < Set::lanes ? floats : Set::lanes;
+        return deinterleaved(Set::load(from, Set::first_lanes(low)),
+                             Set::load(from + low, Set::first_lanes(floats - low)));
     }
 };
 

@@ -60,6 +60,14 @@ struct Avx256 {
         }
     }
 
+    /// The elements at even and at odd places of a and b, one after the other.
+    static Register even_elements(Register a, Register b) {
+        return in_order(_mm256_shuffle_ps(a, b, 0x88));
+    }
+    static Register odd_elements(Register a, Register b) {
+        return in_order(_mm256_shuffle_ps(a, b, 0xdd));
+    }
+
     // Of each four lanes of both operands.
     static Register unpack_low(Register a, Register b) { return _mm256_unpacklo_ps(a, b); }
     static Register unpack_high(Register a, Register b) { return _mm256_unpackhi_ps(a, b); }
@@ -67,6 +75,11 @@ struct Avx256 {
     static Register high_pairs(Register a, Register b) { return _mm256_shuffle_ps(a, b, 0xee); }
 
   private:
+    /// Undoes that a shuffle of two vectors takes pairs from them in turn.
+    static Register in_order(Register pairs) {
+        return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(pairs), 0xd8));
+    }
+
     static float sum(__m128 value) {
         value = _mm_hadd_ps(value, value);
         return _mm_cvtss_f32(_mm_hadd_ps(value, value));

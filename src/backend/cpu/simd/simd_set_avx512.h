@@ -74,6 +74,18 @@ struct Avx512 {
         }
     }
 
+    /// The elements at even and at odd places of a and b, one after the other.
+    static Register even_elements(Register a, Register b) {
+        const __m512i even =
+            _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
+        return _mm512_permutex2var_ps(a, even, b);
+    }
+    static Register odd_elements(Register a, Register b) {
+        const __m512i odd =
+            _mm512_setr_epi32(1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31);
+        return _mm512_permutex2var_ps(a, odd, b);
+    }
+
     // Of each four lanes of both operands.
     static Register unpack_low(Register a, Register b) { return _mm512_unpacklo_ps(a, b); }
     static Register unpack_high(Register a, Register b) { return _mm512_unpackhi_ps(a, b); }

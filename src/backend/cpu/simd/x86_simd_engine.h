@@ -2,8 +2,8 @@
 #pragma once
 
 // The SIMD engine: its operations for one instruction set, and for the one chosen at run time. Both
-// have the members that TESSALINE_SIMD_OPERATIONS lists, each with the operands and the errors of
-// the function of that name in simd_operations.h.
+// have lu_decomp and the members that TESSALINE_SIMD_OPERATIONS lists, each with the operands and
+// the errors of the function of that name in simd_operations.h.
 
 #include "backend/cpu/simd/simd_operations.h"
 #include "backend/cpu/simd/x86_simd.h"
@@ -34,12 +34,19 @@ namespace Tessaline {
     OPERATION(trace)                                                                               \
     OPERATION(norm)                                                                                \
     OPERATION(is_unitary)                                                                          \
-    OPERATION(vector_equal)
+    OPERATION(vector_equal)                                                                        \
+    OPERATION(solve)                                                                               \
+    OPERATION(logdet)                                                                              \
+    OPERATION(eigen)                                                                               \
+    OPERATION(principal_eigenvect)
 
 /// The engine of one instruction set; the processor must have it.
 template <X86Simd Simd>
 class X86SimdEngine {
   public:
+    static void lu_decomp(LuDecompView<long, std::complex<float>> lu) {
+        SimdOperations::lu_decomp(kernels, lu);
+    }
 #define TESSALINE_ENGINE_OPERATION(operation)                                                      \
     template <typename... Operands>                                                                \
     static void operation(Operands... operands) {                                                  \
@@ -57,17 +64,28 @@ class X86SimdEngine {
 /// raises.
 class SimdEngine {
   public:
+    template <typename Pivot, typename Element>
+    static void lu_decomp(LuDecompView<Pivot, Element> lu) {
+        static void (*const selected)(LuDecompView<Pivot, Element>) = select(
+            &X86SimdEngine<X86Simd::avx256>::lu_decomp, &X86SimdEngine<X86Simd::avx512>::lu_decomp);
+        selected(lu);
+    }
 #define TESSALINE_ENGINE_OPERATION(operation)                                                      \
     template <typename... Operands>                                                                \
     static void operation(Operands... operands) {                                                  \
         static void (*const selected)(Operands...) =                                               \
-            selected_x86_simd() == X86Simd::avx512                                                 \
-                ? &X86SimdEngine<X86Simd::avx512>::template operation<Operands...>                 \
-                : &X86SimdEngine<X86Simd::avx256>::template operation<Operands...>;                \
+            select(&X86SimdEngine<X86Simd::avx256>::template operation<Operands...>,               \
+                   &X86SimdEngine<X86Simd::avx512>::template operation<Operands...>);              \
         selected(operands...);                                                                     \
     }
     TESSALINE_SIMD_OPERATIONS(TESSALINE_ENGINE_OPERATION)
 #undef TESSALINE_ENGINE_OPERATION
+
+  private:
+    template <typename Function>
+    static Function select(Function avx256, Function avx512) {
+        return selected_x86_simd() == X86Simd::avx512 ? avx512 : avx256;
+    }
 };
 
 } // namespace Tessaline

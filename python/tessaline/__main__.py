@@ -1,0 +1,170 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The command line: ``python -m tessaline``.
+
+Exit status: 0 for success, 1 where good operands have no result (a singular matrix, no memory),
+2 for a wrong command, file or operand.
+"""
+
+from __future__ import annotations
+
+import argparse
+import os
+import sys
+from collections.abc import Sequence
+from pathlib import Path
+from typing import Any
+
+import numpy as np
+
+import tessaline
+from tessaline import _files, _native
+from tessaline._dtypes import from_word
+from tessaline._signatures import SIGNATURES, Signature
+
+_NO_RESULT = 1
+_WRONG_USE = 2
+
+#: Operands of functions that are no operands of the operation's signature.
+_EXTRA = {"eye": ("n",), "partial_trace_left": ("order",), "partial_trace_right": ("order",)}
+
+
+def main(words: Sequence[str] | None = None) -> int:
+    arguments = _parser().parse_args(words)
+    try:
+        arguments.command(arguments)
+        sys.stdout.flush()
+    except tessaline.Error as failure:
+        return _complain(f"{failure} ({failure.reason})", _NO_RESULT)
+    except MemoryError as failure:
+        return _complain(str(failure) or "out of memory", _NO_RESULT)
+    except BrokenPipeError:
+        # The reader has seen enough; nothing is left to be flushed at exit.
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+    except KeyError as failure:
+        return _complain(failure.args[0], _WRONG_USE)
+    except OSError as failure:
+        return _complain(f"{failure.filename}: {failure.strerror}", _WRONG_USE)
+    except (ValueError, TypeError, OverflowError) as failure:
+        return _complain(str(failure).replace("pass dtype=", "give --dtype"), _WRONG_USE)
+    return 0
+
+
+def _complain(message: str, status: int) -> int:
+    print(f"tessaline: {message}", file=sys.stderr)
+    return status
+
+
+def _parser() -> argparse.ArgumentParser:
+    parser = argparse.ArgumentParser(
+        prog="python -m tessaline",
+        description="Typed dense linear algebra with published numerics.",
+    )
+    commands = parser.add_subparsers(required=True, metavar="COMMAND")
+
+    info = commands.add_parser("info", help="facts of this build and machine")
+    info.set_defaults(command=_info)
+
+    ops = commands.add_parser("ops", help="list the operations")
+    ops.set_defaults(command=_ops)
+
+    describe = commands.add_parser("describe", help="what an operation promises")
+    describe.add_argument("operation", metavar="OP", help="such as matmul or tessaline.matmul@1")
+    describe.set_defaults(command=_describe)
+
+    run = commands.add_parser(
+        "run",
+        help="run an operation on files",
+        description="Runs an operation on arrays in files and on numbers.",
+        epilog=f"Files: {', '.join(_files.SUFFIXES)}; file.npz:name takes one array of several.",
+    )
+    run.add_argument("operation", metavar="OP", choices=sorted(SIGNATURES), help="such as matmul")
+    run.add_argument("inputs", metavar="INPUT", nargs="*", help="a file, or a number for a scalar")
+    run.add_argument("-o", "--output", metavar="OUT", type=Path, help="else the result is printed")
+    run.add_argument("--dtype", help="convert the operands first, for instance to float32")
+    run.add_argument("--threads", type=int, default=0, help="worker threads; 0 chooses")
+    run.set_defaults(command=_run)
+    return parser
+
+
+def _info(arguments: argparse.Namespace) -> None:
+    facts = {**_native.build_info(), "numpy": np.__version__}
+    facts["usable CPUs"] = len(os.sched_getaffinity(0))
+    facts["dtypes"] = ", ".join(policy["dtype"] for policy in _native.numeric_policies())
+    facts["operations"] = len(tessaline.operations())
+    width = max(len(name) for name in facts)
+    for name, value in facts.items():
+        print(f"{name:{width}}  {value}")
+
+
+def _ops(arguments: argparse.Namespace) -> None:
+    identifiers = tessaline.operations()
+    width = max(len(identifier) for identifier in identifiers)
+    for identifier in identifiers:
+        print(f"{identifier:{width}}  {tessaline.describe(identifier).signature or ''}".rstrip())
+
+
+def _describe(arguments: argparse.Namespace) -> None:
+    print(tessaline.describe(arguments.operation))
+
+
+def _run(arguments: argparse.Namespace) -> None:
+    signature = SIGNATURES[arguments.operation]
+    names = signature.names + _EXTRA.get(signature.name, ())
+    if len(arguments.inputs) != len(names):
+        given = len(arguments.inputs)
+        raise ValueError(f"{signature.name} takes {', '.join(names)}; {given} given")
+    operands = [
+        _operand(signature, index, name, text)
+        for index, (name, text) in enumerate(zip(names, arguments.inputs))
+    ]
+    options: dict[str, Any] = {"context": tessaline.Context(thread_count=arguments.threads)}
+    if arguments.dtype is not None:
+        options["dtype"] = _dtype(arguments.dtype)
+    if arguments.output is not None:
+        _files.check_target(arguments.output, 1)
+    results = _named(getattr(tessaline, signature.name)(*operands, **options))
+    if arguments.output is not None:
+        _files.save(arguments.output, results)
+    else:
+        for name, result in results.items():
+            print(f"{name}:\n{result}" if len(results) > 1 else result)
+
+
+def _dtype(word: str) -> Any:
+    try:
+        return from_word(word)
+    except TypeError:
+        raise TypeError(f"'{word}' is no dtype") from None
+
+
+def _operand(signature: Signature, index: int, name: str, text: str) -> Any:
+    rank = len(signature.inputs[index]) if index < len(signature.inputs) else 0
+    if rank == 0:
+        return _number(name, text)
+    array = _files.load(text)
+    # A text file knows rows and columns only: one of either is a vector where that is asked for.
+    if rank == 1 and array.ndim == 2 and 1 in array.shape:
+        return array.reshape(-1)
+    return array
+
+
+def _number(name: str, text: str) -> Any:
+    for kind in (int, float, complex):
+        try:
+            return kind(text)
+        except ValueError:
+            pass
+    raise ValueError(f"{name} must be a number, not '{text}'")
+
+
+def _named(result: Any) -> dict[str, Any]:
+    """The arrays of a result by name."""
+    if isinstance(result, tessaline.LUFactor):
+        return {"factors": result.factors, "pivots": result.pivots}
+    if isinstance(result, tuple):
+        return dict(zip(type(result)._fields, result))  # type: ignore[attr-defined]
+    return {"result": result}
+
+
+if __name__ == "__main__":
+    sys.exit(main())

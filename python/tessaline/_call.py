@@ -1,0 +1,196 @@
+# SPDX-License-Identifier: Apache-2.0
+"""One call of an operation: operands made ready, results allocated or checked, the run."""
+
+from __future__ import annotations
+
+from collections.abc import Sequence
+from typing import Any
+
+import numpy as np
+from numpy.typing import NDArray
+
+from ._context import Context, current_context
+from ._dtypes import INEXACT, Dtype, is_complex
+from ._signatures import OUTPUT, Signature
+
+Array = NDArray[Any]
+
+#: What NumPy makes of Python's own numbers: such operands follow the dtype of the others.
+_PYTHON_DTYPES = frozenset(np.dtype(kind) for kind in (bool, np.int64, float, complex))
+
+
+def numeric_dtype(dtype: Any, name: str) -> Dtype:
+    """A dtype that arrays of the package may have. Raises TypeError for any other."""
+    wanted = np.dtype(dtype)
+    if wanted not in INEXACT:
+        known = ", ".join(sorted(str(each) for each in INEXACT))
+        raise TypeError(f"{name}: dtype {wanted} is none of {known}")
+    return wanted
+
+
+def convert(name: str, operand: str, array: Array, dtype: Dtype) -> Array:
+    """A C-contiguous, aligned array of native byte order and a given dtype: `array` or a copy.
+
+    Raises TypeError where that would drop an imaginary part or is no number at all.
+    """
+    if array.dtype != dtype:
+        if array.dtype.kind not in "biufc" and array.dtype.newbyteorder("=") not in INEXACT:
+            raise TypeError(f"{name}: {operand} is {array.dtype}, which is no numeric dtype")
+        if is_complex(array.dtype) and not is_complex(dtype):
+            raise TypeError(
+                f"{name}: {operand} is {array.dtype} and does not fit {dtype} without losing its "
+                "imaginary part"
+            )
+        array = array.astype(dtype, order="C")
+    flags = array.flags
+    if flags.carray or (flags.c_contiguous and flags.aligned):
+        return array
+    return np.array(array, dtype=dtype, order="C", copy=True)
+
+
+def make_ready(
+    name: str, names: Sequence[str], operands: Sequence[Any], dtype: Any = None
+) -> list[Array]:
+    """The operands as arrays of one dtype that the runtime can read in place.
+
+    Arrays keep their dtype, and differing dtypes are refused. Python numbers and sequences of
+    them take the dtype of the arrays beside them, float64 or complex128 where there is none. An
+    explicit `dtype` converts all of them.
+    """
+    arrays = []
+    common: Dtype | None = None
+    first = ""
+    for operand, value in zip(names, operands):
+        if isinstance(value, np.ndarray):
+            arrays.append(value)
+            own = value.dtype
+        else:
+            arrays.append(array := np.asarray(value))
+            own = array.dtype
+            if own in _PYTHON_DTYPES and not isinstance(value, np.generic):
+                continue
+        if dtype is not None:
+            continue
+        if own not in INEXACT:
+            own = own.newbyteorder("=")
+            if own not in INEXACT:
+                raise TypeError(
+                    f"{name}: {operand} is {own}, which no operation computes in; "
+                    "pass dtype= to convert it"
+                )
+        if common is None:
+            common, first = own, operand
+        elif own != common:
+            raise TypeError(
+                f"{name}: {first} is {common} and {operand} is {own}; dtypes are not mixed, "
+                "pass dtype= to convert both"
+            )
+    if dtype is not None:
+        common = numeric_dtype(dtype, name)
+    elif common is None:
+        complex_values = any(is_complex(array.dtype) for array in arrays)
+        common = np.dtype(complex if complex_values else float)
+    return [convert(name, operand, a, common) for operand, a in zip(names, arrays)]
+
+
+def check_output(
+    name: str, out: Any, shape: tuple[int, ...], dtype: Dtype, label: str = "out"
+) -> Array:
+    """`out` itself, if a result of this shape and dtype can be written into its memory."""
+    if not isinstance(out, np.ndarray):
+        raise TypeError(f"{name}: {label} must be a NumPy array, not {type(out).__name__}")
+    if out.dtype != dtype:
+        raise TypeError(f"{name}: {label} is {out.dtype}, the result is {dtype}")
+    if out.shape != shape:
+        raise ValueError(f"{name}: {label} has shape {out.shape}, the result has {shape}")
+    if not out.flags.carray:
+        for flag, fault in (
+            ("writeable", "is read-only"),
+            ("c_contiguous", "is not C-contiguous"),
+            ("aligned", "is not aligned"),
+        ):
+            if not getattr(out.flags, flag):
+                raise ValueError(f"{name}: {label} {fault}, so the result cannot be written there")
+    return out
+
+
+def refuse_overlap(
+    name: str, out: Array, others: Sequence[Array], elementwise: bool, label: str = "out"
+) -> None:
+    """Refuses a result in memory that is still to be read.
+
+    Everything here is contiguous, so the comparison of bounds is exact.
+    """
+    for other in others:
+        if np.may_share_memory(out, other):
+            same = out.shape == other.shape and out.ctypes.data == other.ctypes.data
+            if not (elementwise and same):
+                raise ValueError(f"{name}: {label} overlaps an operand of the call")
+
+
+def outputs_for(
+    signature: Signature,
+    shapes: Sequence[tuple[int, ...]],
+    dtypes: Sequence[Dtype],
+    arrays: Sequence[Array],
+    out: Any,
+) -> list[Array]:
+    """The arrays that the results go to: the caller's, or new ones."""
+    if out is None:
+        return [np.empty(shape, dtype) for shape, dtype in zip(shapes, dtypes)]
+    if len(shapes) == 1:
+        outs, labels = [out], ["out"]
+    else:
+        if not isinstance(out, tuple) or len(out) != len(shapes):
+            raise TypeError(f"{signature.name}: out must be a tuple of {len(shapes)} arrays")
+        outs, labels = list(out), [f"out[{i}]" for i in range(len(out))]
+    for i, (array, label) in enumerate(zip(outs, labels)):
+        check_output(signature.name, array, shapes[i], dtypes[i], label)
+        refuse_overlap(signature.name, array, arrays, signature.elementwise, label)
+        refuse_overlap(signature.name, array, outs[:i], False, label)
+    return outs
+
+
+def result_of(array: Array, out: Any) -> Any:
+    """What a caller gets: its own `out`, else the array, else the element of an array of rank 0."""
+    return array if out is not None or array.shape else array[()]
+
+
+def _ready_as_they_are(operands: Sequence[Any]) -> bool:
+    """Whether operands are arrays of one dtype that the runtime can read in place.
+
+    The usual case, told in less than a microsecond. Others may turn out to be ready as well.
+    """
+    common = None
+    for operand in operands:
+        if type(operand) is not np.ndarray or not operand.flags.carray:
+            return False
+        if common is None:
+            common = operand.dtype
+            if common not in INEXACT:
+                return False
+        elif operand.dtype is not common:
+            return False
+    return True
+
+
+def call(
+    signature: Signature,
+    operands: Sequence[Any],
+    *,
+    out: Any = None,
+    dtype: Any = None,
+    context: Context | None = None,
+    **sizes: int,
+) -> Any:
+    """Runs an operation of plain arrays. `sizes` gives the letters that no operand has."""
+    context = current_context(context)
+    if dtype is not None or not _ready_as_they_are(operands):
+        operands = make_ready(signature.name, signature.names, operands, dtype)
+    shapes = signature.result_shapes(tuple([array.shape for array in operands]), **sizes)
+    dtypes = context.result_dtypes(signature, tuple([array.dtype for array in operands]))
+    outputs = outputs_for(signature, shapes, dtypes, operands, out)
+    context.run(signature, dict(zip(signature.locations, (*operands, *outputs))))
+    if len(outputs) == 1:
+        return result_of(outputs[0], out)
+    return tuple([result_of(array, out) for array in outputs])

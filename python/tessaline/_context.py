@@ -1,0 +1,171 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Contexts: where operations run, with which threads."""
+
+from __future__ import annotations
+
+import threading
+from contextvars import ContextVar
+from types import TracebackType
+from typing import Any, Literal
+
+from . import _native
+from ._dtypes import WORDS, Dtype, from_word
+from ._errors import UnsupportedError, error_from
+from ._native import NativeError
+from ._signatures import OUTPUT, Signature
+
+Policy = Literal["disabled", "auto", "strict"]
+
+_lock = threading.RLock()
+_catalogue: Any = None
+_default: "Context | None" = None
+#: The contexts of the enclosing ``with`` blocks, innermost last.
+_entered: ContextVar[tuple["Context", ...]] = ContextVar("tessaline_contexts", default=())
+
+
+def default_catalogue() -> Any:
+    """The catalogue of the built-in operations, made once."""
+    global _catalogue
+    if _catalogue is None:
+        with _lock:
+            if _catalogue is None:
+                _catalogue = _native.ContextBuilder().build()
+    return _catalogue
+
+
+class Context(_native.Context):
+    """Where operations run: a pool of threads, their placement and a catalogue.
+
+    Pass one as ``context=`` to a function, or make it the current one of a block with ``with``.
+    Contexts with the same options share their threads, which start at the first call that is
+    large enough. One context may be used by several Python threads at once. The number of threads
+    never changes a bit of a result.
+
+    Args:
+        thread_count: worker threads; 0 takes all CPUs of the process but one, which is left to
+            the caller.
+        min_parallel_work: estimated scalar operations below which a call stays on the calling
+            thread.
+        pinning_policy: ``"disabled"`` leaves threads to the operating system, ``"auto"`` keeps
+            each on one CPU where that can be done, ``"strict"`` raises where it cannot.
+        numa_policy: whether threads follow the memory node of the operands; the same words.
+        catalogue: the operations to offer; by default the built-in ones.
+
+    Raises:
+        ValueError: for an unknown word, or more threads than the machine has CPUs for.
+
+    >>> import numpy as np, tessaline
+    >>> with tessaline.Context(thread_count=1):
+    ...     tessaline.add(np.ones(2), np.ones(2))
+    array([2., 2.])
+    """
+
+    def __init__(
+        self,
+        thread_count: int = 0,
+        min_parallel_work: int = 32768,
+        *,
+        pinning_policy: Policy = "disabled",
+        numa_policy: Policy = "auto",
+        catalogue: Any = None,
+    ) -> None:
+        self.catalogue = catalogue if catalogue is not None else default_catalogue()
+        super().__init__(
+            thread_count,
+            min_parallel_work,
+            pinning_policy=pinning_policy,
+            numa_policy=numa_policy,
+            catalogue=self.catalogue,
+        )
+        self.pinning_policy = pinning_policy
+        self.numa_policy = numa_policy
+        # The catalogue is sealed, so what it once said about result dtypes stays true.
+        self._result_dtypes: dict[tuple[Signature, tuple[Dtype, ...]], tuple[Dtype, ...]] = {}
+
+    def __repr__(self) -> str:
+        return (
+            f"Context(thread_count={self.thread_count}, "
+            f"min_parallel_work={self.min_parallel_work}, "
+            f"pinning_policy={self.pinning_policy!r}, numa_policy={self.numa_policy!r})"
+        )
+
+    def __enter__(self) -> "Context":
+        _entered.set((*_entered.get(), self))
+        return self
+
+    def __exit__(
+        self,
+        kind: type[BaseException] | None,
+        value: BaseException | None,
+        traceback: TracebackType | None,
+    ) -> None:
+        _entered.set(_entered.get()[:-1])
+
+    def result_dtypes(self, signature: Signature, inputs: tuple[Dtype, ...]) -> tuple[Dtype, ...]:
+        """The dtypes of an operation's results for inputs of these dtypes.
+
+        Raises UnsupportedError where no implementation takes them.
+        """
+        key = (signature, inputs)
+        known = self._result_dtypes.get(key)
+        if known is None:
+            known = self._infer(signature, inputs)
+            self._result_dtypes[key] = known
+        return known
+
+    def _infer(self, signature: Signature, inputs: tuple[Dtype, ...]) -> tuple[Dtype, ...]:
+        if len(signature.outputs) > 1:
+            return self._infer_several(signature, inputs)
+        # Only ranks matter, so any shape of the right rank does.
+        described = [
+            (*WORDS[dtype], (1,) * len(dimensions))
+            for dtype, dimensions in zip(inputs, signature.inputs)
+        ]
+        shape = (1,) * len(signature.outputs[0])
+        try:
+            storage, _ = self._result_policy(signature.id, described, shape)
+        except NativeError as failure:
+            raise error_from(signature.id, failure) from None
+        return (from_word(storage),)
+
+    def _infer_several(self, signature: Signature, inputs: tuple[Dtype, ...]) -> tuple[Dtype, ...]:
+        """The result policy answers for one output; several are read off the implementations."""
+        words = [WORDS[dtype][0] for dtype in inputs]
+        for implementation in self.catalogue.describe(signature.id)["implementations"]:
+            operands = implementation["operands"]
+            if [o["dtype"] for o in operands if o["role"] < OUTPUT] == words:
+                return tuple(from_word(o["dtype"]) for o in operands if o["role"] >= OUTPUT)
+        raise UnsupportedError(
+            f"{signature.name} has no implementation for {', '.join(words)}",
+            operation=signature.id,
+            reason="no_backend_available",
+        )
+
+    def run(self, signature: Signature, bindings: dict[int, Any]) -> Any:
+        """Execute an operation on operands by role. Native failures become errors for people."""
+        try:
+            return self.execute(signature.id, bindings, signature.locations)
+        except RuntimeError as failure:
+            raise error_from(signature.id, failure) from None
+
+
+def current_context(context: Context | None = None) -> Context:
+    """The context given, else that of the innermost ``with``, else the default one.
+
+    The default context is made at the first call, with pinning disabled: a library that its user
+    did not configure has no business binding the caller's thread to a CPU.
+    """
+    if context is None:
+        entered = _entered.get()
+        context = entered[-1] if entered else _default or _make_default()
+    elif not isinstance(context, Context):
+        raise TypeError(f"context must be a tessaline.Context, not {type(context).__name__}")
+    return context
+
+
+def _make_default() -> Context:
+    global _default
+    with _lock:
+        if _default is None:
+            _default = Context()
+    return _default

@@ -1,0 +1,256 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Products, transposes and traces of matrices.
+
+``out=``, ``dtype=`` and ``context=`` are those of the functions on vectors. An `out` must not
+overlap an operand: all elements of the operands are needed until the last result is written.
+"""
+
+from __future__ import annotations
+
+import operator
+from typing import Any, SupportsIndex
+
+import numpy as np
+from numpy.typing import ArrayLike, DTypeLike
+
+from ._call import Array, call, check_output, make_ready, numeric_dtype, outputs_for
+from ._context import Context, current_context
+from ._signatures import INPUT, OUTPUT, SIGNATURES
+
+_TRANSPOSE = SIGNATURES["transpose"]
+_ADJOINT = SIGNATURES["adjoint"]
+_MATMUL = SIGNATURES["matmul"]
+_MATVEC = SIGNATURES["matvec"]
+_KRON = SIGNATURES["kron"]
+_TRACE = SIGNATURES["trace"]
+_LEFT = SIGNATURES["partial_trace_left"]
+_RIGHT = SIGNATURES["partial_trace_right"]
+_POWER = SIGNATURES["matrix_power"]
+_UNITARY = SIGNATURES["is_unitary"]
+_EYE = SIGNATURES["eye"]
+
+_EXPONENT_LIMIT = 2**31 - 1
+
+
+def transpose(
+    a: ArrayLike,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """The n by m transpose of an m by n matrix: a new array, not a view.
+
+    >>> transpose([[1, 2, 3]])
+    array([[1.],
+           [2.],
+           [3.]])
+    """
+    return call(_TRANSPOSE, (a,), out=out, dtype=dtype, context=context)
+
+
+def adjoint(
+    a: ArrayLike,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """The conjugate transpose, n by m, of an m by n matrix.
+
+    >>> adjoint([[1j, 2]])
+    array([[0.-1.j],
+           [2.-0.j]])
+    """
+    return call(_ADJOINT, (a,), out=out, dtype=dtype, context=context)
+
+
+def matmul(
+    a: ArrayLike,
+    b: ArrayLike,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """The product of an m by k and a k by n matrix. `matvec` multiplies with a vector.
+
+    Each element is summed in the order of k, so the bits do not depend on the number of threads.
+
+    >>> matmul([[1, 2], [3, 4]], [[0, 1], [1, 0]])
+    array([[2., 1.],
+           [4., 3.]])
+    """
+    return call(_MATMUL, (a, b), out=out, dtype=dtype, context=context)
+
+
+def matvec(
+    a: ArrayLike,
+    x: ArrayLike,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """The product of an m by n matrix and a vector of n elements.
+
+    >>> matvec([[1, 2], [3, 4]], [1, 1])
+    array([3., 7.])
+    """
+    return call(_MATVEC, (a, x), out=out, dtype=dtype, context=context)
+
+
+def kron(
+    a: ArrayLike,
+    b: ArrayLike,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """The Kronecker product of an m by n and a p by q matrix, of shape (m p, n q).
+
+    >>> kron([[1, 2]], [[1], [10]])
+    array([[ 1.,  2.],
+           [10., 20.]])
+    """
+    return call(_KRON, (a, b), out=out, dtype=dtype, context=context)
+
+
+def trace(
+    a: ArrayLike,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Any:
+    """The sum of the diagonal of a matrix, which need not be square.
+
+    >>> trace([[1, 2], [3, 4]])
+    np.float64(5.0)
+    """
+    return call(_TRACE, (a,), out=out, dtype=dtype, context=context)
+
+
+def _partial_trace(
+    signature: Any, a: ArrayLike, order: SupportsIndex, out: Any, dtype: Any, context: Any
+) -> Array:
+    (array,) = make_ready(signature.name, signature.names, (a,), dtype)
+    sizes = signature.bind((array.shape,))
+    kept = operator.index(order)
+    if kept < 1 or sizes["n"] % kept:
+        raise ValueError(
+            f"{signature.name}: the order {kept} of the result must divide that of a, {sizes['n']}"
+        )
+    return call(signature, (array,), out=out, context=context, m=kept)
+
+
+def partial_trace_left(
+    a: ArrayLike,
+    order: SupportsIndex,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """Traces the left factor out of a matrix on a product of two spaces.
+
+    `a` is n by n, and the result, of the right factor's `order` m, is the sum of the n / m
+    diagonal blocks of `a`. So ``partial_trace_left(kron(b, c), len(c))`` is trace(b) times c.
+    Raises ValueError where m does not divide n.
+
+    >>> partial_trace_left(kron([[1, 2], [3, 4]], [[1, 0], [7, 1]]), 2)
+    array([[ 5.,  0.],
+           [35.,  5.]])
+    """
+    return _partial_trace(_LEFT, a, order, out, dtype, context)
+
+
+def partial_trace_right(
+    a: ArrayLike,
+    order: SupportsIndex,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """Traces the right factor out of a matrix on a product of two spaces.
+
+    `a` is n by n, and element (i, j) of the result, of the left factor's `order` m, is the trace
+    of block (i, j) of `a`. So ``partial_trace_right(kron(b, c), len(b))`` is b times trace(c).
+    Raises ValueError where m does not divide n.
+
+    >>> partial_trace_right(kron([[1, 2], [3, 4]], [[1, 0], [7, 1]]), 2)
+    array([[2., 4.],
+           [6., 8.]])
+    """
+    return _partial_trace(_RIGHT, a, order, out, dtype, context)
+
+
+def matrix_power(
+    a: ArrayLike,
+    exponent: SupportsIndex,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """The n by n matrix `a` to an integer power from 0 to 2**31 - 1, by repeated squaring.
+
+    Raises ValueError for a negative exponent and OverflowError for one that is too large.
+
+    >>> matrix_power([[1, 1], [0, 1]], 10)
+    array([[ 1., 10.],
+           [ 0.,  1.]])
+    """
+    context = current_context(context)
+    (array,) = make_ready("matrix_power", _POWER.names[:1], (a,), dtype)
+    power = operator.index(exponent)
+    if power < 0:
+        raise ValueError(f"matrix_power: the exponent {power} is negative; solve with an identity")
+    if power > _EXPONENT_LIMIT:
+        raise OverflowError(f"matrix_power: the exponent {power} exceeds {_EXPONENT_LIMIT}")
+    count = np.array(power, np.int32)
+    shapes = _POWER.result_shapes((array.shape, count.shape))
+    (result,) = outputs_for(_POWER, shapes, (array.dtype,), (array,), out)
+    context.run(_POWER, {INPUT: array, INPUT + 1: count, OUTPUT: result})
+    return result
+
+
+def is_unitary(
+    a: ArrayLike, *, dtype: DTypeLike | None = None, context: Context | None = None
+) -> bool:
+    """Whether the product of a matrix and its adjoint is the identity, within tolerances.
+
+    ``describe("is_unitary")`` tells the tolerances. A matrix that is not square is not unitary.
+
+    >>> is_unitary([[0, 1j], [1, 0]])
+    True
+    """
+    return bool(call(_UNITARY, (a,), dtype=dtype, context=context))
+
+
+def eye(
+    n: SupportsIndex,
+    dtype: DTypeLike = np.float64,
+    *,
+    out: Array | None = None,
+    context: Context | None = None,
+) -> Array:
+    """The identity matrix of order n.
+
+    >>> eye(2, np.float32)
+    array([[1., 0.],
+           [0., 1.]], dtype=float32)
+    """
+    context = current_context(context)
+    order = operator.index(n)
+    if order < 0:
+        raise ValueError(f"eye: the order {order} is negative")
+    wanted = numeric_dtype(dtype, "eye")
+    if out is None:
+        result = np.empty((order, order), wanted)
+    else:
+        result = check_output("eye", out, (order, order), wanted)
+    context.run(_EYE, {OUTPUT: result})
+    return result

@@ -1,0 +1,280 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Operations on vectors.
+
+Every function takes ``out=`` (an array to write the result to), ``dtype=`` (to convert the operands
+to first) and ``context=`` (where to run). It raises TypeError for dtypes that differ or that
+nothing computes in, and ValueError for shapes that do not fit and for an ``out`` that cannot be
+written in place.
+"""
+
+from __future__ import annotations
+
+import math
+from typing import Any
+
+import numpy as np
+from numpy.typing import ArrayLike, DTypeLike
+
+from ._call import Array, call, check_output, make_ready, refuse_overlap
+from ._context import Context, current_context
+from ._dtypes import component_of, is_complex
+from ._signatures import OUTPUT, SIGNATURES
+
+_SQRT = SIGNATURES["sqrt"]
+_CONJUGATE = SIGNATURES["conjugate"]
+_MULTIPLY = SIGNATURES["multiply"]
+_ADD = SIGNATURES["add"]
+_SUBTRACT = SIGNATURES["subtract"]
+_SUM = SIGNATURES["sum"]
+_NORM = SIGNATURES["norm"]
+_SCALE = SIGNATURES["scale"]
+_DIVIDE = SIGNATURES["divide"]
+_INNER = SIGNATURES["inner"]
+_OUTER = SIGNATURES["outer"]
+_EQUAL = SIGNATURES["vector_equal"]
+
+
+def add(
+    x: ArrayLike,
+    y: ArrayLike,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """The sum x + y of two vectors of n elements. `out` may be `x` or `y`.
+
+    >>> add(np.array([1, 2], np.float32), np.array([10, 20], np.float32))
+    array([11., 22.], dtype=float32)
+    """
+    return call(_ADD, (x, y), out=out, dtype=dtype, context=context)
+
+
+def subtract(
+    x: ArrayLike,
+    y: ArrayLike,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """The difference x - y of two vectors of n elements. `out` may be `x` or `y`.
+
+    >>> subtract([3, 4], [1, 1])
+    array([2., 3.])
+    """
+    return call(_SUBTRACT, (x, y), out=out, dtype=dtype, context=context)
+
+
+def multiply(
+    x: ArrayLike,
+    y: ArrayLike,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """The products x[i] y[i] of two vectors of n elements. `out` may be `x` or `y`.
+
+    >>> multiply([1, 2, 3], [4, 5, 6])
+    array([ 4., 10., 18.])
+    """
+    return call(_MULTIPLY, (x, y), out=out, dtype=dtype, context=context)
+
+
+def sqrt(
+    x: ArrayLike,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """The square root of each element, NaN for negative reals. `out` may be `x`.
+
+    Complex roots are those of the principal branch: their real part is not negative.
+
+    >>> sqrt([4, 9])
+    array([2., 3.])
+    """
+    return call(_SQRT, (x,), out=out, dtype=dtype, context=context)
+
+
+def conjugate(
+    x: ArrayLike,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """The complex conjugate of each element, in a new array. `out` may be `x`.
+
+    >>> conjugate([1 + 2j, 3])
+    array([1.-2.j, 3.-0.j])
+    """
+    context = current_context(context)
+    (array,) = make_ready("conjugate", _CONJUGATE.names, (x,), dtype)
+    _CONJUGATE.bind((array.shape,))
+    if out is None:
+        result = array.copy()
+    else:
+        result = check_output("conjugate", out, array.shape, array.dtype)
+        refuse_overlap("conjugate", result, (array,), elementwise=True)
+        np.copyto(result, array)
+    context.run(_CONJUGATE, {OUTPUT: result})
+    return result
+
+
+def _number(name: str, operand: str, value: Any, x: Any, dtype: DTypeLike | None) -> Any:
+    """The scalar of `scale` and `divide`: integers of any kind follow the vector's dtype."""
+    array = np.asarray(value)
+    if array.shape:
+        raise ValueError(f"{name}: {operand} has shape {array.shape}, it must be a single number")
+    if array.dtype.kind in "iu":
+        value = int(array)
+    if isinstance(value, (int, float, complex)) and not isinstance(value, np.generic):
+        target = make_ready(name, ("x", operand), (x, value), dtype)[1]
+        wide = complex(value)
+        stored = complex(target[()])
+        if math.isfinite(wide.real) and math.isfinite(wide.imag):
+            if not (math.isfinite(stored.real) and math.isfinite(stored.imag)):
+                raise OverflowError(
+                    f"{name}: {operand} {value} is out of the range of {target.dtype}"
+                )
+        return target
+    return value
+
+
+def scale(
+    x: ArrayLike,
+    factor: Any,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """The vector x times a number, which may be a Python number or an integer. `out` may be `x`.
+
+    Raises OverflowError for a number beyond the range of the vector's dtype.
+
+    >>> scale(np.array([1, 2], np.float32), 3)
+    array([3., 6.], dtype=float32)
+    """
+    with np.errstate(over="ignore"):
+        factor = _number("scale", "factor", factor, x, dtype)
+    return call(_SCALE, (x, factor), out=out, dtype=dtype, context=context)
+
+
+def divide(
+    x: ArrayLike,
+    divisor: Any,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """The vector x divided by a number, as `scale` takes it. `out` may be `x`.
+
+    Division by zero follows the arithmetic: infinities and NaN, no error.
+
+    >>> divide([1, 2], 4)
+    array([0.25, 0.5 ])
+    """
+    with np.errstate(over="ignore"):
+        divisor = _number("divide", "divisor", divisor, x, dtype)
+    return call(_DIVIDE, (x, divisor), out=out, dtype=dtype, context=context)
+
+
+def sum(
+    x: ArrayLike,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Any:
+    """The sum of the elements of a vector, in a fixed order. An empty vector gives 0.
+
+    >>> sum([1, 2, 3])
+    np.float64(6.0)
+    """
+    return call(_SUM, (x,), out=out, dtype=dtype, context=context)
+
+
+def norm(
+    x: ArrayLike,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Any:
+    """The Euclidean norm of a vector: a real number, also for complex elements.
+
+    The result of complex64 is a float32, of complex128 a float64, of complex32 a float16. The
+    squares of complex64 are summed as they are and may overflow; the other dtypes are scaled.
+
+    >>> norm([3, 4j])
+    np.float64(5.0)
+    """
+    (array,) = make_ready("norm", _NORM.names, (x,), dtype)
+    if not is_complex(array.dtype):
+        return call(_NORM, (array,), out=out, context=context)
+    component = component_of(array.dtype)
+    if out is not None:
+        check_output("norm", out, (), component)
+        refuse_overlap("norm", out, (array,), elementwise=False)
+    # The runtime's scalar is complex, with an imaginary part of 0.
+    native = np.empty((), array.dtype)
+    call(_NORM, (array,), out=native, context=context)
+    real = native.reshape(1).view(component)[0]
+    if out is None:
+        return real
+    out[()] = real
+    return out
+
+
+def inner(
+    x: ArrayLike,
+    y: ArrayLike,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Any:
+    """The inner product of two vectors of n elements; the first is conjugated, as in numpy.vdot.
+
+    >>> inner([1j, 2], [1j, 3])
+    np.complex128(7+0j)
+    """
+    return call(_INNER, (x, y), out=out, dtype=dtype, context=context)
+
+
+def outer(
+    x: ArrayLike,
+    y: ArrayLike,
+    *,
+    out: Array | None = None,
+    dtype: DTypeLike | None = None,
+    context: Context | None = None,
+) -> Array:
+    """The m by n matrix of the products x[i] y[j]. Nothing is conjugated.
+
+    >>> outer([1, 2], [3, 4, 5])
+    array([[ 3.,  4.,  5.],
+           [ 6.,  8., 10.]])
+    """
+    return call(_OUTER, (x, y), out=out, dtype=dtype, context=context)
+
+
+def vector_equal(
+    x: ArrayLike, y: ArrayLike, *, dtype: DTypeLike | None = None, context: Context | None = None
+) -> bool:
+    """Whether two vectors agree within the tolerances of their dtype.
+
+    Each component of an element is compared alone. ``describe("vector_equal")`` tells the
+    tolerances. Vectors of different lengths are not equal, and NaN equals nothing.
+
+    >>> vector_equal([1, 2], [1, 2 + 1e-17])
+    True
+    >>> vector_equal([1, 2], [1, 2, 3])
+    False
+    """
+    return bool(call(_EQUAL, (x, y), dtype=dtype, context=context))

@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+// Iterative solvers allocate before they iterate: the count depends on the order alone. This
+// program replaces the allocator by one that counts.
+
+#include "backend/cpu/eigen_test_matrices.h"
+#include "backend/cpu/fallback_complex_eigen_solver.h"
+#include "backend/cpu/floating_test_support.h"
+#include "backend/cpu/structured_solver.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+int allocations = 0;
+
+} // namespace
+
+void* operator new(std::size_t bytes) {
+    ++allocations;
+    if (void* memory = std::malloc(bytes)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+namespace Tessaline {
+namespace {
+
+using namespace Testing;
+
+constexpr std::size_t n = 12;
+constexpr DataMatrixLayout row_major = DataMatrixLayout::row_major;
+
+template <typename Call>
+int allocations_of(const Call& call) {
+    const int before = allocations;
+    call();
+    return allocations - before;
+}
+
+template <typename C>
+SquareMatrix<C> identity() {
+    return diagonal_matrix(std::vector<C>(n, 1));
+}
+
+/// The number for a matrix without a single iteration, and for one that needs many.
+template <typename C, typename Solve>
+void expect_same_allocations(const SquareMatrix<C>& hard, const Solve& solve) {
+    const auto count = [&](SquareMatrix<C> A) { return allocations_of([&] { solve(A); }); };
+    const int expected = count(identity<C>());
+    EXPECT_GT(expected, 0);
+    EXPECT_EQ(count(hard), expected);
+}
+
+TEST(EigenAllocations, DoNotDependOnTheIterations) {
+    CounterRandom random(1);
+    const auto A = random_matrix<Complex>(n, random);
+    HostEigenVals<Complex, Complex> pairs(n);
+    expect_same_allocations(A, [&](SquareMatrix<Complex>& matrix) {
+        CpuFallback::solve_complex_eigen<double>({matrix.elements.data(), n, n, row_major}, pairs,
+                                                 CpuFallback::EigenvalueScale::original);
+    });
+    expect_same_allocations(hermitian(A), [](SquareMatrix<Complex>& matrix) {
+        CpuStructured::eigen<Complex>(matrix.elements, n, true);
+    });
+}
+
+TEST(MatrixPowerAllocations, DoNotDependOnTheExponent) {
+    const Grid<Float16> zeros(n, n, [](auto, auto) { return 0.0F; });
+    const auto matrix = Operand<Float16>::matrix(zeros, row_major);
+    const auto exponent = Operand<int>::scalar({1, 1, [](auto, auto) { return 2; }});
+    auto large_exponent = Operand<int>::scalar({1, 1, [](auto, auto) { return 1000003; }});
+    const auto kernel = [&](const OperandBinding& power) {
+        auto bindings = bindings_of({matrix.read(), power}, matrix.written());
+        return allocations_of(
+            [&] { run_floating_kernel<Float16>(FloatingOperation::matrix_power, bindings); });
+    };
+    EXPECT_EQ(kernel(exponent.read()), kernel(large_exponent.read()));
+}
+
+} // namespace
+} // namespace Tessaline
