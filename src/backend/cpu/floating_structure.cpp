@@ -37,15 +37,16 @@ void fill_kron(const FloatingMatrix<const T>& A, const FloatingMatrix<const T>& 
                    if (begin == end) {
                        return;
                    }
+                   const std::uint64_t a_line = line / b_line_count;
+                   const std::uint64_t b_line = line % b_line_count;
                    std::uint64_t a_position = begin / b_length;
                    std::uint64_t b_position = begin % b_length;
                    for (std::uint64_t p = begin; p < end; ++a_position, b_position = 0) {
-                       const auto a = widened(a_lines(line / b_line_count, a_position));
+                       const auto a = widened(a_lines(a_line, a_position));
                        const std::uint64_t b_end = std::min(b_length, b_position + (end - p));
                        p += b_end - b_position;
                        for (; b_position < b_end; ++b_position) {
-                           *out++ =
-                               result_as<T>(a * widened(b_lines(line % b_line_count, b_position)));
+                           *out++ = result_as<T>(a * widened(b_lines(b_line, b_position)));
                        }
                    }
                });

@@ -105,10 +105,11 @@ TYPED_TEST_SUITE(FloatingKernels, FloatingTypes);
 TYPED_TEST(FloatingKernels, ElementwiseKernelsMatchPlainLoops) {
     using T = TypeParam;
     using Value = ComputeOf<T>;
+    using Function = Value (*)(Value, Value);
     struct Binary {
         FloatingOperation operation;
         bool by_scalar;
-        Value (*function)(Value, Value);
+        Function function;
     };
     const Binary binaries[] = {
         {FloatingOperation::multiply, false, [](Value x, Value y) { return times(x, y); }},
