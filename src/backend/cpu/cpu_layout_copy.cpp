@@ -62,46 +62,81 @@ void copy_elements(ComplexParts<const T, From> source, ComplexParts<T, To> targe
     }
 }
 
-/// A tile of the target, line by line: of interleaved elements, or of real and of imaginary parts.
-template <typename T, std::uint64_t To>
-struct TargetTile {
-    static constexpr std::uint64_t planes = 2 / To;
+/// A tile of elements, line by line of the target.
+template <typename T>
+struct TurnedTile {
+    struct Element {
+        T real;
+        T imag;
+    };
 
     /// Takes the elements of `height` lines of the source, `width` of each, which lie `stride`
     /// elements apart.
     template <std::uint64_t From>
     void turn(ComplexParts<const T, From> source, std::uint64_t stride, std::uint64_t height,
               std::uint64_t width) {
+        if constexpr (From == 2 && sizeof(Element) == sizeof(double)) {
+            if (height == tile && width == tile) {
+                turn_whole(source.real, stride);
+                return;
+            }
+        }
         for (std::uint64_t i = 0; i < height; ++i) {
             const T* real = source.real + i * stride * From;
             const T* imag = source.imag + i * stride * From;
             for (std::uint64_t j = 0; j < width; ++j) {
-                if constexpr (From == 2 && To == 2) {
-                    std::memcpy(&lines[0][j][i * 2], real + j * 2, 2 * sizeof(T));
-                } else {
-                    lines[0][j][i * To] = real[j * From];
-                    lines[planes - 1][j][i * To + To - 1] = imag[j * From];
-                }
+                lines[j][i] = {real[j * From], imag[j * From]};
+            }
+        }
+    }
+
+    /// The same for a whole tile of elements of eight bytes, which turn two by two in registers.
+    void turn_whole(const T* source, std::uint64_t stride) {
+        const auto load = [&](std::uint64_t i, std::uint64_t j) {
+            return _mm_loadu_pd(reinterpret_cast<const double*>(source + 2 * (i * stride + j)));
+        };
+        const auto store = [&](std::uint64_t j, std::uint64_t i, __m128d pair) {
+            _mm_storeu_pd(reinterpret_cast<double*>(&lines[j][i]), pair);
+        };
+        for (std::uint64_t i = 0; i < tile; i += 2) {
+            for (std::uint64_t j = 0; j < tile; j += 2) {
+                const __m128d upper = load(i, j);
+                const __m128d lower = load(i + 1, j);
+                store(j, i, _mm_unpacklo_pd(upper, lower));
+                store(j + 1, i, _mm_unpackhi_pd(upper, lower));
             }
         }
     }
 
     /// Gives `width` lines of the target `height` elements each.
+    template <std::uint64_t To>
     void write(ComplexParts<T, To> target, std::uint64_t stride, std::uint64_t height,
                std::uint64_t width, bool streamed) const {
         for (std::uint64_t j = 0; j < width; ++j) {
-            for (std::uint64_t plane = 0; plane < planes; ++plane) {
-                T* to = (plane == 0 ? target.real : target.imag) + j * stride * To;
-                if (streamed) {
-                    stream(to, lines[plane][j], height * To);
-                } else {
-                    std::copy_n(lines[plane][j], height * To, to);
+            if constexpr (To == 2) {
+                write_line(target.real + j * stride * 2, &lines[j][0].real, 2 * height, streamed);
+            } else {
+                T real[tile];
+                T imag[tile];
+                for (std::uint64_t i = 0; i < tile; ++i) {
+                    real[i] = lines[j][i].real;
+                    imag[i] = lines[j][i].imag;
                 }
+                write_line(target.real + j * stride, real, height, streamed);
+                write_line(target.imag + j * stride, imag, height, streamed);
             }
         }
     }
 
-    T lines[planes][tile][tile * To];
+    static void write_line(T* to, const T* from, std::uint64_t count, bool streamed) {
+        if (streamed) {
+            stream(to, from, count);
+        } else {
+            std::copy_n(from, count, to);
+        }
+    }
+
+    Element lines[tile][tile]{};
 };
 
 template <typename T, std::uint64_t Step>
@@ -117,7 +152,7 @@ void copy_transposed(ComplexParts<const T, From> source, ComplexParts<T, To> tar
                      std::uint64_t rows, std::uint64_t cols, std::uint64_t begin,
                      std::uint64_t end) {
     const bool streamed = rows * cols * 2 * sizeof(T) >= streamed_bytes;
-    TargetTile<T, To> turned;
+    TurnedTile<T> turned;
     for (std::uint64_t row = begin; row < end; row += tile) {
         const std::uint64_t height = std::min(tile, end - row);
         for (std::uint64_t col = 0; col < cols; col += tile) {
