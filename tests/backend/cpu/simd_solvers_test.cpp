@@ -26,9 +26,8 @@ TEST(SimdSolversTest, FactorsSolutionsAndLogarithmsHaveTheBitsOfPlainUnits) {
             LuStorage<Complex> expected = found;
             engine.lu_decomp(found.view());
             EngineLu::lu_decomp<fuses>(expected.view());
-            EXPECT_EQ(std::memcmp(found.factors.data(), expected.factors.data(),
-                                  order * order * sizeof(Complex)),
-                      0);
+            EXPECT_TRUE(order == 0 || std::memcmp(found.factors.data(), expected.factors.data(),
+                                                  order * order * sizeof(Complex)) == 0);
             EXPECT_EQ(found.pivots, expected.pivots);
             EXPECT_EQ(found.swaps, expected.swaps);
 
