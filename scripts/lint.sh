@@ -19,7 +19,7 @@ run-clang-tidy -quiet -j"${JOBS:-1}" -p "$build" -extra-arg=-ferror-limit=0 "^$o
     true # also for findings that do not count
 sed -i 's/\x1b\[[0-9;]*m//g' "$log"
 
-expected=$(grep -cE "\"file\": \"$own" "$build/compile_commands.json" || true)
+expected=$(grep -E "\"file\": \"$own" "$build/compile_commands.json" | sort -u | wc -l)
 files=$(grep -cE '^clang-tidy.* -p=' "$log" || true)
 if [ "$expected" -eq 0 ] || [ "$files" -ne "$expected" ]; then
     echo "lint: clang-tidy read $files of $expected files; see $log" >&2
