@@ -233,8 +233,8 @@ class ResultPolicyTest : public BackendRegistryTest {
     }
 
     static constexpr BackendKind cpu[] = {BackendKind::cpu_scalar, BackendKind::cpu_simd};
-    const DenseResultRequest vector_request{OperandKind::Vector, DataLocation::pageable_host,
-                                            std::nullopt, std::nullopt};
+    const DenseResultRequest vector_request_{OperandKind::Vector, DataLocation::pageable_host,
+                                             std::nullopt, std::nullopt};
     const BackendAdaptationRegistry rules_ = rules_for([](const auto& from, const auto& to) {
         return from.storage == to.storage && from.complex == DataComplexLayout::interleaved;
     });
@@ -254,19 +254,19 @@ TEST_F(ResultPolicyTest, AnswersTheOnePairThatRemains) {
     const std::string ambiguous = "ambiguous result policy: supply an output dtype or use "
                                   "Context.execute with explicit operand policies";
     const auto infer = [&](ScalarType storage) {
-        auto request = vector_request;
+        auto request = vector_request_;
         request.storage = storage;
         return registry_.infer_dense_result_policy(handle_, cpu, {pageable}, request, rules_);
     };
     EXPECT_EQ(infer(ScalarType::Float32), DataTypeDescriptor::real_float());
     // A complex result is made interleaved and reaches the split row through a rule.
     EXPECT_EQ(infer(ScalarType::Complex64), DataTypeDescriptor::complex_float());
-    expect_dispatch_error(vector_request, ErrorReason::registry_contract_mismatch, ambiguous, cpu);
-    expect_dispatch_error(vector_request, ErrorReason::no_backend_available, unsupported, {});
-    auto other = vector_request;
+    expect_dispatch_error(vector_request_, ErrorReason::registry_contract_mismatch, ambiguous, cpu);
+    expect_dispatch_error(vector_request_, ErrorReason::no_backend_available, unsupported, {});
+    auto other = vector_request_;
     other.storage = ScalarType::Int32;
     expect_dispatch_error(other, ErrorReason::no_backend_available, unsupported, cpu);
-    other = vector_request;
+    other = vector_request_;
     other.storage = ScalarType::Float32;
     other.location = DataLocation::cuda_device;
     expect_dispatch_error(other, ErrorReason::no_backend_available, unsupported, cpu);
@@ -281,7 +281,7 @@ TEST_F(ResultPolicyTest, DifferingComputeTypesAreAmbiguousEvenForANamedType) {
     add(BackendKind::cpu_simd, {pageable}, {pageable});
     add(BackendKind::cpu_simd, {pageable}, {wide});
     registry_.seal(operations_);
-    auto request = vector_request;
+    auto request = vector_request_;
     request.storage = ScalarType::Float32;
     expect_dispatch_error(request, ErrorReason::registry_contract_mismatch,
                           "ambiguous result policy: supply an output dtype or use "
@@ -294,7 +294,7 @@ TEST_F(ResultPolicyTest, ChecksTheRequestBeforeAnySearch) {
         static_cast<void>(
             registry_.infer_dense_result_policy(handle_, cpu, {pageable}, request, rules_));
     };
-    expect_error<std::logic_error>([&] { infer(vector_request); },
+    expect_error<std::logic_error>([&] { infer(vector_request_); },
                                    "result policy - numeric catalogue is not sealed");
     registry_.seal(operations_);
     const auto host = DataLocation::pageable_host;
