@@ -105,5 +105,3 @@ void read_topology(benchmark::State& state) {
 BENCHMARK(read_topology);
 
 } // namespace
-
-BENCHMARK_MAIN();

@@ -104,6 +104,9 @@ TEST_F(CpuAffinity, ScopesOfSeveralCpusNest) {
         EXPECT_EQ(current_thread_cpus(), Cpus{all_.front()});
     }
     EXPECT_EQ(current_thread_cpus(), Cpus{last_});
+    forget_calls();
+    const Scope fourth(outer);
+    EXPECT_EQ(reads + writes, 0) << "the first scope counts again";
 }
 
 // The fixture checks after every test that the affinity is restored.
