@@ -11,22 +11,22 @@ namespace Tessaline::CpuWorkerPoolDetail {
 
 namespace {
 
-// A pinned thread runs on one CPU for a while only.
-std::optional<CpuAffinityMask> current_mask_without_pins() {
-    auto mask = CpuThreadPin::mask_before_pins();
-    return mask ? mask : CpuAffinityMask::of_current_thread();
+// Of a thread that is pinned for a while, what it has at other times.
+std::size_t usable_cpu_count(const std::optional<CpuAffinityMask>& mask_before_pins) {
+    const auto mask = mask_before_pins ? mask_before_pins : CpuAffinityMask::of_current_thread();
+    return mask ? mask->logical_cpus().size() : 0;
 }
 
 } // namespace
 
 // A thread inherits the affinity of the one that starts it, and loops are started by pinned
-// threads; creator_mask_ keeps unbound workers off the caller's one CPU.
+// threads; pinned_creator_mask_ keeps unbound workers off the caller's one CPU.
 CpuWorkerPool::CpuWorkerPool(const CpuWorkerPoolConfig& config)
     : pending_startups_(config.worker_count),
       strict_pinning_(config.strict_pinning),
       budget_(config.budget),
-      creator_mask_(current_mask_without_pins()),
-      polls_(creator_mask_ && config.worker_count < creator_mask_->logical_cpus().size()) {
+      pinned_creator_mask_(CpuThreadPin::mask_before_pins()),
+      polls_(config.worker_count < usable_cpu_count(pinned_creator_mask_)) {
     try {
         start_workers(config);
     } catch (...) {
@@ -58,8 +58,8 @@ void CpuWorkerPool::worker_entry(const CpuWorkerBinding& binding) {
     std::fesetenv(FE_DFL_ENV);
     const bool bound = binding.pin && bind_current_thread_to_logical_cpu(binding.logical_cpu);
     const bool failed = binding.pin && !bound && strict_pinning_;
-    if (!bound && creator_mask_) {
-        creator_mask_->apply_to_current_thread();
+    if (!bound && pinned_creator_mask_) {
+        pinned_creator_mask_->apply_to_current_thread();
     }
     {
         const std::lock_guard lock(startup_mutex_);

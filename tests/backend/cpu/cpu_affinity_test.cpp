@@ -39,7 +39,7 @@ extern "C" int pthread_setaffinity_np(pthread_t, std::size_t bytes, const cpu_se
 extern "C" long sysconf(int name) noexcept {
     if (name == _SC_NPROCESSORS_CONF) {
         ++configured_counts;
-        return 2;
+        return 1024;
     }
     return name == _SC_PAGESIZE ? 4096 : -1;
 }

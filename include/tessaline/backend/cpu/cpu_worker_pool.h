@@ -71,7 +71,8 @@ class CpuWorkerPool {
     bool pin_failed_ = false;
     const bool strict_pinning_;
     const std::shared_ptr<CpuWorkerBudget> budget_;
-    const std::optional<CpuAffinityMask> creator_mask_; ///< what unbound workers run on
+    /// What the creating thread has when not pinned, and unbound workers get; empty if it was not.
+    const std::optional<CpuAffinityMask> pinned_creator_mask_;
     const bool polls_; ///< workers poll before they sleep: a processor each and one to spare
 
     std::mutex queue_mutex_;
