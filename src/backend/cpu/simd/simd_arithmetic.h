@@ -16,19 +16,19 @@ namespace Tessaline::SimdKernels {
 struct AllLanes {};
 
 template <typename Set>
-typename Set::Register load(const float* from, AllLanes) {
+typename Set::Register load(const typename Set::Component* from, AllLanes) {
     return Set::load(from);
 }
 template <typename Set>
-typename Set::Register load(const float* from, typename Set::Mask mask) {
+typename Set::Register load(const typename Set::Component* from, typename Set::Mask mask) {
     return Set::load(from, mask);
 }
 template <typename Set>
-void store(float* to, typename Set::Register value, AllLanes) {
+void store(typename Set::Component* to, typename Set::Register value, AllLanes) {
     Set::store(to, value);
 }
 template <typename Set>
-void store(float* to, typename Set::Register value, typename Set::Mask mask) {
+void store(typename Set::Component* to, typename Set::Register value, typename Set::Mask mask) {
     Set::store(to, value, mask);
 }
 
@@ -62,7 +62,7 @@ void store_complex(SplitOutput to, std::size_t index, Complex<Set> value, Lanes 
     store<Set>(to.imag + index, value.imag, lanes);
 }
 template <typename Set>
-Complex<Set> broadcast_complex(float real, float imag) {
+Complex<Set> broadcast_complex(typename Set::Component real, typename Set::Component imag) {
     return {Set::broadcast(real), Set::broadcast(imag)};
 }
 
@@ -88,6 +88,20 @@ Complex<Set> add_product(Complex<Set> c, Complex<Set> a, Complex<Set> b) {
         return {c.real + (a.real * b.real - a.imag * b.imag),
                 c.imag + (a.real * b.imag + a.imag * b.real)};
     }
+}
+
+/// c - a b as a step of an elimination. Only what does not fuse needs it.
+template <typename Set>
+typename Set::Register subtract_product(typename Set::Register c, typename Set::Register a,
+                                        typename Set::Register b) {
+    static_assert(!Set::fuses);
+    return c - a * b;
+}
+template <typename Set>
+Complex<Set> subtract_product(Complex<Set> c, Complex<Set> a, Complex<Set> b) {
+    static_assert(!Set::fuses);
+    return {c.real - (a.real * b.real - a.imag * b.imag),
+            c.imag - (a.real * b.imag + a.imag * b.real)};
 }
 
 /// a b + c d and a b - c d.
