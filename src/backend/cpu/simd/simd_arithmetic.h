@@ -45,6 +45,22 @@ void for_vectors(std::size_t count, const Body& body) {
     }
 }
 
+/// An index that is known at compile time.
+template <Index Value>
+struct Place {
+    static constexpr Index value = Value;
+};
+
+/// Calls `body` with the Place of each index below Count. Unlike a loop over a local array of
+/// registers, which the compiler unrolls only after it has given the array memory.
+template <Index Count, typename Body>
+[[gnu::always_inline]] inline void for_places(const Body& body) {
+    if constexpr (Count > 0) {
+        for_places<Count - 1>(body);
+        body(Place<Count - 1>{});
+    }
+}
+
 /// A vector of complex numbers, or one number in all lanes.
 template <typename Set>
 struct Complex {

@@ -151,28 +151,37 @@ class Matmul {
     void multiply_tile(const Panel& panel, LastLanes last, Index row) const {
         Value sums[Rows][Vectors];
         const bool from_zero = Kind == Update::replace && panel.first == 0;
-        for_tile<Rows, Vectors>(last, [&](Index r, Index v, auto part) {
-            sums[r][v] = from_zero ? Elements::zero()
-                                   : Elements::load(c_.data, c_index(panel, row + r, v), part);
-        });
-        const Input A = Elements::offset(a_.data, row * a_.stride + panel.first);
-        for (Index k = 0; k < panel.count; ++k) {
-            Value b[Vectors];
-            for_vectors_of<Vectors>(last, [&](Index v, auto part) {
-                b[v] = Elements::load_packed(panel.B, k * panel.stride + v * lanes, part);
+        if (from_zero) {
+            for_tile<Rows, Vectors>(
+                last, [&](auto r, auto v, auto) { sums[r.value][v.value] = Elements::zero(); });
+        } else {
+            for_tile<Rows, Vectors>(last, [&](auto r, auto v, auto part) {
+                sums[r.value][v.value] =
+                    Elements::load(c_.data, c_index(panel, row + r.value, v.value), part);
             });
-            for (Index r = 0; r < Rows; ++r) {
-                const Value a = Elements::broadcast(A, r * a_.stride + k);
-                for (Index v = 0; v < Vectors; ++v) {
-                    sums[r][v] = step(sums[r][v], a, b[v]);
-                }
-            }
+        }
+        const Index a_stride = a_.stride;
+        const Input A = Elements::offset(a_.data, row * a_stride + panel.first);
+        const PackedInput B = panel.B;
+        const Index stride = panel.stride;
+        for (Index k = 0, count = panel.count; k < count; ++k) {
+            Value b[Vectors];
+            for_vectors_of<Vectors>(last, [&](auto v, auto part) {
+                b[v.value] = Elements::load_packed(B, k * stride + v.value * lanes, part);
+            });
+            for_places<Rows>([&](auto r) {
+                const Value a = Elements::broadcast(A, r.value * a_stride + k);
+                for_places<Vectors>([&](auto v) {
+                    sums[r.value][v.value] = step(sums[r.value][v.value], a, b[v.value]);
+                });
+            });
         }
         if constexpr (Elements::recovers_infinities) {
             recover(sums, panel, row);
         }
-        for_tile<Rows, Vectors>(last, [&](Index r, Index v, auto part) {
-            Elements::store(c_.data, c_index(panel, row + r, v), sums[r][v], part);
+        for_tile<Rows, Vectors>(last, [&](auto r, auto v, auto part) {
+            Elements::store(c_.data, c_index(panel, row + r.value, v.value), sums[r.value][v.value],
+                            part);
         });
     }
 
@@ -188,29 +197,31 @@ class Matmul {
     template <Index Rows, Index Vectors>
     void recover(Value (&sums)[Rows][Vectors], const Panel& panel, Index row) const {
         unsigned lost = 0;
-        for (Index r = 0; r < Rows; ++r) {
-            for (Index v = 0; v < Vectors; ++v) {
-                lost |= Set::nan_lanes(sums[r][v].real) & Set::nan_lanes(sums[r][v].imag);
-            }
-        }
+        for_places<Rows>([&](auto r) {
+            for_places<Vectors>([&](auto v) {
+                const Value sum = sums[r.value][v.value];
+                lost |= Set::nan_lanes(sum.real) & Set::nan_lanes(sum.imag);
+            });
+        });
         if (__builtin_expect(lost == 0, 1)) {
             return;
         }
-        for (Index r = 0; r < Rows; ++r) {
-            for (Index v = 0; v < Vectors; ++v) {
-                const Index column = panel.column + v * lanes;
-                sums[r][v] =
+        for_places<Rows>([&](auto r) {
+            for_places<Vectors>([&](auto v) {
+                Value& sum = sums[r.value][v.value];
+                const Index column = panel.column + v.value * lanes;
+                sum =
                     InfinityRecovery<Set, Kind>{
-                        .A = Elements::offset(a_.data, (row + r) * a_.stride + panel.first),
+                        .A = Elements::offset(a_.data, (row + r.value) * a_.stride + panel.first),
                         .B = Elements::offset(b_.data, panel.first * b_.stride + column),
                         .b_stride = b_.stride,
-                        .C = Elements::offset(c_.data, (row + r) * c_.stride + column),
+                        .C = Elements::offset(c_.data, (row + r.value) * c_.stride + column),
                         .starts_from_zero = Kind == Update::replace && panel.first == 0,
                         .terms = panel.count,
                         .columns = least(lanes, extents_.cols - column)}
-                        .recovered(sums[r][v]);
-            }
-        }
+                        .recovered(sum);
+            });
+        });
     }
 
     Index c_index(const Panel& panel, Index row, Index vector) const {
@@ -219,19 +230,17 @@ class Matmul {
 
     /// Calls `body(vector, lanes)` for each vector of a row of a tile.
     template <Index Vectors, typename LastLanes, typename Body>
-    static void for_vectors_of(LastLanes last, const Body& body) {
-        for (Index v = 0; v + 1 < Vectors; ++v) {
-            body(v, AllLanes{});
-        }
-        body(Vectors - 1, last);
+    [[gnu::always_inline]] static void for_vectors_of(LastLanes last, const Body& body) {
+        for_places<Vectors - 1>([&](auto v) { body(v, AllLanes{}); });
+        body(Place<Vectors - 1>{}, last);
     }
 
     /// Calls `body(row, vector, lanes)` for each vector of a tile.
     template <Index Rows, Index Vectors, typename LastLanes, typename Body>
-    static void for_tile(LastLanes last, const Body& body) {
-        for (Index r = 0; r < Rows; ++r) {
-            for_vectors_of<Vectors>(last, [&](Index v, auto part) { body(r, v, part); });
-        }
+    [[gnu::always_inline]] static void for_tile(LastLanes last, const Body& body) {
+        for_places<Rows>([&](auto r) {
+            for_vectors_of<Vectors>(last, [&](auto v, auto part) { body(r, v, part); });
+        });
     }
 
     Strided<Input> a_;
