@@ -24,8 +24,8 @@ struct Avx512 {
     static constexpr bool fuses = true;
     static constexpr bool keeps_one_nan = false;
     // Tiles of products: rows, and vectors across, that the 32 registers hold.
-    static constexpr std::size_t real_tile_rows = 8;
-    static constexpr std::size_t real_tile_vectors = 3;
+    static constexpr std::size_t real_tile_rows = 6;
+    static constexpr std::size_t real_tile_vectors = 4;
     static constexpr std::size_t split_tile_rows = 4;
     static constexpr std::size_t split_tile_vectors = 3;
 
