@@ -201,8 +201,9 @@ class Matmul {
         }
     }
 
+    /// Not inlined, for its registers' sake.
     template <Index Rows, Index Vectors, typename LastLanes>
-    void multiply_tile(const Panel& panel, LastLanes last, Index row) const {
+    [[gnu::noinline]] void multiply_tile(const Panel& panel, LastLanes last, Index row) const {
         Value sums[Rows][Vectors];
         const bool from_zero = Kind == Update::replace && panel.first == 0;
         if (from_zero) {
