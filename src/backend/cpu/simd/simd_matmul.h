@@ -7,8 +7,8 @@
 // elements is free. A tile of C stays in registers while a block of the inner index runs; between
 // blocks it lies in C, which loses nothing.
 
+#include "backend/cpu/simd/simd_elements.h"
 #include "backend/cpu/simd/simd_infinity_recovery.h"
-#include "backend/cpu/simd/simd_matmul_elements.h"
 #include "backend/cpu/simd/simd_packing_memory.h"
 #include "backend/cpu/simd/simd_unfused_kernels.h"
 
@@ -20,13 +20,6 @@ inline constexpr Index matmul_block = 256;
 
 /// A block of B of this many bytes stays in the first-level cache as it lies, and is not packed.
 inline constexpr Index matmul_unpacked_bytes = Index{32} << 10U;
-
-/// Rows of elements that lie `stride` of them apart.
-template <typename Elements>
-struct Strided {
-    Elements data;
-    Index stride;
-};
 
 /// C = A B, or C = C - A B.
 template <typename Elements, Update Kind>
@@ -96,21 +89,9 @@ class Matmul {
 
     void clear() const {
         for (Index row = 0; row < extents_.rows; ++row) {
-            for_row_vectors(extents_.cols, [&](Index column, auto part) {
+            for_element_vectors<Elements>(extents_.cols, [&](Index column, auto part) {
                 Elements::store(c_.data, row * c_.stride + column, Elements::zero(), part);
             });
-        }
-    }
-
-    /// Calls `body(column, part)` for each vector of `columns`.
-    template <typename Body>
-    static void for_row_vectors(Index columns, const Body& body) {
-        Index column = 0;
-        for (; column + lanes <= columns; column += lanes) {
-            body(column, AllLanes{});
-        }
-        if (column < columns) {
-            body(column, Elements::first_lanes(columns - column));
         }
     }
 
@@ -160,7 +141,7 @@ class Matmul {
             for (Index k = 0; k < block.count; ++k) {
                 const Input row =
                     Elements::offset(b_.data, (block.first + k) * b_.stride + vector * lanes);
-                for_row_vectors(columns, [&](Index i, auto part) {
+                for_element_vectors<Elements>(columns, [&](Index i, auto part) {
                     Elements::store_packed(packed, start + k * width * lanes + i,
                                            Elements::load(row, i, part));
                 });
@@ -205,8 +186,7 @@ class Matmul {
     template <Index Rows, Index Vectors, typename LastLanes>
     [[gnu::noinline]] void multiply_tile(const Panel& panel, LastLanes last, Index row) const {
         Value sums[Rows][Vectors];
-        const bool from_zero = Kind == Update::replace && panel.first == 0;
-        if (from_zero) {
+        if (starts_from_zero(panel)) {
             for_tile<Rows, Vectors>(
                 last, [&](auto r, auto v, auto) { sums[r.value][v.value] = Elements::zero(); });
         } else {
@@ -240,6 +220,10 @@ class Matmul {
         });
     }
 
+    static bool starts_from_zero(const Panel& panel) {
+        return Kind == Update::replace && panel.first == 0;
+    }
+
     static Value step(Value sum, Value a, Value b) {
         if constexpr (Kind == Update::replace) {
             return add_product<Set>(sum, a, b);
@@ -248,33 +232,31 @@ class Matmul {
         }
     }
 
-    /// A sum whose parts are both NaN, which no step ends once it is so, is formed anew.
+    /// Forms sums anew whose parts are both NaN, which they stay once they are so.
     template <Index Rows, Index Vectors>
     void recover(Value (&sums)[Rows][Vectors], const Panel& panel, Index row) const {
         unsigned lost = 0;
         for_places<Rows>([&](auto r) {
-            for_places<Vectors>([&](auto v) {
-                const Value sum = sums[r.value][v.value];
-                lost |= Set::nan_lanes(sum.real) & Set::nan_lanes(sum.imag);
-            });
+            for_places<Vectors>([&](auto v) { lost |= lost_lanes<Set>(sums[r.value][v.value]); });
         });
         if (__builtin_expect(lost == 0, 1)) {
             return;
         }
+        const bool from_zero = starts_from_zero(panel);
         for_places<Rows>([&](auto r) {
             for_places<Vectors>([&](auto v) {
-                Value& sum = sums[r.value][v.value];
                 const Index column = panel.column + v.value * lanes;
-                sum =
-                    InfinityRecovery<Set, Kind>{
-                        .A = Elements::offset(a_.data, (row + r.value) * a_.stride + panel.first),
-                        .B = Elements::offset(b_.data, panel.first * b_.stride + column),
-                        .b_stride = b_.stride,
-                        .C = Elements::offset(c_.data, (row + r.value) * c_.stride + column),
-                        .starts_from_zero = Kind == Update::replace && panel.first == 0,
-                        .terms = panel.count,
-                        .columns = least(lanes, extents_.cols - column)}
-                        .recovered(sum);
+                const Input before =
+                    Elements::offset(c_.data, (row + r.value) * c_.stride + column);
+                Value& sum = sums[r.value][v.value];
+                sum = InfinityRecovery<Set>::template recovered<Kind>(
+                    sum, least(lanes, extents_.cols - column),
+                    {.A = Elements::offset(a_.data, (row + r.value) * a_.stride + panel.first),
+                     .B = Elements::offset(b_.data, panel.first * b_.stride + column),
+                     .b_step = b_.stride,
+                     .b_next = 1,
+                     .terms = panel.count,
+                     .before = from_zero ? nullptr : before});
             });
         });
     }

@@ -50,6 +50,17 @@ struct Avx256Double {
         return _mm256_blendv_pd(value, _mm256_set1_pd(__builtin_nan("")), nan_mask(value));
     }
 
+    static void transpose(Register (&rows)[lanes]) {
+        const Register low_01 = _mm256_unpacklo_pd(rows[0], rows[1]);
+        const Register high_01 = _mm256_unpackhi_pd(rows[0], rows[1]);
+        const Register low_23 = _mm256_unpacklo_pd(rows[2], rows[3]);
+        const Register high_23 = _mm256_unpackhi_pd(rows[2], rows[3]);
+        rows[0] = _mm256_permute2f128_pd(low_01, low_23, 0x20);
+        rows[1] = _mm256_permute2f128_pd(high_01, high_23, 0x20);
+        rows[2] = _mm256_permute2f128_pd(low_01, low_23, 0x31);
+        rows[3] = _mm256_permute2f128_pd(high_01, high_23, 0x31);
+    }
+
     /// The elements at even and at odd places of a and b, one after the other.
     static Register even_elements(Register a, Register b) {
         return _mm256_permute4x64_pd(_mm256_unpacklo_pd(a, b), 0xd8);

@@ -20,6 +20,27 @@ typename Set::Register as_result(typename Set::Register value) {
     }
 }
 
+/// Rows of elements that lie `stride` of them apart.
+template <typename Elements>
+struct Strided {
+    Elements data;
+    Index stride;
+};
+
+/// Calls `body(index, part)` for each vector of [0, count): with all lanes, and once with the first
+/// ones only for what is left.
+template <typename Elements, typename Body>
+void for_element_vectors(Index count, const Body& body) {
+    constexpr Index lanes = Elements::Set::lanes;
+    Index i = 0;
+    for (; i + lanes <= count; i += lanes) {
+        body(i, AllLanes{});
+    }
+    if (i < count) {
+        body(i, Elements::first_lanes(count - i));
+    }
+}
+
 template <typename InstructionSet>
 struct RealElements {
     using Set = InstructionSet;
