@@ -3,42 +3,57 @@
 
 // Inputs that a kernel reads many times, in the form that its inner loop streams.
 
+#include "backend/cpu/floating_conversions.h"
 #include "backend/cpu/floating_operands.h"
-
-#include <vector>
 
 namespace Tessaline {
 
-/// The rows of a matrix, contiguous and in compute type: the operand's own memory where it has that
+/// Rows of a matrix, contiguous and in compute type: the operand's own memory where it has that
 /// form, else a copy. Valid while the operand lives.
 template <typename T>
 class WidenedRows {
   public:
     using Compute = ComputeOf<T>;
 
-    explicit WidenedRows(const FloatingMatrix<const T>& matrix) : cols_(matrix.cols) {
-        if constexpr (std::is_same_v<T, Compute>) {
-            if (matrix.is_row_major()) {
-                data_ = matrix.data;
-                return;
-            }
+    explicit WidenedRows(const FloatingMatrix<const T>& matrix)
+        : WidenedRows(matrix, 0, matrix.rows) {}
+    /// The rows [begin, end) only, counted from `begin`.
+    WidenedRows(const FloatingMatrix<const T>& matrix, std::uint64_t begin, std::uint64_t end)
+        : cols_(matrix.cols),
+          copy_(serves_itself(matrix) ? 0 : (end - begin) * matrix.cols),
+          data_(copy_.data()) {
+        if (!matrix.is_row_major()) {
+            copy_columns(matrix, begin, end);
+        } else if constexpr (std::is_same_v<T, Compute>) {
+            data_ = matrix.data + begin * cols_;
+        } else {
+            widen_elements(matrix.data + begin * cols_, copy_.data(), (end - begin) * cols_);
         }
-        copy_.reserve(matrix.rows * matrix.cols);
-        for (std::uint64_t i = 0; i < matrix.rows; ++i) {
-            for (std::uint64_t j = 0; j < matrix.cols; ++j) {
-                copy_.push_back(widened(matrix(i, j)));
-            }
-        }
-        data_ = copy_.data();
     }
-    WidenedRows(const WidenedRows&) = delete;
-    WidenedRows& operator=(const WidenedRows&) = delete;
 
     const Compute* operator[](std::uint64_t row) const { return data_ + row * cols_; }
 
   private:
+    static bool serves_itself(const FloatingMatrix<const T>& matrix) {
+        return std::is_same_v<T, Compute> && matrix.is_row_major();
+    }
+
+    /// A few columns at once, so that the lines that are read and written stay in the first cache.
+    void copy_columns(const FloatingMatrix<const T>& matrix, std::uint64_t begin,
+                      std::uint64_t end) {
+        constexpr std::uint64_t columns_at_once = 8;
+        for (std::uint64_t first = 0; first < cols_; first += columns_at_once) {
+            const std::uint64_t last = std::min(cols_, first + columns_at_once);
+            for (std::uint64_t i = begin; i < end; ++i) {
+                for (std::uint64_t j = first; j < last; ++j) {
+                    copy_.data()[(i - begin) * cols_ + j] = widened(matrix(i, j));
+                }
+            }
+        }
+    }
+
     std::uint64_t cols_;
-    std::vector<Compute> copy_; ///< empty where the operand itself serves
+    Scratch<Compute> copy_; ///< empty where the operand itself serves
     const Compute* data_;
 };
 
