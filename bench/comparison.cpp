@@ -5,10 +5,8 @@
 #include <cblas.h>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <sched.h>
 #include <stdexcept>
-#include <unistd.h>
 
 namespace Tessaline::Bench {
 
@@ -73,14 +71,7 @@ double print_share(const Subject& subject, double seconds) {
 
 } // namespace
 
-void start_comparison(char** argv) {
-    // OpenBLAS 0.3.21 takes a processor newer than itself for a Cooper Lake, whose float64 kernels
-    // ran at 60 % of the speed of these on a Zen 5.
-    if (std::getenv("OPENBLAS_CORETYPE") == nullptr && __builtin_cpu_supports("avx512f") != 0) {
-        setenv("OPENBLAS_CORETYPE", "SkylakeX", 1);
-        execv("/proc/self/exe", argv);
-        throw std::runtime_error("this program cannot be started again");
-    }
+void start_comparison() {
     cpu_set_t mask;
     if (sched_getaffinity(0, sizeof mask, &mask) != 0) {
         throw std::runtime_error("the affinity of this thread cannot be read");

@@ -19,9 +19,8 @@ struct Contender {
 };
 
 /// To be called first in main(). Binds the thread to one CPU of its mask, the last, and the peer to
-/// one thread. Where nobody chose the peer's kernels by OPENBLAS_CORETYPE and the processor has
-/// AVX-512, starts the program again with the peer's fastest choice.
-void start_comparison(char** argv);
+/// one thread, and prints which kernels the peer chose. OPENBLAS_CORETYPE forces others on it.
+void start_comparison();
 
 /// The median of each contender's seconds a call. Contenders take turns of calls that last a few
 /// milliseconds together.
