@@ -3,11 +3,14 @@
 # Makes a machine ready to build and test: installs the Debian packages that are missing, creates
 # .venv and fills it from scripts/requirements.txt. Does nothing where nothing is missing.
 #
+# setup.sh bench   also installs the peers that the benchmarks compare with
+#
 # PYTHON names the interpreter that .venv is made from (default: python3).
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 python="${PYTHON:-python3}"
+purpose="${1:-}"
 requirements=scripts/requirements.txt
 stamp=.venv/.ready
 
@@ -44,6 +47,10 @@ missing_packages() {
     has_header gtest/gtest.h || echo libgtest-dev
     has_header gmock/gmock.h || echo libgmock-dev
     has_header benchmark/benchmark.h || echo libbenchmark-dev
+    if [ "$purpose" = bench ]; then
+        has_header openblas-pthread/cblas.h || echo libopenblas-dev
+        has_header lapacke.h || echo liblapacke-dev
+    fi
 }
 
 as_root() {
