@@ -23,7 +23,7 @@ class Scratch {
     T* data() const { return data_; }
 
   private:
-    static constexpr std::uint64_t few = 256;
+    static constexpr std::uint64_t few = (std::uint64_t{16} << 10U) / sizeof(T);
 
     T* allocate(std::uint64_t count) {
         allocated_ = std::make_unique_for_overwrite<T[]>(count);

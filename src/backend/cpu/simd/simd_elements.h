@@ -77,6 +77,8 @@ struct RealElements {
         SimdKernels::store<Set>(elements + index, as_result<Set>(value), lanes);
     }
 
+    static void prefetch(Input elements, Index index) { __builtin_prefetch(elements + index); }
+
     static PackedOutput packed(void* memory) { return static_cast<PackedOutput>(memory); }
     static PackedInput offset_packed(PackedInput elements, Index index) { return elements + index; }
     static void store_packed(PackedOutput elements, Index index, Value value) {
@@ -132,6 +134,10 @@ struct SplitElements : PackedPlanes<InstructionSet> {
         return {elements.real + index, elements.imag + index};
     }
     static Part first_lanes(Index count) { return Set::first_lanes(count); }
+    static void prefetch(Input elements, Index index) {
+        __builtin_prefetch(elements.real + index);
+        __builtin_prefetch(elements.imag + index);
+    }
 
     static Value broadcast(Input elements, Index index) {
         return broadcast_complex<Set>(elements.real[index], elements.imag[index]);
@@ -179,6 +185,10 @@ struct InterleavedElements : PackedPlanes<InstructionSet> {
     static Input input(const Element* elements) { return reinterpret_cast<Input>(elements); }
     static Output output(Element* elements) { return reinterpret_cast<Output>(elements); }
     static Input offset(Input elements, Index index) { return elements + 2 * index; }
+    static void prefetch(Input elements, Index index) {
+        __builtin_prefetch(elements + 2 * index);
+        __builtin_prefetch(elements + 2 * index + Set::lanes);
+    }
 
     static Value broadcast(Input elements, Index index) {
         return broadcast_complex<Set>(elements[2 * index], elements[2 * index + 1]);
