@@ -244,11 +244,12 @@ void measure_memory(const Policy<T>& policy, const MachineLimits& limits) {
         const std::size_t traced = n / kept;
         const std::size_t line = 64 / sizeof(T);
         measure({kept == 64 ? "partial_trace_left to 64" : "partial_trace_left to 2048",
-                 policy.name, n, bytes(traced * kept * kept), 0.9, limits.read, "GB"},
+                 policy.name, n, bytes((traced + 2) * kept * kept), 0.9, limits.read, "GB"},
                 kernel<T>(FloatingOperation::partial_trace_left, matrix<T>(kept, kept),
                           matrix<T>(n, n)));
         measure({kept == 64 ? "partial_trace_right to 64" : "partial_trace_right to 2048",
-                 policy.name, n, bytes(n * kept * std::min(line, traced)), 0.9, limits.read, "GB"},
+                 policy.name, n, bytes(n * kept * std::min(line, traced) + 2 * kept * kept), 0.9,
+                 limits.read, "GB"},
                 kernel<T>(FloatingOperation::partial_trace_right, matrix<T>(kept, kept),
                           matrix<T>(n, n)));
     }

@@ -107,42 +107,76 @@ class PartialTrace {
     /// A(i kept_step + t traced_step, j kept_step + t traced_step).
     void fill(std::uint64_t kept_step, std::uint64_t traced_step) const {
         const auto lines = lines_along(result_.layout, A_);
-        const std::uint64_t step = kept_step * lines.stride;
         fill_lines(result_, work_of(result_.rows, result_.cols, traced_),
                    [&](std::uint64_t line, std::uint64_t begin, std::uint64_t end, T* out) {
                        for (; begin < end; begin += sums_in_flight, out += sums_in_flight) {
-                           const std::uint64_t count = std::min(sums_in_flight, end - begin);
-                           ComputeOf<T> sums[sums_in_flight]{};
-                           for (std::uint64_t t = 0; t < traced_ * traced_step; t += traced_step) {
-                               add(sums, &lines(line * kept_step + t, begin * kept_step + t), step,
-                                   count);
-                           }
-                           store_results(sums, out, count);
+                           fill_run({.terms = &lines(line * kept_step, begin * kept_step),
+                                     .step = kept_step * lines.stride,
+                                     .term_step = traced_step * (lines.line_stride + lines.stride),
+                                     .count = std::min(sums_in_flight, end - begin)},
+                                    out);
                        }
                    });
     }
 
   private:
-    /// Sums of neighbours that are formed side by side, as many as the first cache holds with ease.
+    /// Sums of neighbours that are formed side by side: as many as the first cache holds with ease.
     static constexpr std::uint64_t sums_in_flight = 256;
+
+    /// Where the terms of some neighbours lie.
+    struct Run {
+        const T* terms;          ///< the first of the first sum
+        std::uint64_t step;      ///< from a sum to its neighbour
+        std::uint64_t term_step; ///< from a term to the next of a sum
+        std::uint64_t count;     ///< of sums
+    };
+
+    void fill_run(const Run& run, T* out) const {
+        if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+            const auto* kernels = SimdKernels::unfused_kernels<T>();
+            if (run.step == 1 && kernels != nullptr) {
+                kernels->sum_of_runs(run.terms, run.term_step, traced_, out, run.count);
+                return;
+            }
+        }
+        const Scratch<ComputeOf<T>> sums(run.count);
+        std::fill_n(sums.data(), run.count, ComputeOf<T>{});
+        for (std::uint64_t t = 0; t < traced_; ++t) {
+            add(sums.data(), run.terms + t * run.term_step, run.step, run.count);
+        }
+        store_results(sums.data(), out, run.count);
+    }
+
+    /// Up to this step all elements on the way are widened at once.
+    static constexpr std::uint64_t widened_step = 8;
 
     /// Adds elements that lie `step` apart.
     static void add(ComputeOf<T>* sums, const T* elements, std::uint64_t step,
                     std::uint64_t count) {
-        if (step != 1) {
-            for (std::uint64_t i = 0; i < count; ++i) {
-                sums[i] += widened(elements[i * step]);
+        if constexpr (!std::is_same_v<T, ComputeOf<T>>) {
+            if (step <= widened_step && count > 0) {
+                const std::uint64_t widened = (count - 1) * step + 1;
+                const Scratch<ComputeOf<T>> terms(widened);
+                widen_elements(elements, terms.data(), widened);
+                add_strided(sums, terms.data(), step, count);
+                return;
             }
-        } else if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+        }
+        add_strided(sums, elements, step, count);
+    }
+
+    template <typename Element>
+    static void add_strided(ComputeOf<T>* sums, const Element* elements, std::uint64_t step,
+                            std::uint64_t count) {
+        const auto add_each = [=](auto distance) {
             for (std::uint64_t i = 0; i < count; ++i) {
-                sums[i] += elements[i];
+                sums[i] += static_cast<ComputeOf<T>>(elements[i * distance]);
             }
+        };
+        if (step == 1) {
+            add_each(std::integral_constant<std::uint64_t, 1>{}); // by vectors
         } else {
-            ComputeOf<T> terms[sums_in_flight];
-            widen_elements(elements, terms, count);
-            for (std::uint64_t i = 0; i < count; ++i) {
-                sums[i] += terms[i];
-            }
+            add_each(step);
         }
     }
 

@@ -25,6 +25,7 @@ constexpr UnfusedKernels<typename Elements::Element> make_unfused_kernels() {
         .subtract_product = strided_product<Elements, Update::subtract>,
         .row_products = strided_row_products<Elements>,
         .kron = Kron<Elements>::kron,
+        .sum_of_runs = sum_of_runs<Elements>,
     };
 }
 

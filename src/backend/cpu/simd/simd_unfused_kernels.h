@@ -56,6 +56,8 @@ struct UnfusedKernels {
     /// (i1 b_rows + i2, j1 b_cols + j2) is A(i1, j1) B(i2, j2).
     void (*kron)(StridedRows<const T> A, StridedRows<const T> B, T* out, KronExtents extents,
                  Index begin, Index end);
+    /// out[i] = the sum over increasing t of elements[t step + i], from zero, for `count` of them.
+    void (*sum_of_runs)(const T* elements, Index step, Index terms, T* out, Index count);
 };
 
 /// Elements of two bytes, by their bits, as floats, which is exact but for the payload of a NaN;
