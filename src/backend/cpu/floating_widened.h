@@ -8,6 +8,26 @@
 
 namespace Tessaline {
 
+/// Copies the rows [begin, end) of a matrix to `to`, in compute type and one after the other.
+template <typename T>
+void widen_rows(const FloatingMatrix<const T>& matrix, std::uint64_t begin, std::uint64_t end,
+                ComputeOf<T>* to) {
+    if (matrix.is_row_major()) {
+        widen_elements(matrix.data + begin * matrix.cols, to, (end - begin) * matrix.cols);
+        return;
+    }
+    // A few columns at once, so that the lines that are read and written stay in the first cache.
+    constexpr std::uint64_t columns_at_once = 8;
+    for (std::uint64_t first = 0; first < matrix.cols; first += columns_at_once) {
+        const std::uint64_t last = std::min(matrix.cols, first + columns_at_once);
+        for (std::uint64_t i = begin; i < end; ++i) {
+            for (std::uint64_t j = first; j < last; ++j) {
+                to[(i - begin) * matrix.cols + j] = widened(matrix(i, j));
+            }
+        }
+    }
+}
+
 /// Rows of a matrix, contiguous and in compute type: the operand's own memory where it has that
 /// form, else a copy. Valid while the operand lives.
 template <typename T>
@@ -22,13 +42,13 @@ class WidenedRows {
         : cols_(matrix.cols),
           copy_(serves_itself(matrix) ? 0 : (end - begin) * matrix.cols),
           data_(copy_.data()) {
-        if (!matrix.is_row_major()) {
-            copy_columns(matrix, begin, end);
-        } else if constexpr (std::is_same_v<T, Compute>) {
-            data_ = matrix.data + begin * cols_;
-        } else {
-            widen_elements(matrix.data + begin * cols_, copy_.data(), (end - begin) * cols_);
+        if constexpr (std::is_same_v<T, Compute>) {
+            if (serves_itself(matrix)) {
+                data_ = matrix.data + begin * cols_;
+                return;
+            }
         }
+        widen_rows(matrix, begin, end, copy_.data());
     }
 
     const Compute* operator[](std::uint64_t row) const { return data_ + row * cols_; }
@@ -36,20 +56,6 @@ class WidenedRows {
   private:
     static bool serves_itself(const FloatingMatrix<const T>& matrix) {
         return std::is_same_v<T, Compute> && matrix.is_row_major();
-    }
-
-    /// A few columns at once, so that the lines that are read and written stay in the first cache.
-    void copy_columns(const FloatingMatrix<const T>& matrix, std::uint64_t begin,
-                      std::uint64_t end) {
-        constexpr std::uint64_t columns_at_once = 8;
-        for (std::uint64_t first = 0; first < cols_; first += columns_at_once) {
-            const std::uint64_t last = std::min(cols_, first + columns_at_once);
-            for (std::uint64_t i = begin; i < end; ++i) {
-                for (std::uint64_t j = first; j < last; ++j) {
-                    copy_.data()[(i - begin) * cols_ + j] = widened(matrix(i, j));
-                }
-            }
-        }
     }
 
     std::uint64_t cols_;

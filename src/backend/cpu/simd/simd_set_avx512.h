@@ -28,7 +28,7 @@ struct Avx512 {
     static constexpr std::size_t real_tile_rows = 6;
     static constexpr std::size_t real_tile_vectors = 4;
     static constexpr std::size_t split_tile_rows = 4;
-    static constexpr std::size_t split_tile_vectors = 3;
+    static constexpr std::size_t split_tile_vectors = 2;
 
     /// The first `count` lanes, at most all.
     static Mask first_lanes(std::size_t count) { return static_cast<Mask>((1U << count) - 1); }
