@@ -29,61 +29,89 @@ class RowProducts {
     template <typename Product>
     static void run(Strided<Input> A, Input x, typename Elements::Output out, Index rows,
                     Index cols, const Product& times) {
+        const RowProducts products{A, x, cols};
         const Index row_bytes = cols * Elements::parts * sizeof(typename Set::Component);
-        const bool from_memory = rows > prefetched_row_bytes / (row_bytes + 1);
-        for_element_vectors<Elements>(rows, [&](Index row, auto part) {
-            const Input first = Elements::offset(A.data, row * A.stride);
-            const Tile tile{first, A.stride, lanes_of(part, rows - row), x, cols};
-            Value sums =
-                from_memory ? tile.template sums<true>(times) : tile.template sums<false>(times);
-            if constexpr (Elements::recovers_infinities) {
-                sums = tile.recovered(sums);
-            }
-            Elements::store(out, row, sums, part);
-        });
+        if (rows > prefetched_row_bytes / (row_bytes + 1)) {
+            products.template fill<true>(out, rows, times);
+        } else {
+            products.template fill<false>(out, rows, times);
+        }
     }
 
   private:
-    /// Up to `lanes` rows and the vector.
-    struct Tile {
-        Input first;
-        Index stride;
-        Index rows;
-        Input x;
-        Index cols;
+    /// Tiles whose sums run side by side. One alone would wait for each of its additions, where
+    /// they take longer than the transpose.
+    static constexpr Index tiles =
+        Set::row_tiles > Elements::parts ? Set::row_tiles / Elements::parts : 1;
 
-        template <bool Prefetches, typename Product>
-        Value sums(const Product& times) const {
-            Value sums = Elements::zero();
-            for_element_vectors<Elements>(cols, [&](Index k, auto columns) {
-                const Value factor = Elements::load(x, k, columns);
+    RowProducts(Strided<Input> A, Input x, Index cols) : a_(A), x_(x), cols_(cols) {}
+
+    template <bool Prefetches, typename Product>
+    void fill(typename Elements::Output out, Index rows, const Product& times) const {
+        Index row = 0;
+        if constexpr (tiles > 1) {
+            for (; row + tiles * lanes <= rows; row += tiles * lanes) {
+                fill_tiles<tiles, Prefetches>(out, row, AllLanes{}, lanes, times);
+            }
+        }
+        for (; row < rows; row += lanes) {
+            if (row + lanes <= rows) {
+                fill_tiles<1, Prefetches>(out, row, AllLanes{}, lanes, times);
+            } else {
+                fill_tiles<1, Prefetches>(out, row, Elements::first_lanes(rows - row), rows - row,
+                                          times);
+            }
+        }
+    }
+
+    /// `count` is of the rows of a tile.
+    template <Index Tiles, bool Prefetches, typename Lanes, typename Product>
+    void fill_tiles(typename Elements::Output out, Index row, Lanes part, Index count,
+                    const Product& times) const {
+        const Strided<Input> A = a_;
+        const Input x = x_;
+        const Index cols = cols_;
+        Value sums[Tiles];
+        for_places<Tiles>([&](auto tile) { sums[tile.value] = Elements::zero(); });
+        for_element_vectors<Elements>(cols, [&](Index k, auto columns) {
+            const Value factor = Elements::load(x, k, columns);
+            for_places<Tiles>([&](auto tile) {
+                const Input first =
+                    Elements::offset(A.data, (row + tile.value * lanes) * A.stride + k);
                 Register terms[Elements::parts][lanes];
                 for_places<lanes>([&](auto i) {
                     // Rows beyond the last give no element; any product will do.
-                    const Index element = (i.value < rows ? i.value : 0) * stride + k;
+                    const Index line = (i.value < count ? i.value : 0) * A.stride;
                     if constexpr (Prefetches) {
-                        Elements::prefetch(first, element + 8 * lanes);
+                        Elements::prefetch(first, line + 16 * lanes);
                     }
-                    put(times(Elements::load(first, element, columns), factor), terms, i);
+                    put(times(Elements::load(first, line, columns), factor), terms, i);
                 });
-                add_columns(sums, terms, lanes_of(columns, cols - k));
+                add_columns(sums[tile.value], terms, lanes_of(columns, cols - k));
             });
-            return sums;
-        }
-
-        Value recovered(Value found) const {
-            if (lost_lanes<Set>(found) == 0) {
-                return found;
+        });
+        for_places<Tiles>([&](auto tile) {
+            const Index start = row + tile.value * lanes;
+            Value sum = sums[tile.value];
+            if constexpr (Elements::recovers_infinities) {
+                sum = recovered(sum, Elements::offset(a_.data, start * a_.stride), count);
             }
-            return InfinityRecovery<Set>::template recovered<Update::replace>(found, rows,
-                                                                              {.A = x,
-                                                                               .B = first,
-                                                                               .b_step = 1,
-                                                                               .b_next = stride,
-                                                                               .terms = cols,
-                                                                               .before = nullptr});
+            Elements::store(out, start, sum, part);
+        });
+    }
+
+    Value recovered(Value found, Input first, Index count) const {
+        if (lost_lanes<Set>(found) == 0) {
+            return found;
         }
-    };
+        return InfinityRecovery<Set>::template recovered<Update::replace>(found, count,
+                                                                          {.A = x_,
+                                                                           .B = first,
+                                                                           .b_step = 1,
+                                                                           .b_next = a_.stride,
+                                                                           .terms = cols_,
+                                                                           .before = nullptr});
+    }
 
     static constexpr Index lanes_of(AllLanes, Index) { return lanes; }
     static Index lanes_of(typename Elements::Part, Index rest) { return rest; }
@@ -117,6 +145,10 @@ class RowProducts {
         }
         return sum;
     }
+
+    Strided<Input> a_;
+    Input x_;
+    Index cols_;
 };
 
 /// out = A x.

@@ -25,6 +25,8 @@ struct Avx256Double {
     static constexpr std::size_t real_tile_vectors = 2;
     static constexpr std::size_t split_tile_rows = 2;
     static constexpr std::size_t split_tile_vectors = 2;
+    /// Tiles of row products side by side.
+    static constexpr std::size_t row_tiles = 4;
 
     /// The first `count` lanes, at most all.
     static Mask first_lanes(std::size_t count) {

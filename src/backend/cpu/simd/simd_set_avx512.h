@@ -29,6 +29,8 @@ struct Avx512 {
     static constexpr std::size_t real_tile_vectors = 4;
     static constexpr std::size_t split_tile_rows = 4;
     static constexpr std::size_t split_tile_vectors = 2;
+    /// Tiles of row products side by side.
+    static constexpr std::size_t row_tiles = 1;
 
     /// The first `count` lanes, at most all.
     static Mask first_lanes(std::size_t count) { return static_cast<Mask>((1U << count) - 1); }
