@@ -52,6 +52,11 @@ test: configure-release ## build everything and run every test
 	@$(call build,release)
 	@scripts/test.sh
 
+.PHONY: stubs
+stubs: configure-release ## renew the published types of the native module
+	@$(call build,release) --target tessaline_stubs
+	@cp build/release/python/stubs/_native.pyi python/tessaline/_native.pyi
+
 .PHONY: bench
 bench: ## build the benchmarks and print their figures
 	@scripts/setup.sh bench
