@@ -69,6 +69,17 @@ tsan: .venv/.ready ## run the C++ tests under ThreadSanitizer
 	@$(call build,tsan)
 	@$(NO_RANDOMISATION) ctest --preset tsan -j$(JOBS)
 
+FUZZ_SECONDS ?= 60
+
+.PHONY: fuzz
+fuzz: ## fuzz the registration of plugins' kernels for a minute
+	@scripts/setup.sh fuzz
+	@$(call configure,fuzz)
+	@$(call build,fuzz) --target fuzz_register_kernel
+	@mkdir -p build/fuzz/found
+	@build/fuzz/tests/fuzz/fuzz_register_kernel -max_total_time=$(FUZZ_SECONDS) -max_len=512 \
+	    -print_final_stats=1 -artifact_prefix=build/fuzz/ build/fuzz/found tests/fuzz/corpus/register_kernel
+
 .PHONY: format
 format: .venv/.ready ## lay out every C++ file
 	@$(CLANG_FORMAT) -i $(CXX_FILES)

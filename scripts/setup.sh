@@ -3,6 +3,8 @@
 # Makes a machine ready to build and test: installs the Debian packages that are missing, creates
 # .venv and fills it from scripts/requirements.txt. Does nothing where nothing is missing.
 #
+# With the argument "fuzz" it also installs what fuzzing needs.
+#
 # PYTHON names the interpreter that .venv is made from (default: python3).
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -10,6 +12,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 python="${PYTHON:-python3}"
 requirements=scripts/requirements.txt
 stamp=.venv/.ready
+purpose="${1:-}"
 
 fail() {
     echo "setup: $*" >&2
@@ -31,6 +34,11 @@ has_venv() {
     "$python" -c 'import ensurepip, venv' 2>/dev/null
 }
 
+has_fuzzer() {
+    printf 'extern "C" int LLVMFuzzerTestOneInput(const char*, long) { return 0; }' |
+        clang++-16 -fsanitize=fuzzer,address -x c++ - -o /dev/null 2>/dev/null
+}
+
 # Each package is asked for by what it brings, so that a tool from elsewhere counts as well.
 missing_packages() {
     { command -v g++ && command -v make; } >/dev/null || echo build-essential
@@ -44,6 +52,7 @@ missing_packages() {
     has_header gtest/gtest.h || echo libgtest-dev
     has_header gmock/gmock.h || echo libgmock-dev
     has_header benchmark/benchmark.h || echo libbenchmark-dev
+    [ "$purpose" != fuzz ] || has_fuzzer || echo clang-16 libclang-rt-16-dev
 }
 
 as_root() {
