@@ -53,7 +53,9 @@ test: configure-release ## build everything and run every test
 	@scripts/test.sh
 
 .PHONY: bench
-bench: configure-release ## build the benchmarks and print their figures
+bench: ## build the benchmarks and print their figures
+	@scripts/setup.sh bench
+	@$(call configure,release)
 	@$(call build,release)
 	@PYTHONPATH=build/release/python .venv/bin/python bench/report.py build/release
 

@@ -3,16 +3,17 @@
 # Makes a machine ready to build and test: installs the Debian packages that are missing, creates
 # .venv and fills it from scripts/requirements.txt. Does nothing where nothing is missing.
 #
-# With the argument "fuzz" it also installs what fuzzing needs.
+# setup.sh bench   also installs the peers that the benchmarks compare with
+# setup.sh fuzz    also installs a compiler with a fuzzer
 #
 # PYTHON names the interpreter that .venv is made from (default: python3).
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 python="${PYTHON:-python3}"
+purpose="${1:-}"
 requirements=scripts/requirements.txt
 stamp=.venv/.ready
-purpose="${1:-}"
 
 fail() {
     echo "setup: $*" >&2
@@ -52,6 +53,10 @@ missing_packages() {
     has_header gtest/gtest.h || echo libgtest-dev
     has_header gmock/gmock.h || echo libgmock-dev
     has_header benchmark/benchmark.h || echo libbenchmark-dev
+    if [ "$purpose" = bench ]; then
+        has_header openblas-pthread/cblas.h || echo libopenblas-dev
+        has_header lapacke.h || echo liblapacke-dev
+    fi
     [ "$purpose" != fuzz ] || has_fuzzer || echo clang-16 libclang-rt-16-dev
 }
 

@@ -2,6 +2,7 @@
 #include "module_facts.h"
 
 #include "tessaline/backend/cpu/cpu_simd.h"
+#include "tessaline/backend/cuda/cuda_device.h"
 #include "tessaline/storage/numeric_policy.h"
 
 namespace nb = nanobind;
@@ -41,8 +42,17 @@ void define_numeric_policies(nb::module_& module) {
                "The compiled pairs of storage and compute dtype.");
 }
 
-void define_build_info(nb::module_& module) {
-    module.def("build_info", &build_info, "Facts of this build.");
+void define_machine_facts(nb::module_& module) {
+    module
+        .def(
+            "available_backends", [] { return nb::make_tuple("cpu", "cuda"); },
+            "The families of backends that the system knows, whatever this machine has.")
+        .def(
+            "cuda_is_available", [] { return cuda_device_count() > 0; },
+            "Whether this process sees a CUDA device.")
+        .def("cuda_device_count", &cuda_device_count,
+             "The number of CUDA devices that this process sees.")
+        .def("build_info", &build_info, "Facts of this build.");
 }
 
 } // namespace Tessaline::Python

@@ -8,6 +8,6 @@
 namespace Tessaline::Python {
 
 void define_numeric_policies(nanobind::module_& module);
-void define_build_info(nanobind::module_& module);
+void define_machine_facts(nanobind::module_& module);
 
 } // namespace Tessaline::Python

@@ -17,5 +17,5 @@ NB_MODULE(_native, module) {
     Tessaline::Python::define_catalogue(module);
     Tessaline::Python::define_context(module);
     Tessaline::Python::define_structured_operands(module);
-    Tessaline::Python::define_build_info(module);
+    Tessaline::Python::define_machine_facts(module);
 }

@@ -4,6 +4,7 @@
 #include "execute_operation.h"
 #include "result_policy.h"
 
+#include "tessaline/backend/cuda/cuda_device.h"
 #include "tessaline/frontend/tessaline_context_builder.h"
 
 #include <nanobind/stl/optional.h>
@@ -41,7 +42,9 @@ CpuRuntimeOptions runtime_options(const NativeContext::Arguments& arguments) {
 BackendExecutor backend_executor(const NativeContext::Arguments& arguments) {
     CpuRuntimeOptions options = runtime_options(arguments);
     if (arguments.cuda_device >= 0) {
-        throw std::runtime_error("Context - this build has no CUDA backend, so no CUDA device");
+        // The first thing that a context on a device makes is the device's memory pool.
+        validate_cuda_device_id(arguments.cuda_device, "GpuMemoryPool");
+        throw std::runtime_error("Context - this build has no CUDA backend");
     }
     return BackendExecutor::cpu_only(std::move(options));
 }
@@ -60,6 +63,19 @@ NativeContext::NativeContext(const Arguments& arguments)
       thread_count_(arguments.thread_count),
       min_parallel_work_(arguments.min_parallel_work),
       cuda_device_(arguments.cuda_device) {}
+
+void NativeContext::activate_cuda() const {
+    set_current_cuda_device(cuda_device_, "activate Python CUDA kernel device");
+}
+
+void NativeContext::await_binding(const DeviceArray& binding) const {
+    if (cuda_device_ < 0) {
+        throw std::invalid_argument("CUDA array requires a device-specific Context");
+    }
+    if (binding.device_id() != cuda_device_) {
+        throw std::invalid_argument("CUDA array device does not match the execution Context");
+    }
+}
 
 void define_context(nb::module_& module) {
     nb::class_<NativeContext>(module, "Context", "An execution context.")
@@ -84,14 +100,24 @@ void define_context(nb::module_& module) {
         .def_prop_ro("min_parallel_work", &NativeContext::min_parallel_work)
         .def_prop_ro("cuda_device", &NativeContext::cuda_device)
         .def(
+            "synchronise", [](const NativeContext&) {}, "Wait for the context's device work.")
+        .def_prop_ro(
+            "cuda_stream",
+            [](const NativeContext&) -> std::uint64_t {
+                throw std::invalid_argument("CUDA operation requires a device-specific Context");
+            },
+            "The stream of the context's device work.")
+        .def("activate_cuda", &NativeContext::activate_cuda,
+             "Make the context's device the current one of this thread.")
+        .def("await_binding", &NativeContext::await_binding, "binding"_a,
+             "Check that an array lies on the context's device.")
+        .def(
             "execute",
             [](const NativeContext& self, std::string_view operation, const nb::dict& bindings,
                const nb::dict& locations, const nb::dict& compute_dtypes) {
                 return execute_operation(self, operation, bindings, locations, compute_dtypes);
             },
             "operation"_a, "bindings"_a, "locations"_a, "compute_dtypes"_a = nb::dict())
-        .def(
-            "synchronise", [](const NativeContext&) {}, "Wait for the context's device work.")
         .def("_result_policy", &result_policy, "operation"_a, "inputs"_a, "output_shape"_a,
              "output_dtype"_a = "");
 }

@@ -8,12 +8,16 @@
 #include "tessaline/frontend/tessaline_executor.h"
 
 #include <nanobind/nanobind.h>
+#include <nanobind/ndarray.h>
 
 #include <memory>
 #include <optional>
 #include <string>
 
 namespace Tessaline::Python {
+
+/// An array on a device that is read, in C order.
+using DeviceArray = nanobind::ndarray<nanobind::ro, nanobind::c_contig, nanobind::device::cuda>;
 
 /// Constructed once and never changed; several Python threads may use one.
 class NativeContext {
@@ -39,6 +43,13 @@ class NativeContext {
     std::size_t thread_count() const { return thread_count_; }
     std::size_t min_parallel_work() const { return min_parallel_work_; }
     std::int32_t cuda_device() const { return cuda_device_; }
+
+    /// Makes the context's device the calling thread's current one, and leaves it so. Raises
+    /// BackendLibraryError, without a device that of no device.
+    void activate_cuda() const;
+    /// Raises std::invalid_argument unless the array lies on the context's device. Waits for
+    /// nothing.
+    void await_binding(const DeviceArray& binding) const;
 
     const TessalineContext& context() const { return *context_; }
     const TessalineExecutor& executor() const { return executor_; }
