@@ -13,7 +13,7 @@ export JOBS
 WARNINGS_AS_ERRORS := $(if $(filter true,$(CI)),ON,OFF)
 
 CLANG_FORMAT ?= $(firstword $(shell command -v clang-format-14 clang-format))
-CXX_FILES = $(shell git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp')
+CXX_FILES = $(shell git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp' '*.c')
 
 # ThreadSanitizer of g++ 12 cannot map its memory where addresses are randomised widely.
 NO_RANDOMISATION := $(shell setarch -R true 2>/dev/null && echo setarch -R)

@@ -172,10 +172,9 @@ class Context(_native.Context):
     def call(self, operation: str, *inputs: Any, out: Any) -> Any:
         """Runs any operation of the catalogue by its id, such as one of a plugin.
 
-        `inputs` and `out`, one operand or a tuple of them, are arrays and structured operands as
-        the operation takes them: nothing is converted, so that the choice of an implementation
-        stays the caller's. A scalar operand is an array of rank 0 or, as an input, a NumPy scalar.
-        Returns `out`.
+        `inputs` and `out`, one array or a tuple of them, are what the operation takes: nothing is
+        converted, so that the choice of an implementation stays the caller's. A scalar is an array
+        of rank 0 or, as an input, a NumPy scalar. Returns `out`.
 
         Raises:
             IndexError: for an operation that the catalogue does not have.

@@ -248,8 +248,17 @@ TEST(PluginAbi, ValuesCrossTheInterfaceAndBack) {
     EXPECT_EQ(abi_backend(BackendKind::cuda), 3U);
     EXPECT_EQ(abi_backend(BackendKind{3}), 0U);
     EXPECT_EQ(abi_backend(BackendKind{-1}), 0U);
-    for (const ScalarMetadata& row : scalar_types) {
-        EXPECT_EQ(scalar_type(abi_buffer_element_type(row.type)), row.type) << row.name;
+    constexpr std::pair<ScalarType, std::uint32_t> types[] = {
+        {ScalarType::Float32, 1},      {ScalarType::Float64, 2},      {ScalarType::Int32, 3},
+        {ScalarType::Int64, 4},        {ScalarType::Complex64, 5},    {ScalarType::Complex128, 6},
+        {ScalarType::ComplexInt32, 8}, {ScalarType::ComplexInt64, 9}, {ScalarType::Float16, 10},
+        {ScalarType::UInt32, 11},      {ScalarType::UInt64, 12},      {ScalarType::BFloat16, 13},
+        {ScalarType::Complex32, 14},
+    };
+    static_assert(std::size(types) == scalar_types.size());
+    for (const auto& [type, value] : types) {
+        EXPECT_EQ(abi_buffer_element_type(type), value);
+        EXPECT_EQ(scalar_type(value), type);
     }
     EXPECT_EQ(abi_buffer_element_type(ScalarType{13}), 0U);
     const auto sparse = OperandDescriptor(

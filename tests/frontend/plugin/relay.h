@@ -133,7 +133,7 @@ class Relay {
         return init_(loading);
     }
 
-    relay_script script_{};
+    RelayScript script_{};
     Init init_;
     int shutdowns_ = 0;
 };

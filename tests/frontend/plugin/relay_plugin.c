@@ -27,7 +27,7 @@ tessaline_status tessaline_plugin_init(const tessaline_host* host,
                                        const tessaline_error_sink* sink) {
     const char* text = getenv(RELAY_VARIABLE);
     void* address = NULL;
-    relay_script* script;
+    RelayScript* script;
     if (text == NULL || sscanf(text, "%p", &address) != 1) {
         return tessaline_fail(sink, TESSALINE_STATUS_INTERNAL_ERROR, "no script");
     }

@@ -6,13 +6,13 @@
 
 #include <tessaline/plugin.h>
 
-/* The environment variable that holds the address of a relay_script. */
+/* The environment variable that holds the address of a RelayScript. */
 #define RELAY_VARIABLE "TESSALINE_TEST_RELAY"
 
-typedef struct relay_script {
+typedef struct RelayScript {
     tessaline_plugin_init_fn init;  /* runs as the plugin's initialisation */
     tessaline_shutdown_fn shutdown; /* the library's own: counts up the int that it is given */
     tessaline_kernel_fn negate;     /* the library's own: the negated float vector */
-} relay_script;
+} RelayScript;
 
 #endif
