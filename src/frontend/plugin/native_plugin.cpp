@@ -49,8 +49,8 @@ void check_namespace(const std::string& id, const RegistrationContext& registrat
     const std::string prefix = id + ".";
     require(!registration.kernels.empty(), "native plugin must register at least one kernel");
     for (const StagedOperation& staged : registration.operations) {
-        const std::string& name = staged.operation.name();
-        if (!name.starts_with(prefix) || name.size() == prefix.size()) {
+        // A name cannot end in a dot, so it goes on behind the prefix.
+        if (!staged.operation.name().starts_with(prefix)) {
             throw std::invalid_argument("native kernel operation '" + staged.operation.canonical() +
                                         "' is outside plugin namespace '" + id + "'");
         }

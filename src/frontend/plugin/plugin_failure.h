@@ -18,6 +18,7 @@ class ErrorCapture {
     /// Refers to this capture.
     tessaline_error_sink sink();
 
+    tessaline_status status() const { return status_; }
     const std::string& message() const { return message_; }
 
     /// The function behind `tessaline_error_sink::report`; `user_data` is the capture.

@@ -75,7 +75,7 @@ TEST_F(NativePluginTest, FaultyPluginsAreRefusedAndLeaveNothingBehind) {
             loading.metadata.cuda_runtime_max = highest;
         };
     };
-    const Row rows[] = {
+    const Row ordered[] = {
         {[](const Loading& loading) { loading.metadata.abi_revision = 2; },
          "native plugin ABI revision mismatch: expected 1, received 2"},
         {[](const Loading& loading) {
@@ -90,10 +90,23 @@ TEST_F(NativePluginTest, FaultyPluginsAreRefusedAndLeaveNothingBehind) {
          "native plugin version must not be empty"},
         {[](const Loading& loading) { loading.metadata.cuda_runtime_min = 12000; },
          "native CPU plugin declared CUDA runtime requirements"},
+        {name("tessaline"), "native plugin may not use the reserved 'tessaline' namespace"},
+    };
+    // Each with the faults behind it, which are not reached.
+    for (std::size_t first = 0; first < std::size(ordered); ++first) {
+        expect_refused(
+            [&](const Loading& loading) {
+                for (std::size_t fault = std::size(ordered); fault-- > first;) {
+                    ordered[fault].change(loading);
+                }
+                return loading.register_kernel(good);
+            },
+            ordered[first].message);
+    }
+    const Row rows[] = {
         {cuda(13000, 12000), "native plugin CUDA runtime range is malformed"},
         {name(""), "OperationId - namespace segments must not be empty"},
         {name("Acme"), "OperationId - names must use lower-case ASCII identifier segments"},
-        {name("tessaline"), "native plugin may not use the reserved 'tessaline' namespace"},
         {name("tessaline.acme"), "native plugin may not use the reserved 'tessaline' namespace"},
         {name("tessaline2"),
          "native kernel operation 'acme.f@1' is outside plugin namespace 'tessaline2'"},

@@ -295,6 +295,14 @@ TEST_F(PluginKernelTest, StorageThatContradictsItselfIsRefused) {
          },
          "buffer layout mismatch at index 0"},
         {[](FaultyVector& vector) {
+             vector.change_mutable = [](MutableBufferView& view) { view.element_size = 8; };
+         },
+         "buffer layout mismatch at index 0"},
+        {[](FaultyVector& vector) {
+             vector.change_mutable = [](MutableBufferView& view) { view.role = BufferRole::real; };
+         },
+         "buffer layout mismatch at index 0"},
+        {[](FaultyVector& vector) {
              vector.change_mutable = [](MutableBufferView& view) { view.type = &typeid(int); };
          },
          "buffer layout mismatch at index 0"},

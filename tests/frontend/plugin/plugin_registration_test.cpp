@@ -310,6 +310,7 @@ TEST(PluginFailure, TheLastReportCountsAndMayBeMalformed) {
     sink.report(sink.user_data, 3, tessaline_string_from("first"));
     sink.report(sink.user_data, 3, {"second, not terminated", 6});
     EXPECT_EQ(capture.message(), "second");
+    EXPECT_EQ(capture.status(), 3);
     sink.report(sink.user_data, 3, {nullptr, 3});
     EXPECT_EQ(capture.message(), "plugin supplied a malformed error message");
     sink.report(sink.user_data, 3, {nullptr, 0});
