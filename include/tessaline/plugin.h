@@ -241,7 +241,8 @@ typedef struct tessaline_host {
     tessaline_register_kernel_fn register_kernel;
 } tessaline_host;
 
-/* Filled by the plugin; all fields but `struct_size` are 0 before. */
+/* Filled by the plugin. All fields are 0 before but `struct_size`, the room that the runtime offers:
+ * a plugin that knows a longer record writes no further. */
 typedef struct tessaline_plugin_metadata {
     uint32_t struct_size;
     uint32_t abi_revision;          /* TESSALINE_PLUGIN_ABI_REVISION */
