@@ -68,7 +68,7 @@ from ._vectors import (
     vector_equal,
 )
 
-__version__: str = _native.build_info()["version"]
+__version__ = str(_native.build_info()["version"])
 
 
 def get_include() -> str:

@@ -1,12 +1,12 @@
 """Private native implementation for tessaline"""
 
-from typing import Annotated, overload
+from typing import Any, overload
 
-import numpy
+from numpy import int64
 from numpy.typing import NDArray
 
 
-def numeric_policies() -> tuple:
+def numeric_policies() -> tuple[dict[str, Any], ...]:
     """The compiled pairs of storage and compute dtype."""
 
 class NativeError(RuntimeError):
@@ -15,7 +15,7 @@ class NativeError(RuntimeError):
     library: str
     native_status: int
     status_name: str
-    detail: str
+    detail: str | None
 
 class _Catalogue:
     """A sealed catalogue of operations."""
@@ -23,16 +23,19 @@ class _Catalogue:
     def contains_operation(self, operation: str) -> bool:
         """Whether the catalogue holds an operation, named in canonical form."""
 
-    def operations(self) -> tuple:
+    def operations(self) -> tuple[str, ...]:
         """The ids of all operations, sorted."""
 
-    def describe(self, operation: str) -> dict:
+    def describe(self, operation: str) -> dict[str, Any]:
         """The contract and numerics of an operation as plain dictionaries."""
 
 class ContextBuilder:
     """Builds a catalogue."""
 
     def __init__(self) -> None: ...
+
+    def load_plugin(self, path: str) -> ContextBuilder:
+        """Add the operations of a native plugin; returns the builder itself."""
 
     def build(self) -> _Catalogue:
         """Seal the catalogue. A builder builds once."""
@@ -61,12 +64,12 @@ class Context:
     def activate_cuda(self) -> None:
         """Make the context's device the current one of this thread."""
 
-    def await_binding(self, binding: Annotated[NDArray, dict(order='C', device='cuda', writable=False)]) -> None:
+    def await_binding(self, binding: Any) -> None:
         """Check that an array lies on the context's device."""
 
-    def execute(self, operation: str, bindings: dict, locations: dict, compute_dtypes: dict = {}) -> object: ...
+    def execute(self, operation: str, bindings: dict[int, Any], locations: dict[int, str], compute_dtypes: dict[int, str] = {}) -> Any: ...
 
-    def _result_policy(self, operation: str, inputs: list, output_shape: tuple, output_dtype: str = '') -> tuple: ...
+    def _result_policy(self, operation: str, inputs: list[tuple[str, str, tuple[int, ...]]], output_shape: tuple[int, ...], output_dtype: str = '') -> tuple[str, str]: ...
 
 class LUOperand:
     """Host storage of an LU factorisation, in compute precision."""
@@ -87,10 +90,10 @@ class LUOperand:
     def size(self) -> int: ...
 
     @property
-    def pivots(self) -> Annotated[NDArray[numpy.int64], dict(shape=(None,), device='cpu')]: ...
+    def pivots(self) -> NDArray[int64]: ...
 
     @property
-    def factors(self) -> Annotated[NDArray, dict(device='cpu')]: ...
+    def factors(self) -> NDArray[Any]: ...
 
     @property
     def swaps(self) -> int: ...
@@ -110,10 +113,10 @@ class EigenOperand:
     def size(self) -> int: ...
 
     @property
-    def values(self) -> Annotated[NDArray, dict(device='cpu')]: ...
+    def values(self) -> NDArray[Any]: ...
 
     @property
-    def vectors(self) -> Annotated[NDArray, dict(device='cpu')]: ...
+    def vectors(self) -> NDArray[Any]: ...
 
 class LUFactor:
     """The LU factorisation of one matrix."""
@@ -129,13 +132,13 @@ class LUFactor:
     @property
     def size(self) -> int: ...
 
-    def solve(self, rhs: Annotated[NDArray, dict(order='C', device='cpu')]) -> None:
+    def solve(self, rhs: NDArray[Any]) -> None:
         """Overwrite a right-hand side with the solution."""
 
     def logdet(self) -> object:
         """The logarithm of the determinant."""
 
-def available_backends() -> tuple:
+def available_backends() -> tuple[str, ...]:
     """
     The families of backends that the system knows, whatever this machine has.
     """
@@ -146,5 +149,5 @@ def cuda_is_available() -> bool:
 def cuda_device_count() -> int:
     """The number of CUDA devices that this process sees."""
 
-def build_info() -> dict:
+def build_info() -> dict[str, str | int]:
     """Facts of this build."""
