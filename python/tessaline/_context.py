@@ -16,9 +16,15 @@ from . import _native
 from ._dtypes import WORDS, Dtype, from_word
 from ._errors import UnsupportedError, error_from
 from ._native import NativeError
-from ._signatures import OUTPUT, Signature
+from ._signatures import OUTPUT, Shape, Signature
 
 Policy = Literal["disabled", "auto", "strict"]
+
+#: Shapes and dtypes of the results of a call.
+Results = tuple[tuple[Shape, ...], tuple[Dtype, ...]]
+
+#: Of how many calls the results a context remembers.
+_KNOWN_RESULTS = 4096
 
 _lock = threading.RLock()
 _catalogue: Any = None
@@ -109,6 +115,8 @@ class Context(_native.Context):
         self.numa_policy = numa_policy
         # The catalogue is sealed, so what it once said about result dtypes stays true.
         self._result_dtypes: dict[tuple[Signature, tuple[Dtype, ...]], tuple[Dtype, ...]] = {}
+        #: Shapes and dtypes of the results of calls that were made, by what they depend on.
+        self.known_results: dict[tuple[Any, ...] | None, Results] = {}
 
     def __repr__(self) -> str:
         return (
@@ -140,6 +148,13 @@ class Context(_native.Context):
             known = self._infer(signature, inputs)
             self._result_dtypes[key] = known
         return known
+
+    def remember_results(self, description: tuple[Any, ...] | None, results: Results) -> None:
+        """Notes what a call gives. A program makes few calls that differ in shapes and dtypes."""
+        if len(self.known_results) >= _KNOWN_RESULTS:
+            self.known_results.clear()
+        if description is not None:
+            self.known_results[description] = results
 
     def _infer(self, signature: Signature, inputs: tuple[Dtype, ...]) -> tuple[Dtype, ...]:
         if len(signature.outputs) > 1:
