@@ -16,19 +16,19 @@ namespace Tessaline::SimdKernels {
 struct AllLanes {};
 
 template <typename Set>
-typename Set::Register load(const float* from, AllLanes) {
+typename Set::Register load(const typename Set::Component* from, AllLanes) {
     return Set::load(from);
 }
 template <typename Set>
-typename Set::Register load(const float* from, typename Set::Mask mask) {
+typename Set::Register load(const typename Set::Component* from, typename Set::Mask mask) {
     return Set::load(from, mask);
 }
 template <typename Set>
-void store(float* to, typename Set::Register value, AllLanes) {
+void store(typename Set::Component* to, typename Set::Register value, AllLanes) {
     Set::store(to, value);
 }
 template <typename Set>
-void store(float* to, typename Set::Register value, typename Set::Mask mask) {
+void store(typename Set::Component* to, typename Set::Register value, typename Set::Mask mask) {
     Set::store(to, value, mask);
 }
 
@@ -42,6 +42,22 @@ void for_vectors(std::size_t count, const Body& body) {
     }
     if (i < count) {
         body(i, Set::first_lanes(count - i));
+    }
+}
+
+/// An index that is known at compile time.
+template <Index Value>
+struct Place {
+    static constexpr Index value = Value;
+};
+
+/// Calls `body` with the Place of each index below Count. Unlike a loop over a local array of
+/// registers, which the compiler unrolls only after it has given the array memory.
+template <Index Count, typename Body>
+[[gnu::always_inline]] inline void for_places(const Body& body) {
+    if constexpr (Count > 0) {
+        for_places<Count - 1>(body);
+        body(Place<Count - 1>{});
     }
 }
 
@@ -62,7 +78,7 @@ void store_complex(SplitOutput to, std::size_t index, Complex<Set> value, Lanes 
     store<Set>(to.imag + index, value.imag, lanes);
 }
 template <typename Set>
-Complex<Set> broadcast_complex(float real, float imag) {
+Complex<Set> broadcast_complex(typename Set::Component real, typename Set::Component imag) {
     return {Set::broadcast(real), Set::broadcast(imag)};
 }
 
@@ -88,6 +104,20 @@ Complex<Set> add_product(Complex<Set> c, Complex<Set> a, Complex<Set> b) {
         return {c.real + (a.real * b.real - a.imag * b.imag),
                 c.imag + (a.real * b.imag + a.imag * b.real)};
     }
+}
+
+/// c - a b as a step of an elimination. Only what does not fuse needs it.
+template <typename Set>
+typename Set::Register subtract_product(typename Set::Register c, typename Set::Register a,
+                                        typename Set::Register b) {
+    static_assert(!Set::fuses);
+    return c - a * b;
+}
+template <typename Set>
+Complex<Set> subtract_product(Complex<Set> c, Complex<Set> a, Complex<Set> b) {
+    static_assert(!Set::fuses);
+    return {c.real - (a.real * b.real - a.imag * b.imag),
+            c.imag - (a.real * b.imag + a.imag * b.real)};
 }
 
 /// a b + c d and a b - c d.

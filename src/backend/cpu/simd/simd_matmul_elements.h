@@ -1,26 +1,42 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What the tiles of a matrix product hold: real elements, or complex ones of two planes.
+// What the tiles of a matrix product hold: real elements, or complex ones of two planes or in pairs
+// of parts. Input and Output find elements in memory, Packed keeps a panel of them for the inner
+// loop, and Part names the lanes that take part in a vector at a matrix's edge.
 
 #include "backend/cpu/simd/simd_arithmetic.h"
 
 namespace Tessaline::SimdKernels {
 
+/// The value as it is stored.
+template <typename Set>
+typename Set::Register as_result(typename Set::Register value) {
+    if constexpr (Set::keeps_one_nan) {
+        return Set::with_one_nan(value);
+    } else {
+        return value;
+    }
+}
+
 template <typename InstructionSet>
 struct RealElements {
     using Set = InstructionSet;
+    using Element = typename Set::Component;
     using Value = typename Set::Register;
-    using MatrixInput = RealMatrixInput;
-    using MatrixOutput = RealMatrixOutput;
-    using Input = const float*;
-    using Output = float*;
+    using Part = typename Set::Mask;
+    using Input = const Element*;
+    using Output = Element*;
+    using PackedInput = Input;
+    static constexpr bool must_be_packed = false;
+    static constexpr bool recovers_infinities = false;
     static constexpr Index tile_rows = Set::real_tile_rows;
     static constexpr Index tile_vectors = Set::real_tile_vectors;
 
-    static Input input(MatrixInput matrix) { return matrix.data; }
-    static Output output(MatrixOutput matrix) { return matrix.data; }
+    static Input input(const Element* elements) { return elements; }
+    static Output output(Element* elements) { return elements; }
     static Input offset(Input elements, Index index) { return elements + index; }
+    static Part first_lanes(Index count) { return Set::first_lanes(count); }
 
     static Value zero() { return Set::zero(); }
     static Value broadcast(Input elements, Index index) { return Set::broadcast(elements[index]); }
@@ -29,42 +45,59 @@ struct RealElements {
         return SimdKernels::load<Set>(elements + index, lanes);
     }
     template <typename Lanes>
+    static Value load_packed(PackedInput elements, Index index, Lanes lanes) {
+        return load(elements, index, lanes);
+    }
+    template <typename Lanes>
     static void store(Output elements, Index index, Value value, Lanes lanes) {
-        SimdKernels::store<Set>(elements + index, value, lanes);
+        SimdKernels::store<Set>(elements + index, as_result<Set>(value), lanes);
     }
 
     template <Index Count>
     struct Packed {
-        Input input() const { return elements; }
-        Output output() { return elements; }
-        alignas(64) float elements[Count];
+        PackedInput input() const { return elements; }
+        void store(Index index, Value value) { Set::store(elements + index, value); }
+        alignas(64) Element elements[Count];
     };
+};
+
+template <typename Component>
+struct SplitPlanes {
+    Component* real;
+    Component* imag;
+    operator SplitPlanes<const Component>() const { return {real, imag}; }
+};
+
+/// A packed panel of complex elements.
+template <typename Set, Index Count>
+struct PackedPlanes {
+    SplitPlanes<const typename Set::Component> input() const { return {real, imag}; }
+    void store(Index index, Complex<Set> value) {
+        Set::store(real + index, value.real);
+        Set::store(imag + index, value.imag);
+    }
+    alignas(64) typename Set::Component real[Count];
+    alignas(64) typename Set::Component imag[Count];
 };
 
 template <typename InstructionSet>
 struct SplitElements {
     using Set = InstructionSet;
+    using Component = typename Set::Component;
     using Value = Complex<Set>;
-    using MatrixInput = SplitMatrixInput;
-    using MatrixOutput = SplitMatrixOutput;
+    using Part = typename Set::Mask;
+    using Input = SplitPlanes<const Component>;
+    using Output = SplitPlanes<Component>;
+    using PackedInput = Input;
+    static constexpr bool must_be_packed = false;
+    static constexpr bool recovers_infinities = false;
     static constexpr Index tile_rows = Set::split_tile_rows;
     static constexpr Index tile_vectors = Set::split_tile_vectors;
 
-    struct Input {
-        const float* real;
-        const float* imag;
-    };
-    struct Output {
-        float* real;
-        float* imag;
-        operator Input() const { return {real, imag}; }
-    };
-
-    static Input input(MatrixInput matrix) { return {matrix.real, matrix.imag}; }
-    static Output output(MatrixOutput matrix) { return {matrix.real, matrix.imag}; }
     static Input offset(Input elements, Index index) {
         return {elements.real + index, elements.imag + index};
     }
+    static Part first_lanes(Index count) { return Set::first_lanes(count); }
 
     static Value zero() { return {Set::zero(), Set::zero()}; }
     static Value broadcast(Input elements, Index index) {
@@ -76,18 +109,91 @@ struct SplitElements {
                 SimdKernels::load<Set>(elements.imag + index, lanes)};
     }
     template <typename Lanes>
+    static Value load_packed(PackedInput elements, Index index, Lanes lanes) {
+        return load(elements, index, lanes);
+    }
+    template <typename Lanes>
     static void store(Output elements, Index index, Value value, Lanes lanes) {
-        SimdKernels::store<Set>(elements.real + index, value.real, lanes);
-        SimdKernels::store<Set>(elements.imag + index, value.imag, lanes);
+        SimdKernels::store<Set>(elements.real + index, as_result<Set>(value.real), lanes);
+        SimdKernels::store<Set>(elements.imag + index, as_result<Set>(value.imag), lanes);
     }
 
     template <Index Count>
-    struct Packed {
-        Input input() const { return {real, imag}; }
-        Output output() { return {real, imag}; }
-        alignas(64) float real[Count];
-        alignas(64) float imag[Count];
+    using Packed = PackedPlanes<Set, Count>;
+};
+
+/// Elements lie in pairs of parts in memory, but as two planes in registers and packed panels.
+template <typename InstructionSet>
+struct InterleavedElements {
+    using Set = InstructionSet;
+    using Component = typename Set::Component;
+    using Element = std::complex<Component>;
+    using Value = Complex<Set>;
+    using Input = const Component*;
+    using Output = Component*;
+    using PackedInput = SplitPlanes<const Component>;
+    static constexpr bool must_be_packed = true;
+    static constexpr bool recovers_infinities = true;
+    static constexpr Index tile_rows = Set::split_tile_rows;
+    static constexpr Index tile_vectors = Set::split_tile_vectors;
+    static constexpr Index lanes_in_half = Set::lanes / 2; ///< elements of one vector in memory
+
+    struct Part {
+        typename Set::Mask in_plane;
+        typename Set::Mask in_low;
+        typename Set::Mask in_high;
     };
+    static Part first_lanes(Index count) {
+        const bool fits_low = count <= lanes_in_half;
+        return {Set::first_lanes(count), Set::first_lanes(fits_low ? 2 * count : Set::lanes),
+                Set::first_lanes(fits_low ? 0 : 2 * (count - lanes_in_half))};
+    }
+
+    static Input input(const Element* elements) { return reinterpret_cast<Input>(elements); }
+    static Output output(Element* elements) { return reinterpret_cast<Output>(elements); }
+    static Input offset(Input elements, Index index) { return elements + 2 * index; }
+
+    static Value zero() { return {Set::zero(), Set::zero()}; }
+    static Value broadcast(Input elements, Index index) {
+        return broadcast_complex<Set>(elements[2 * index], elements[2 * index + 1]);
+    }
+    static Value load(Input elements, Index index, AllLanes) {
+        return as_planes(Set::load(elements + 2 * index),
+                         Set::load(elements + 2 * index + Set::lanes));
+    }
+    static Value load(Input elements, Index index, Part part) {
+        return as_planes(Set::load(elements + 2 * index, part.in_low),
+                         Set::load(elements + 2 * index + Set::lanes, part.in_high));
+    }
+    static Value load_packed(PackedInput planes, Index index, AllLanes lanes) {
+        return {SimdKernels::load<Set>(planes.real + index, lanes),
+                SimdKernels::load<Set>(planes.imag + index, lanes)};
+    }
+    static Value load_packed(PackedInput planes, Index index, Part part) {
+        return {Set::load(planes.real + index, part.in_plane),
+                Set::load(planes.imag + index, part.in_plane)};
+    }
+    static void store(Output elements, Index index, Value value, AllLanes) {
+        const Value result{as_result<Set>(value.real), as_result<Set>(value.imag)};
+        Set::store(elements + 2 * index, Set::low_alternated(result.real, result.imag));
+        Set::store(elements + 2 * index + Set::lanes,
+                   Set::high_alternated(result.real, result.imag));
+    }
+    static void store(Output elements, Index index, Value value, Part part) {
+        const Value result{as_result<Set>(value.real), as_result<Set>(value.imag)};
+        Set::store(elements + 2 * index, Set::low_alternated(result.real, result.imag),
+                   part.in_low);
+        Set::store(elements + 2 * index + Set::lanes,
+                   Set::high_alternated(result.real, result.imag), part.in_high);
+    }
+
+    template <Index Count>
+    using Packed = PackedPlanes<Set, Count>;
+
+  private:
+    static Value as_planes(typename Set::Register low, typename Set::Register high) {
+        return {Set::even_elements(low, high), Set::odd_elements(low, high)};
+    }
 };
 
 } // namespace Tessaline::SimdKernels

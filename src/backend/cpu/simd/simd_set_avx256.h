@@ -18,10 +18,12 @@ namespace {
 /// The vocabulary of the kernels: addition, subtraction and multiplication are the operators of
 /// Register. Nothing fuses.
 struct Avx256 {
+    using Component = float;
     using Register = __m256;
     using Mask = __m256i;
     static constexpr std::size_t lanes = 8;
     static constexpr bool fuses = false;
+    static constexpr bool keeps_one_nan = false;
     // Tiles of products: rows, and vectors across, that the 16 registers hold.
     static constexpr std::size_t real_tile_rows = 5;
     static constexpr std::size_t real_tile_vectors = 2;
@@ -45,6 +47,14 @@ struct Avx256 {
     }
     static Register negated(Register value) { return _mm256_xor_ps(value, _mm256_set1_ps(-0.0F)); }
 
+    /// A bit for each lane that is NaN.
+    static unsigned nan_lanes(Register value) {
+        return static_cast<unsigned>(_mm256_movemask_ps(nan_mask(value)));
+    }
+    static Register with_one_nan(Register value) {
+        return _mm256_blendv_ps(value, _mm256_set1_ps(__builtin_nanf("")), nan_mask(value));
+    }
+
     /// The sum of the lanes: the high half onto the low half, then neighbours, twice.
     static float sum(Register value) {
         return sum(_mm_add_ps(_mm256_castps256_ps128(value), _mm256_extractf128_ps(value, 1)));
@@ -67,6 +77,13 @@ struct Avx256 {
     static Register odd_elements(Register a, Register b) {
         return in_order(_mm256_shuffle_ps(a, b, 0xdd));
     }
+    /// The lower and the upper half of what has the elements of a at even and of b at odd places.
+    static Register low_alternated(Register a, Register b) {
+        return _mm256_permute2f128_ps(unpack_low(a, b), unpack_high(a, b), 0x20);
+    }
+    static Register high_alternated(Register a, Register b) {
+        return _mm256_permute2f128_ps(unpack_low(a, b), unpack_high(a, b), 0x31);
+    }
 
     // Of each four lanes of both operands.
     static Register unpack_low(Register a, Register b) { return _mm256_unpacklo_ps(a, b); }
@@ -75,6 +92,8 @@ struct Avx256 {
     static Register high_pairs(Register a, Register b) { return _mm256_shuffle_ps(a, b, 0xee); }
 
   private:
+    static Register nan_mask(Register value) { return _mm256_cmp_ps(value, value, _CMP_UNORD_Q); }
+
     /// Undoes that a shuffle of two vectors takes pairs from them in turn.
     static Register in_order(Register pairs) {
         return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(pairs), 0xd8));

@@ -17,10 +17,12 @@ namespace {
 /// The vocabulary of the kernels: addition, subtraction and multiplication are the operators of
 /// Register. Products fuse where a kernel says so.
 struct Avx512 {
+    using Component = float;
     using Register = __m512;
     using Mask = __mmask16;
     static constexpr std::size_t lanes = 16;
     static constexpr bool fuses = true;
+    static constexpr bool keeps_one_nan = false;
     // Tiles of products: rows, and vectors across, that the 32 registers hold.
     static constexpr std::size_t real_tile_rows = 8;
     static constexpr std::size_t real_tile_vectors = 3;
@@ -47,6 +49,15 @@ struct Avx512 {
     }
     static Register fused_subtract(Register a, Register b, Register c) {
         return _mm512_fnmadd_ps(a, b, c);
+    }
+
+    /// A bit for each lane that is NaN.
+    static unsigned nan_lanes(Register value) {
+        return _mm512_cmp_ps_mask(value, value, _CMP_UNORD_Q);
+    }
+    static Register with_one_nan(Register value) {
+        return _mm512_mask_mov_ps(value, static_cast<Mask>(nan_lanes(value)),
+                                  _mm512_set1_ps(__builtin_nanf("")));
     }
 
     /// The sum of the lanes: the high half onto the low half, twice, then neighbours, twice.
@@ -84,6 +95,17 @@ struct Avx512 {
         const __m512i odd =
             _mm512_setr_epi32(1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31);
         return _mm512_permutex2var_ps(a, odd, b);
+    }
+    /// The lower and the upper half of what has the elements of a at even and of b at odd places.
+    static Register low_alternated(Register a, Register b) {
+        const __m512i low =
+            _mm512_setr_epi32(0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23);
+        return _mm512_permutex2var_ps(a, low, b);
+    }
+    static Register high_alternated(Register a, Register b) {
+        const __m512i high =
+            _mm512_setr_epi32(8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15, 31);
+        return _mm512_permutex2var_ps(a, high, b);
     }
 
     // Of each four lanes of both operands.

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Vectors of 4 doubles. For units compiled for AVX2 only.
+
+#include <cstddef>
+#include <cstdint>
+#include <immintrin.h>
+
+namespace Tessaline::SimdKernels {
+
+// Internal linkage on purpose: whatever is instantiated with this type stays in its unit, where the
+// linker cannot put it in the place of code for another instruction set.
+namespace {
+
+/// The vocabulary of products, as in Avx256. Nothing fuses.
+struct Avx256Double {
+    using Component = double;
+    using Register = __m256d;
+    using Mask = __m256i;
+    static constexpr std::size_t lanes = 4;
+    static constexpr bool fuses = false;
+    static constexpr bool keeps_one_nan = false;
+    static constexpr std::size_t real_tile_rows = 5;
+    static constexpr std::size_t real_tile_vectors = 2;
+    static constexpr std::size_t split_tile_rows = 2;
+    static constexpr std::size_t split_tile_vectors = 2;
+
+    /// The first `count` lanes, at most all.
+    static Mask first_lanes(std::size_t count) {
+        static constexpr std::int64_t edge[2 * lanes] = {-1, -1, -1, -1};
+        return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(edge + lanes - count));
+    }
+
+    static Register zero() { return _mm256_setzero_pd(); }
+    static Register broadcast(double value) { return _mm256_set1_pd(value); }
+    static Register load(const double* from) { return _mm256_loadu_pd(from); }
+    /// Zero in the lanes outside of the mask, whose memory is not touched.
+    static Register load(const double* from, Mask mask) { return _mm256_maskload_pd(from, mask); }
+    static void store(double* to, Register value) { _mm256_storeu_pd(to, value); }
+    static void store(double* to, Register value, Mask mask) {
+        _mm256_maskstore_pd(to, mask, value);
+    }
+
+    /// A bit for each lane that is NaN.
+    static unsigned nan_lanes(Register value) {
+        return static_cast<unsigned>(_mm256_movemask_pd(nan_mask(value)));
+    }
+    static Register with_one_nan(Register value) {
+        return _mm256_blendv_pd(value, _mm256_set1_pd(__builtin_nan("")), nan_mask(value));
+    }
+
+    /// The elements at even and at odd places of a and b, one after the other.
+    static Register even_elements(Register a, Register b) {
+        return _mm256_permute4x64_pd(_mm256_unpacklo_pd(a, b), 0xd8);
+    }
+    static Register odd_elements(Register a, Register b) {
+        return _mm256_permute4x64_pd(_mm256_unpackhi_pd(a, b), 0xd8);
+    }
+    /// The lower and the upper half of what has the elements of a at even and of b at odd places.
+    static Register low_alternated(Register a, Register b) {
+        return _mm256_permute2f128_pd(_mm256_unpacklo_pd(a, b), _mm256_unpackhi_pd(a, b), 0x20);
+    }
+    static Register high_alternated(Register a, Register b) {
+        return _mm256_permute2f128_pd(_mm256_unpacklo_pd(a, b), _mm256_unpackhi_pd(a, b), 0x31);
+    }
+
+  private:
+    static Register nan_mask(Register value) { return _mm256_cmp_pd(value, value, _CMP_UNORD_Q); }
+};
+
+} // namespace
+
+} // namespace Tessaline::SimdKernels

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Vectors of 8 doubles. For units compiled for AVX512F and AVX512DQ.
+
+#include <cstddef>
+#include <immintrin.h>
+
+namespace Tessaline::SimdKernels {
+
+// Internal linkage on purpose: whatever is instantiated with this type stays in its unit, where the
+// linker cannot put it in the place of code for another instruction set.
+namespace {
+
+/// The vocabulary of products, as in Avx512.
+struct Avx512Double {
+    using Component = double;
+    using Register = __m512d;
+    using Mask = __mmask8;
+    static constexpr std::size_t lanes = 8;
+    static constexpr bool fuses = true;
+    static constexpr bool keeps_one_nan = false;
+    static constexpr std::size_t real_tile_rows = 8;
+    static constexpr std::size_t real_tile_vectors = 3;
+    static constexpr std::size_t split_tile_rows = 4;
+    static constexpr std::size_t split_tile_vectors = 2;
+
+    /// The first `count` lanes, at most all.
+    static Mask first_lanes(std::size_t count) { return static_cast<Mask>((1U << count) - 1); }
+
+    static Register zero() { return _mm512_setzero_pd(); }
+    static Register broadcast(double value) { return _mm512_set1_pd(value); }
+    static Register load(const double* from) { return _mm512_loadu_pd(from); }
+    /// Zero in the lanes outside of the mask, whose memory is not touched.
+    static Register load(const double* from, Mask mask) {
+        return _mm512_maskz_loadu_pd(mask, from);
+    }
+    static void store(double* to, Register value) { _mm512_storeu_pd(to, value); }
+    static void store(double* to, Register value, Mask mask) {
+        _mm512_mask_storeu_pd(to, mask, value);
+    }
+
+    /// A bit for each lane that is NaN.
+    static unsigned nan_lanes(Register value) {
+        return _mm512_cmp_pd_mask(value, value, _CMP_UNORD_Q);
+    }
+    static Register with_one_nan(Register value) {
+        return _mm512_mask_mov_pd(value, static_cast<Mask>(nan_lanes(value)),
+                                  _mm512_set1_pd(__builtin_nan("")));
+    }
+
+    /// The elements at even and at odd places of a and b, one after the other.
+    static Register even_elements(Register a, Register b) {
+        return _mm512_permutex2var_pd(a, _mm512_setr_epi64(0, 2, 4, 6, 8, 10, 12, 14), b);
+    }
+    static Register odd_elements(Register a, Register b) {
+        return _mm512_permutex2var_pd(a, _mm512_setr_epi64(1, 3, 5, 7, 9, 11, 13, 15), b);
+    }
+    /// The lower and the upper half of what has the elements of a at even and of b at odd places.
+    static Register low_alternated(Register a, Register b) {
+        return _mm512_permutex2var_pd(a, _mm512_setr_epi64(0, 8, 1, 9, 2, 10, 3, 11), b);
+    }
+    static Register high_alternated(Register a, Register b) {
+        return _mm512_permutex2var_pd(a, _mm512_setr_epi64(4, 12, 5, 13, 6, 14, 7, 15), b);
+    }
+};
+
+} // namespace
+
+} // namespace Tessaline::SimdKernels
