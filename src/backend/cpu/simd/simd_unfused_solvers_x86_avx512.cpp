@@ -1,0 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "backend/cpu/simd/simd_rotations.h"
+#include "backend/cpu/simd/simd_set_avx512_double.h"
+
+namespace Tessaline::SimdKernels {
+
+constinit const RotationTable avx512_rotation_table = make_rotation_table<Avx512Double>();
+
+} // namespace Tessaline::SimdKernels
