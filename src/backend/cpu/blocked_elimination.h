@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// LU factorisation by recursion on halves of the columns (S. Toledo, "Locality of Reference in LU
+// Decomposition with Partial Pivoting", SIAM J. Matrix Anal. Appl. 18, 1997): all but a few
+// operations are then products of large blocks. Each element takes the operations of plain
+// elimination in their order, so that it gets the same bits.
+
+#include "backend/cpu/simd/simd_elimination_kernels.h"
+#include "backend/cpu/simd/simd_unfused_kernels.h"
+
+#include <bit>
+#include <utility>
+
+namespace Tessaline::CpuFallback {
+
+/// Factors a column-major matrix in place, with partial pivoting. Where an elimination ends early,
+/// what is left is what plain elimination leaves: the complete steps are made in the whole matrix,
+/// and after a vanished multiplier the step at hand in the rows above it.
+template <typename T, typename P>
+class BlockedElimination {
+    using Index = SimdKernels::Index;
+    using Progress = SimdKernels::EliminationProgress;
+    using End = SimdKernels::EliminationEnd;
+    static constexpr Index block = SimdKernels::elimination_block;
+
+  public:
+    /// Element k of `pivots` becomes the row, counted from 1, that was swapped with row k. P can
+    /// number all rows.
+    BlockedElimination(const SimdKernels::UnfusedKernels<T>& products,
+                       const SimdKernels::EliminationKernels<T>& panels, T* matrix, Index order,
+                       P* pivots)
+        : products_(products),
+          panels_(panels),
+          matrix_(matrix),
+          n_(order),
+          pivots_(pivots) {}
+
+    Progress factor() {
+        if (n_ != 0) {
+            factor_columns(0, n_);
+        }
+        return progress_;
+    }
+
+    /// Steps whose rows were swapped.
+    Index swapped() const {
+        return progress_.steps + (progress_.end == End::vanished_multiplier ? 1 : 0);
+    }
+
+  private:
+    T* at(Index row, Index column) const { return matrix_ + column * n_ + row; }
+
+    void factor_columns(Index first, Index count) {
+        if (count <= block) {
+            factor_panel(first, count);
+            return;
+        }
+        const Index middle = first + std::bit_floor(count - 1);
+        const Index end = first + count;
+        factor_columns(first, middle - first);
+        swap_rows(first, middle, end);
+        // A12 = L11^-1 A12, A22 = A22 - A21 A12.
+        const Index steps = progress_.steps - first;
+        solve_triangle(first, steps, middle, end);
+        subtract_product(first + steps, first, steps, n_ - first - steps, middle, end);
+        if (progress_.end == End::complete) {
+            factor_columns(middle, end - middle);
+            swap_rows(middle, first, middle);
+        } else if (progress_.end == End::vanished_multiplier) {
+            finish_step(middle, end);
+        }
+    }
+
+    void factor_panel(Index first, Index count) {
+        Index rows[block];
+        progress_ = panels_.factor_panel(at(first, first), n_, n_ - first, count, rows);
+        progress_.steps += first;
+        progress_.vanished_row += first;
+        for (Index k = first; k < swapped(); ++k) {
+            pivots_[k] = static_cast<P>(first + rows[k - first] + 1);
+        }
+    }
+
+    /// Makes the swaps of the steps from `first` on in some columns.
+    void swap_rows(Index first, Index begin, Index end) const {
+        for (Index column = begin; column < end; ++column) {
+            T* const elements = at(0, column);
+            for (Index k = first; k < swapped(); ++k) {
+                std::swap(elements[k], elements[static_cast<Index>(pivots_[k]) - 1]);
+            }
+        }
+    }
+
+    /// B = L^-1 B for some columns B of the rows from `first` on and the unit lower triangle of
+    /// `order` rows there.
+    void solve_triangle(Index first, Index order, Index begin, Index end) const {
+        if (order == block) {
+            panels_.solve_triangle(at(first, first), at(first, begin), n_, end - begin);
+        } else if (order < block) {
+            for (Index k = first; k < first + order; ++k) {
+                subtract_step(k, first + order, begin, end);
+            }
+        } else {
+            const Index upper = std::bit_floor(order - 1);
+            solve_triangle(first, upper, begin, end);
+            subtract_product(first + upper, first, upper, order - upper, begin, end);
+            solve_triangle(first + upper, order - upper, begin, end);
+        }
+    }
+
+    /// C = C - A B for some columns: C is `rows` rows from `row` on, B the `steps` rows from
+    /// `first` on, and A, beside C, the multipliers of these steps.
+    void subtract_product(Index row, Index first, Index steps, Index rows, Index begin,
+                          Index end) const {
+        // As rows: the transposes of all three, which commutes the factors.
+        products_.subtract_product({at(first, begin), n_}, {at(row, first), n_},
+                                   {at(row, begin), n_}, {end - begin, steps, rows});
+    }
+
+    /// Subtracts multiples of row k from the rows below it up to `end_row`.
+    void subtract_step(Index k, Index end_row, Index begin, Index end) const {
+        for (Index column = begin; column < end; ++column) {
+            for (Index row = k + 1; row < end_row; ++row) {
+                *at(row, column) -= *at(row, k) * *at(k, column);
+            }
+        }
+    }
+
+    /// The step that ended at a vanished multiplier.
+    void finish_step(Index begin, Index end) const {
+        subtract_step(progress_.steps, progress_.vanished_row, begin, end);
+    }
+
+    const SimdKernels::UnfusedKernels<T>& products_;
+    const SimdKernels::EliminationKernels<T>& panels_;
+    T* matrix_;
+    Index n_;
+    P* pivots_;
+    Progress progress_;
+};
+
+} // namespace Tessaline::CpuFallback

@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The parts of a blocked LU factorisation that are no products, compiled for wide vectors. Matrices
+// are column-major, and each element takes the operations of plain elimination in their order.
+//
+// Included by units for every instruction set, so nothing here is more than a declaration.
+
+#include <cstdint>
+
+namespace Tessaline::SimdKernels {
+
+using Index = std::uint64_t;
+
+/// Columns of a panel at most, and rows of a triangle that a kernel solves with.
+inline constexpr Index elimination_block = 8;
+
+/// Why an elimination ended.
+enum class EliminationEnd { complete, singular, non_finite, vanished_multiplier };
+
+/// How far an elimination came.
+struct EliminationProgress {
+    Index steps = 0; ///< complete ones
+    EliminationEnd end = EliminationEnd::complete;
+    /// For a vanished multiplier its row: the step after the complete ones has its pivot and is
+    /// made in the rows above.
+    Index vanished_row = 0;
+};
+
+/// T is float or double.
+template <typename T>
+struct EliminationKernels {
+    /// Eliminates the columns of a panel of `rows` rows, with partial pivoting, the upper one of
+    /// equal candidates. `pivots[k]` becomes the row that was swapped with row k, within the panel
+    /// alone.
+    EliminationProgress (*factor_panel)(T* panel, Index stride, Index rows, Index columns,
+                                        Index* pivots);
+    /// B = L^-1 B for B of `elimination_block` rows and the unit lower triangle L beside it.
+    void (*solve_triangle)(const T* L, T* B, Index stride, Index columns);
+};
+
+struct EliminationTable : EliminationKernels<float>, EliminationKernels<double> {};
+
+extern const EliminationTable avx256_elimination_table;
+extern const EliminationTable avx512_elimination_table;
+
+/// The kernels that belong to the products of unfused_kernels(), or null like these.
+template <typename T>
+const EliminationKernels<T>* elimination_kernels();
+
+extern template const EliminationKernels<float>* elimination_kernels();
+extern template const EliminationKernels<double>* elimination_kernels();
+
+} // namespace Tessaline::SimdKernels
