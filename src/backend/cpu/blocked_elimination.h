@@ -6,8 +6,7 @@
 // operations are then products of large blocks. Each element takes the operations of plain
 // elimination in their order, so that it gets the same bits.
 
-#include "backend/cpu/simd/simd_elimination_kernels.h"
-#include "backend/cpu/simd/simd_unfused_kernels.h"
+#include "backend/cpu/unit_triangle.h"
 
 #include <bit>
 #include <utility>
@@ -30,7 +29,7 @@ class BlockedElimination {
     BlockedElimination(const SimdKernels::UnfusedKernels<T>& products,
                        const SimdKernels::EliminationKernels<T>& panels, T* matrix, Index order,
                        P* pivots)
-        : products_(products),
+        : multipliers_(products, matrix, order),
           panels_(panels),
           matrix_(matrix),
           n_(order),
@@ -62,13 +61,15 @@ class BlockedElimination {
         swap_rows(first, middle, end);
         // A12 = L11^-1 A12, A22 = A22 - A21 A12.
         const Index steps = progress_.steps - first;
-        solve_triangle(first, steps, middle, end);
-        subtract_product(first + steps, first, steps, n_ - first - steps, middle, end);
+        multipliers_.solve(first, steps, at(0, middle), n_, end - middle);
+        multipliers_.subtract_product(first + steps, n_ - first - steps, first, steps,
+                                      at(0, middle), n_, end - middle);
         if (progress_.end == End::complete) {
             factor_columns(middle, end - middle);
             swap_rows(middle, first, middle);
         } else if (progress_.end == End::vanished_multiplier) {
-            finish_step(middle, end);
+            multipliers_.subtract_multiples(progress_.steps, progress_.vanished_row, at(0, middle),
+                                            n_, end - middle);
         }
     }
 
@@ -92,47 +93,7 @@ class BlockedElimination {
         }
     }
 
-    /// B = L^-1 B for some columns B of the rows from `first` on and the unit lower triangle of
-    /// `order` rows there.
-    void solve_triangle(Index first, Index order, Index begin, Index end) const {
-        if (order == block) {
-            panels_.solve_triangle(at(first, first), at(first, begin), n_, end - begin);
-        } else if (order < block) {
-            for (Index k = first; k < first + order; ++k) {
-                subtract_step(k, first + order, begin, end);
-            }
-        } else {
-            const Index upper = std::bit_floor(order - 1);
-            solve_triangle(first, upper, begin, end);
-            subtract_product(first + upper, first, upper, order - upper, begin, end);
-            solve_triangle(first + upper, order - upper, begin, end);
-        }
-    }
-
-    /// C = C - A B for some columns: C is `rows` rows from `row` on, B the `steps` rows from
-    /// `first` on, and A, beside C, the multipliers of these steps.
-    void subtract_product(Index row, Index first, Index steps, Index rows, Index begin,
-                          Index end) const {
-        // As rows: the transposes of all three, which commutes the factors.
-        products_.subtract_product({at(first, begin), n_}, {at(row, first), n_},
-                                   {at(row, begin), n_}, {end - begin, steps, rows});
-    }
-
-    /// Subtracts multiples of row k from the rows below it up to `end_row`.
-    void subtract_step(Index k, Index end_row, Index begin, Index end) const {
-        for (Index column = begin; column < end; ++column) {
-            for (Index row = k + 1; row < end_row; ++row) {
-                *at(row, column) -= *at(row, k) * *at(k, column);
-            }
-        }
-    }
-
-    /// The step that ended at a vanished multiplier.
-    void finish_step(Index begin, Index end) const {
-        subtract_step(progress_.steps, progress_.vanished_row, begin, end);
-    }
-
-    const SimdKernels::UnfusedKernels<T>& products_;
+    UnitTriangle<T> multipliers_; ///< L, as far as it is made
     const SimdKernels::EliminationKernels<T>& panels_;
     T* matrix_;
     Index n_;

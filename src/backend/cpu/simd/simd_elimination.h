@@ -7,6 +7,9 @@
 #include "backend/cpu/simd/simd_arithmetic.h"
 #include "backend/cpu/simd/simd_elimination_kernels.h"
 
+#include <type_traits>
+#include <utility>
+
 namespace Tessaline::SimdKernels {
 
 namespace {
@@ -17,6 +20,9 @@ class Elimination {
     using Register = typename Set::Register;
     using Integers = decltype(Register{} < Register{}); ///< a mask, or one row number a lane
     static constexpr Index lanes = Set::lanes;
+    /// A column of a block, whatever the set's registers.
+    typedef T Column __attribute__((vector_size(elimination_block * sizeof(T))));
+    using ColumnMask = decltype(Column{} < Column{});
 
     /// The largest candidate of each lane so far, the upper one of equals.
     class PivotSearch {
@@ -90,28 +96,106 @@ class Elimination {
         }
     }
 
-    static void solve_triangle(const T* L, T* B, Index stride, Index columns) {
+    static void solve_triangle(const T* L, Index l_stride, T* B, Index b_stride, Index columns) {
         // One column of L below the diagonal, zeros above. They are not subtracted: that would turn
         // a negative zero into a positive one.
         Column of_L[elimination_block];
         for (Index k = 0; k < elimination_block; ++k) {
-            __builtin_memcpy(&of_L[k], L + k * stride, sizeof(Column));
+            __builtin_memcpy(&of_L[k], L + k * l_stride, sizeof(Column));
         }
         for (Index j = 0; j < columns; ++j) {
             Column b;
-            __builtin_memcpy(&b, B + j * stride, sizeof(Column));
+            __builtin_memcpy(&b, B + j * b_stride, sizeof(Column));
             for_places<elimination_block - 1>([&](auto k) {
                 constexpr ColumnMask below =
                     ColumnMask{0, 1, 2, 3, 4, 5, 6, 7} > static_cast<int>(k.value);
                 b = below ? b - of_L[k.value] * b[k.value] : b;
             });
-            __builtin_memcpy(B + j * stride, &b, sizeof(Column));
+            __builtin_memcpy(B + j * b_stride, &b, sizeof(Column));
+        }
+    }
+
+    static void substitute_forward(const T* L, Index stride, T* b, Index order) {
+        Index first = 0;
+        for (; first + elimination_block <= order; first += elimination_block) {
+            const T* const columns = L + first * stride + first;
+            solve_triangle(columns, stride, b + first, order, 1);
+            T* const below = b + first + elimination_block;
+            for (Index k = 0; k < elimination_block; k += streams) {
+                subtract_columns(columns + k * stride + elimination_block, stride, b + first + k,
+                                 below, order - first - elimination_block);
+            }
+        }
+        for (Index k = first; k < order; ++k) {
+            for (Index row = k + 1; row < order; ++row) {
+                b[row] -= L[k * stride + row] * b[k];
+            }
+        }
+    }
+
+    static void multiply_rows(const T* rows, Index stride, const T* x, Index columns, T* products,
+                              Index products_stride) {
+        constexpr Index block = elimination_block;
+        Index j = 0;
+        for (; j + block <= columns; j += block) {
+            Column of_rows[block];
+            for_places<block>([&](auto k) {
+                __builtin_memcpy(&of_rows[k.value], rows + (j + k.value) * stride, sizeof(Column));
+                of_rows[k.value] = of_rows[k.value] * x[j + k.value];
+            });
+            exchange<1>(of_rows);
+            exchange<2>(of_rows);
+            exchange<4>(of_rows);
+            for_places<block>([&](auto k) {
+                __builtin_memcpy(products + k.value * products_stride + j, &of_rows[k.value],
+                                 sizeof(Column));
+            });
+        }
+        for (; j < columns; ++j) {
+            for (Index k = 0; k < block; ++k) {
+                products[k * products_stride + j] = rows[j * stride + k] * x[j];
+            }
         }
     }
 
   private:
-    typedef T Column __attribute__((vector_size(elimination_block * sizeof(T))));
-    using ColumnMask = decltype(Column{} < Column{});
+    /// Columns that run down the memory at once. More would not find room beside each other in the
+    /// first-level cache where they lie a multiple of its sets apart.
+    static constexpr Index streams = 4;
+
+    /// Subtracts from b the products of some columns with the elements of x.
+    static void subtract_columns(const T* columns, Index stride, const T* x, T* b, Index rows) {
+        Register of_x[streams];
+        for_places<streams>([&](auto k) { of_x[k.value] = Set::broadcast(x[k.value]); });
+        for_vectors<Set>(rows, [&](Index i, auto part) {
+            Register sum = load<Set>(b + i, part);
+            for_places<streams>([&](auto k) {
+                const T* const column = columns + k.value * stride + i;
+                sum = sum - load<Set>(column, part) * of_x[k.value];
+            });
+            store<Set>(b + i, sum, part);
+        });
+    }
+
+    /// Exchanges the squares of `Size` elements beside the diagonal in each square of twice that.
+    template <int Size>
+    [[gnu::always_inline]] static inline void exchange(Column (&rows)[elimination_block]) {
+        for_places<elimination_block>([&](auto i) {
+            if constexpr ((i.value & Size) == 0) {
+                exchange<Size>(rows[i.value], rows[i.value + Size],
+                               std::make_integer_sequence<int, 8>{});
+            }
+        });
+    }
+    template <int Size, int... Lane>
+    [[gnu::always_inline]] static inline void exchange(Column& upper, Column& lower,
+                                                       std::integer_sequence<int, Lane...>) {
+        const Column old = upper;
+        upper =
+            __builtin_shufflevector(old, lower, ((Lane & Size) != 0 ? 8 + Lane - Size : Lane)...);
+        lower =
+            __builtin_shufflevector(old, lower, ((Lane & Size) != 0 ? 8 + Lane : Lane + Size)...);
+    }
 
     template <Index Columns>
     static EliminationProgress factor(T* panel, Index stride, Index rows, Index* pivots) {
@@ -219,8 +303,10 @@ class Elimination {
 
 template <typename FloatSet, typename DoubleSet>
 constexpr EliminationTable make_elimination_table() {
-    return {{Elimination<FloatSet>::factor_panel, Elimination<FloatSet>::solve_triangle},
-            {Elimination<DoubleSet>::factor_panel, Elimination<DoubleSet>::solve_triangle}};
+    return {{Elimination<FloatSet>::factor_panel, Elimination<FloatSet>::solve_triangle,
+             Elimination<FloatSet>::substitute_forward, Elimination<FloatSet>::multiply_rows},
+            {Elimination<DoubleSet>::factor_panel, Elimination<DoubleSet>::solve_triangle,
+             Elimination<DoubleSet>::substitute_forward, Elimination<DoubleSet>::multiply_rows}};
 }
 
 } // namespace

@@ -35,8 +35,13 @@ struct EliminationKernels {
     /// alone.
     EliminationProgress (*factor_panel)(T* panel, Index stride, Index rows, Index columns,
                                         Index* pivots);
-    /// B = L^-1 B for B of `elimination_block` rows and the unit lower triangle L beside it.
-    void (*solve_triangle)(const T* L, T* B, Index stride, Index columns);
+    /// B = L^-1 B for B of `elimination_block` rows and the unit lower triangle L.
+    void (*solve_triangle)(const T* L, Index l_stride, T* B, Index b_stride, Index columns);
+    /// b = L^-1 b for the unit lower triangle L of some order.
+    void (*substitute_forward)(const T* L, Index stride, T* b, Index order);
+    /// Products of the elements of `elimination_block` rows with those of x, by rows.
+    void (*multiply_rows)(const T* rows, Index stride, const T* x, Index columns, T* products,
+                          Index products_stride);
 };
 
 struct EliminationTable : EliminationKernels<float>, EliminationKernels<double> {};
