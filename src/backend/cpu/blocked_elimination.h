@@ -13,6 +13,9 @@
 
 namespace Tessaline::CpuFallback {
 
+/// Matrices of fewer rows are not worth blocks.
+inline constexpr std::uint64_t smallest_blocked_order = 8;
+
 /// Factors a column-major matrix in place, with partial pivoting. Where an elimination ends early,
 /// what is left is what plain elimination leaves: the complete steps are made in the whole matrix,
 /// and after a vanished multiplier the step at hand in the rows above it.
@@ -42,12 +45,21 @@ class BlockedElimination {
         return progress_;
     }
 
+    /// How many rows were swapped with another.
+    Index swaps() const {
+        Index count = 0;
+        for (Index k = 0; k < swapped(); ++k) {
+            count += std::cmp_equal(pivots_[k], k + 1) ? 0U : 1U;
+        }
+        return count;
+    }
+
+  private:
     /// Steps whose rows were swapped.
     Index swapped() const {
         return progress_.steps + (progress_.end == End::vanished_multiplier ? 1 : 0);
     }
 
-  private:
     T* at(Index row, Index column) const { return matrix_ + column * n_ + row; }
 
     void factor_columns(Index first, Index count) {

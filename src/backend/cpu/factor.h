@@ -133,10 +133,7 @@ void blocked_lu_factor(LuDecompView<P, T> lu, const SimdKernels::UnfusedKernels<
                        const SimdKernels::EliminationKernels<T>& panels) {
     BlockedElimination elimination(products, panels, lu.factors, lu.size, lu.pivots);
     const auto progress = elimination.factor();
-    *lu.swap_count = 0;
-    for (std::uint64_t k = 0; k < elimination.swapped(); ++k) {
-        *lu.swap_count += std::cmp_equal(lu.pivots[k], k + 1) ? 0U : 1U;
-    }
+    *lu.swap_count = elimination.swaps();
     switch (progress.end) {
     case SimdKernels::EliminationEnd::complete:
         return;
@@ -148,9 +145,6 @@ void blocked_lu_factor(LuDecompView<P, T> lu, const SimdKernels::UnfusedKernels<
         LuFailures::multiplier_underflow();
     }
 }
-
-/// Matrices of fewer rows are not worth blocks.
-inline constexpr std::uint64_t smallest_blocked_order = 8;
 
 /// Factors the matrix in `lu.factors` into P A = L U, in place: L below the diagonal with an
 /// implied diagonal of ones, U on and above it. `pivots[k]` is the row, counted from 1, that was
