@@ -6,12 +6,41 @@
 // operations are then products of large blocks. Each element takes the operations of plain
 // elimination in their order, so that it gets the same bits.
 
+#include "backend/cpu/complex_panel.h"
 #include "backend/cpu/unit_triangle.h"
 
 #include <bit>
 #include <utility>
 
 namespace Tessaline::CpuFallback {
+
+/// What a blocked elimination is made of. False where the processor has it not.
+template <typename T>
+struct EliminationParts {
+    const SimdKernels::UnfusedKernels<T>* products = SimdKernels::unfused_kernels<T>();
+    const SimdKernels::EliminationKernels<T>* panels = SimdKernels::elimination_kernels<T>();
+
+    explicit operator bool() const { return products != nullptr && panels != nullptr; }
+    SimdKernels::EliminationProgress factor_panel(T* panel, SimdKernels::Index stride,
+                                                  SimdKernels::Index rows,
+                                                  SimdKernels::Index columns,
+                                                  SimdKernels::Index* pivots) const {
+        return panels->factor_panel(panel, stride, rows, columns, pivots);
+    }
+};
+template <typename Real>
+struct EliminationParts<std::complex<Real>> {
+    using T = std::complex<Real>;
+    const SimdKernels::UnfusedKernels<T>* products = SimdKernels::unfused_kernels<T>();
+
+    explicit operator bool() const { return products != nullptr; }
+    SimdKernels::EliminationProgress factor_panel(T* panel, SimdKernels::Index stride,
+                                                  SimdKernels::Index rows,
+                                                  SimdKernels::Index columns,
+                                                  SimdKernels::Index* pivots) const {
+        return ComplexPanel<T>(*products, panel, stride, rows, columns).factor(pivots);
+    }
+};
 
 /// Matrices of fewer rows are not worth blocks.
 inline constexpr std::uint64_t smallest_blocked_order = 8;
@@ -29,11 +58,9 @@ class BlockedElimination {
   public:
     /// Element k of `pivots` becomes the row, counted from 1, that was swapped with row k. P can
     /// number all rows.
-    BlockedElimination(const SimdKernels::UnfusedKernels<T>& products,
-                       const SimdKernels::EliminationKernels<T>& panels, T* matrix, Index order,
-                       P* pivots)
-        : multipliers_(products, matrix, order),
-          panels_(panels),
+    BlockedElimination(const EliminationParts<T>& parts, T* matrix, Index order, P* pivots)
+        : parts_(parts),
+          multipliers_(*parts.products, matrix, order),
           matrix_(matrix),
           n_(order),
           pivots_(pivots) {}
@@ -87,7 +114,7 @@ class BlockedElimination {
 
     void factor_panel(Index first, Index count) {
         Index rows[block];
-        progress_ = panels_.factor_panel(at(first, first), n_, n_ - first, count, rows);
+        progress_ = parts_.factor_panel(at(first, first), n_, n_ - first, count, rows);
         progress_.steps += first;
         progress_.vanished_row += first;
         for (Index k = first; k < swapped(); ++k) {
@@ -105,8 +132,8 @@ class BlockedElimination {
         }
     }
 
+    const EliminationParts<T>& parts_;
     UnitTriangle<T> multipliers_; ///< L, as far as it is made
-    const SimdKernels::EliminationKernels<T>& panels_;
     T* matrix_;
     Index n_;
     P* pivots_;

@@ -8,41 +8,10 @@
 
 #include "backend/cpu/blocked_elimination.h"
 #include "backend/cpu/factor_matrix.h"
-#include "backend/cpu/floating_complex_division.h"
-#include "backend/cpu/pivot_magnitude.h"
-#include "backend/cpu/quotient_range.h"
 #include "tessaline/storage/checked_size_cast.h"
 #include "tessaline/storage/kernel_views.h"
 
 namespace Tessaline::CpuFallback {
-
-/// Divides elements of a column by its pivot, which is finite and not zero.
-template <typename T>
-class PivotDivisor {
-  public:
-    explicit PivotDivisor(T pivot) : pivot_(pivot) {}
-    T multiplier(T element) const { return element / pivot_; }
-
-  private:
-    T pivot_;
-};
-
-template <typename Real>
-class PivotDivisor<std::complex<Real>> {
-    using T = std::complex<Real>;
-
-  public:
-    explicit PivotDivisor(T pivot) : pivot_(pivot), divisor_(pivot) {}
-    T multiplier(T element) const {
-        T quotient = divisor_.quotient(element);
-        QuotientRange::recover_rounded_components(element, pivot_, quotient);
-        return quotient;
-    }
-
-  private:
-    T pivot_;
-    ComplexDivisor<Real> divisor_;
-};
 
 /// The row of column k's largest element on or below the diagonal, the upper one of equals.
 template <typename Matrix>
@@ -129,9 +98,8 @@ void plain_lu_factor(LuDecompView<P, T> lu, DataMatrixLayout layout) {
 
 /// The same by blocks, for column-major factors whose rows P can number.
 template <typename P, typename T>
-void blocked_lu_factor(LuDecompView<P, T> lu, const SimdKernels::UnfusedKernels<T>& products,
-                       const SimdKernels::EliminationKernels<T>& panels) {
-    BlockedElimination elimination(products, panels, lu.factors, lu.size, lu.pivots);
+void blocked_lu_factor(LuDecompView<P, T> lu, const EliminationParts<T>& parts) {
+    BlockedElimination elimination(parts, lu.factors, lu.size, lu.pivots);
     const auto progress = elimination.factor();
     *lu.swap_count = elimination.swaps();
     switch (progress.end) {
@@ -156,14 +124,11 @@ void blocked_lu_factor(LuDecompView<P, T> lu, const SimdKernels::UnfusedKernels<
 /// eliminated: the steps before the failing one are complete.
 template <typename P, typename T>
 void lu_factor(LuDecompView<P, T> lu, DataMatrixLayout layout) {
-    if constexpr (!is_complex_element<T>) {
-        const auto* products = SimdKernels::unfused_kernels<T>();
-        const auto* panels = SimdKernels::elimination_kernels<T>();
-        if (products != nullptr && panels != nullptr && lu.size >= smallest_blocked_order &&
-            layout == DataMatrixLayout::column_major && std::in_range<P>(lu.size)) {
-            blocked_lu_factor(lu, *products, *panels);
-            return;
-        }
+    const EliminationParts<T> parts;
+    if (parts && lu.size >= smallest_blocked_order && layout == DataMatrixLayout::column_major &&
+        std::in_range<P>(lu.size)) {
+        blocked_lu_factor(lu, parts);
+        return;
     }
     plain_lu_factor(lu, layout);
 }

@@ -173,12 +173,10 @@ void transpose(std::span<double> data, std::size_t order) {
 
 /// The same by blocks. Candidates are compared by their magnitudes, as the kernels do.
 std::optional<std::size_t> blocked_eliminate(std::span<double> data, std::size_t order,
-                                             const UnfusedKernels<double>& products,
-                                             const EliminationKernels<double>& panels) {
+                                             const CpuFallback::EliminationParts<double>& parts) {
     std::vector<std::uint64_t> pivots(order);
     transpose(data, order);
-    CpuFallback::BlockedElimination elimination(products, panels, data.data(), order,
-                                                pivots.data());
+    CpuFallback::BlockedElimination elimination(parts, data.data(), order, pivots.data());
     switch (elimination.factor().end) {
     case EliminationEnd::complete:
         break;
@@ -195,10 +193,9 @@ std::optional<std::size_t> blocked_eliminate(std::span<double> data, std::size_t
 template <typename C>
 std::optional<std::size_t> eliminate(std::span<C> data, std::size_t order) {
     if constexpr (!is_complex_element<C>) {
-        const auto* products = unfused_kernels<C>();
-        const auto* panels = elimination_kernels<C>();
-        if (products != nullptr && panels != nullptr && order >= smallest_blocked_order) {
-            return blocked_eliminate(data, order, *products, *panels);
+        const CpuFallback::EliminationParts<C> parts;
+        if (parts && order >= smallest_blocked_order) {
+            return blocked_eliminate(data, order, parts);
         }
     }
     return plain_eliminate(data, order);
