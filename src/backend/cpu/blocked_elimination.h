@@ -14,8 +14,9 @@
 
 namespace Tessaline::CpuFallback {
 
-/// What a blocked elimination is made of. False where the processor has it not.
-template <typename T>
+/// What a blocked elimination is made of. False where the processor has it not. The rules are those
+/// of complex elements.
+template <typename T, typename Rules = FactorRules>
 struct EliminationParts {
     const SimdKernels::UnfusedKernels<T>* products = SimdKernels::unfused_kernels<T>();
     const SimdKernels::EliminationKernels<T>* panels = SimdKernels::elimination_kernels<T>();
@@ -28,8 +29,8 @@ struct EliminationParts {
         return panels->factor_panel(panel, stride, rows, columns, pivots);
     }
 };
-template <typename Real>
-struct EliminationParts<std::complex<Real>> {
+template <typename Real, typename Rules>
+struct EliminationParts<std::complex<Real>, Rules> {
     using T = std::complex<Real>;
     const SimdKernels::UnfusedKernels<T>* products = SimdKernels::unfused_kernels<T>();
 
@@ -38,7 +39,7 @@ struct EliminationParts<std::complex<Real>> {
                                                   SimdKernels::Index rows,
                                                   SimdKernels::Index columns,
                                                   SimdKernels::Index* pivots) const {
-        return ComplexPanel<T>(*products, panel, stride, rows, columns).factor(pivots);
+        return ComplexPanel<T, Rules>(*products, panel, stride, rows, columns).factor(pivots);
     }
 };
 
@@ -48,7 +49,7 @@ inline constexpr std::uint64_t smallest_blocked_order = 8;
 /// Factors a column-major matrix in place, with partial pivoting. Where an elimination ends early,
 /// what is left is what plain elimination leaves: the complete steps are made in the whole matrix,
 /// and after a vanished multiplier the step at hand in the rows above it.
-template <typename T, typename P>
+template <typename T, typename P, typename Rules = FactorRules>
 class BlockedElimination {
     using Index = SimdKernels::Index;
     using Progress = SimdKernels::EliminationProgress;
@@ -58,7 +59,7 @@ class BlockedElimination {
   public:
     /// Element k of `pivots` becomes the row, counted from 1, that was swapped with row k. P can
     /// number all rows.
-    BlockedElimination(const EliminationParts<T>& parts, T* matrix, Index order, P* pivots)
+    BlockedElimination(const EliminationParts<T, Rules>& parts, T* matrix, Index order, P* pivots)
         : parts_(parts),
           multipliers_(*parts.products, matrix, order),
           matrix_(matrix),
@@ -132,7 +133,7 @@ class BlockedElimination {
         }
     }
 
-    const EliminationParts<T>& parts_;
+    const EliminationParts<T, Rules>& parts_;
     UnitTriangle<T> multipliers_; ///< L, as far as it is made
     T* matrix_;
     Index n_;

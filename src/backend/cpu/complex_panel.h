@@ -41,8 +41,49 @@ class PivotDivisor<std::complex<Real>> {
     ComplexDivisor<Real> divisor_;
 };
 
+/// By what rules elements are chosen and divided: those of lu_factor().
+struct FactorRules {
+    template <typename T>
+    using Divisor = PivotDivisor<T>;
+
+    /// The first of the candidates with the largest magnitude. Squares tell which may be that; they
+    /// are off by a few roundings, and where one of them may have left the range all may be.
+    template <typename T>
+    static std::uint64_t largest(const T* candidates, std::uint64_t count) {
+        constexpr double most = 0x1p1000;
+        constexpr double least = 0x1p-900;
+        constexpr double share = 1 - 0x1p-40;
+        double largest_square = 0;
+        for (std::uint64_t i = 0; i < count; ++i) {
+            largest_square = std::max(largest_square, squared_magnitude(candidates[i]));
+        }
+        const bool tells = largest_square >= least && largest_square <= most;
+        const double bound = tells ? share * largest_square : 0;
+        PivotMagnitude<Component<T>> best;
+        std::uint64_t best_index = 0;
+        for (std::uint64_t i = 0; i < count; ++i) {
+            if (squared_magnitude(candidates[i]) >= bound) {
+                const auto candidate = pivot_magnitude(candidates[i]);
+                if (candidate.exceeds(best)) {
+                    best = candidate;
+                    best_index = i;
+                }
+            }
+        }
+        return best_index;
+    }
+
+  private:
+    template <typename T>
+    static double squared_magnitude(T value) {
+        const double real = value.real();
+        const double imag = value.imag();
+        return real * real + imag * imag;
+    }
+};
+
 /// As EliminationKernels have it for real matrices. T is complex.
-template <typename T>
+template <typename T, typename Rules>
 class ComplexPanel {
     using Index = SimdKernels::Index;
     using Progress = SimdKernels::EliminationProgress;
@@ -63,7 +104,7 @@ class ComplexPanel {
             if (!are_finite(column + k, rows_ - k)) {
                 return {k, End::non_finite};
             }
-            pivots[k] = k + largest(column + k, rows_ - k);
+            pivots[k] = k + Rules::largest(column + k, rows_ - k);
             if (column[pivots[k]] == T(0)) {
                 return {k, End::singular};
             }
@@ -80,12 +121,6 @@ class ComplexPanel {
     }
 
   private:
-    static double squared_magnitude(T value) {
-        const double real = value.real();
-        const double imag = value.imag();
-        return real * real + imag * imag;
-    }
-
     static bool are_finite(const T* candidates, Index count) {
         Component<T> zero = 0;
         for (Index i = 0; i < count; ++i) {
@@ -95,37 +130,11 @@ class ComplexPanel {
         return zero == 0;
     }
 
-    /// The first of the candidates with the largest magnitude. Squares tell which may be that; they
-    /// are off by a few roundings, and where one of them may have left the range all may be.
-    static Index largest(const T* candidates, Index count) {
-        constexpr double most = 0x1p1000;
-        constexpr double least = 0x1p-900;
-        constexpr double share = 1 - 0x1p-40;
-        double largest_square = 0;
-        for (Index i = 0; i < count; ++i) {
-            largest_square = std::max(largest_square, squared_magnitude(candidates[i]));
-        }
-        const bool tells = largest_square >= least && largest_square <= most;
-        const double bound = tells ? share * largest_square : 0;
-        PivotMagnitude<Component<T>> best;
-        Index best_index = 0;
-        for (Index i = 0; i < count; ++i) {
-            if (squared_magnitude(candidates[i]) >= bound) {
-                const auto candidate = pivot_magnitude(candidates[i]);
-                if (candidate.exceeds(best)) {
-                    best = candidate;
-                    best_index = i;
-                }
-            }
-        }
-        return best_index;
-    }
-
     /// Divides column k below the diagonal by the pivot. Returns the first row whose multiplier
     /// vanishes, which keeps its element like those below; the number of rows where there is none.
     Index store_multipliers(Index k) const {
         T* const column = panel_ + k * stride_;
-        const PivotDivisor divisor(column[k]);
+        const typename Rules::template Divisor<T> divisor(column[k]);
         for (Index row = k + 1; row < rows_; ++row) {
             const T multiplier = divisor.multiplier(column[row]);
             if (QuotientRange::vanished(column[row], column[k], multiplier)) {

@@ -111,12 +111,38 @@ Pivot find_pivot(std::span<const C> data, std::size_t order, std::size_t k) {
          "slogdet - LU multiplier range cannot be preserved");
 }
 
+/// How slogdet chooses and divides complex elements.
+struct DeterminantRules {
+    template <typename C>
+    class Divisor {
+      public:
+        explicit Divisor(C pivot) : pivot_(pivot) {}
+        C multiplier(C element) const {
+            C quotient = element / pivot_;
+            if constexpr (is_complex_element<C>) {
+                QuotientRange::recover_rounded_components(element, pivot_, quotient);
+            }
+            return quotient;
+        }
+
+      private:
+        C pivot_;
+    };
+
+    /// The first of the candidates with the largest part.
+    template <typename C>
+    static std::size_t largest(const C* candidates, std::size_t count) {
+        std::size_t best = 0;
+        for (std::size_t i = 1; i < count; ++i) {
+            best = largest_part(candidates[i]) > largest_part(candidates[best]) ? i : best;
+        }
+        return best;
+    }
+};
+
 template <typename C>
 C multiplier(C element, C pivot) {
-    C quotient = element / pivot;
-    if constexpr (is_complex_element<C>) {
-        QuotientRange::recover_rounded_components(element, pivot, quotient);
-    }
+    const C quotient = DeterminantRules::Divisor<C>(pivot).multiplier(element);
     if (QuotientRange::vanished(element, pivot, quotient)) {
         fail_at_vanished_multiplier();
     }
@@ -157,7 +183,8 @@ std::optional<std::size_t> plain_eliminate(std::span<C> data, std::size_t order)
 }
 
 /// Transposes a square matrix, a tile of one line of the cache by one after the other.
-void transpose(std::span<double> data, std::size_t order) {
+template <typename C>
+void transpose(std::span<C> data, std::size_t order) {
     constexpr std::size_t tile = 8;
     for (std::size_t first_row = 0; first_row < order; first_row += tile) {
         for (std::size_t first_column = 0; first_column <= first_row; first_column += tile) {
@@ -171,9 +198,11 @@ void transpose(std::span<double> data, std::size_t order) {
     }
 }
 
-/// The same by blocks. Candidates are compared by their magnitudes, as the kernels do.
-std::optional<std::size_t> blocked_eliminate(std::span<double> data, std::size_t order,
-                                             const CpuFallback::EliminationParts<double>& parts) {
+/// The same by blocks.
+template <typename C>
+std::optional<std::size_t>
+blocked_eliminate(std::span<C> data, std::size_t order,
+                  const CpuFallback::EliminationParts<C, DeterminantRules>& parts) {
     std::vector<std::uint64_t> pivots(order);
     transpose(data, order);
     CpuFallback::BlockedElimination elimination(parts, data.data(), order, pivots.data());
@@ -192,11 +221,9 @@ std::optional<std::size_t> blocked_eliminate(std::span<double> data, std::size_t
 
 template <typename C>
 std::optional<std::size_t> eliminate(std::span<C> data, std::size_t order) {
-    if constexpr (!is_complex_element<C>) {
-        const CpuFallback::EliminationParts<C> parts;
-        if (parts && order >= smallest_blocked_order) {
-            return blocked_eliminate(data, order, parts);
-        }
+    const CpuFallback::EliminationParts<C, DeterminantRules> parts;
+    if (parts && order >= smallest_blocked_order) {
+        return blocked_eliminate(data, order, parts);
     }
     return plain_eliminate(data, order);
 }
