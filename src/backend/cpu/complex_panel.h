@@ -32,7 +32,9 @@ class PivotDivisor<std::complex<Real>> {
     explicit PivotDivisor(T pivot) : pivot_(pivot), divisor_(pivot) {}
     T multiplier(T element) const {
         T quotient = divisor_.quotient(element);
-        QuotientRange::recover_rounded_components(element, pivot_, quotient);
+        if (!QuotientRange::keeps_both_components(quotient)) {
+            QuotientRange::recover_rounded_components(element, pivot_, quotient);
+        }
         return quotient;
     }
 

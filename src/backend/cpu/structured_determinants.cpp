@@ -120,7 +120,9 @@ struct DeterminantRules {
         C multiplier(C element) const {
             C quotient = element / pivot_;
             if constexpr (is_complex_element<C>) {
-                QuotientRange::recover_rounded_components(element, pivot_, quotient);
+                if (!QuotientRange::keeps_both_components(quotient)) {
+                    QuotientRange::recover_rounded_components(element, pivot_, quotient);
+                }
             }
             return quotient;
         }
