@@ -37,6 +37,16 @@ class PivotDivisor<std::complex<Real>> {
         }
         return quotient;
     }
+    /// Divides elements as long as the kernel for many at once can. Returns how many are done.
+    std::uint64_t divide(T* elements, std::uint64_t count) const {
+        if (!divisor_.is_ordinary()) {
+            return 0;
+        }
+        const T scaled = divisor_.scaled();
+        return SimdKernels::elimination_kernels<T>()->divide(
+            elements, count,
+            {divisor_.larger_part(), scaled.real(), scaled.imag(), divisor_.scaled_squared()});
+    }
 
   private:
     T pivot_;
@@ -137,7 +147,16 @@ class ComplexPanel {
     Index store_multipliers(Index k) const {
         T* const column = panel_ + k * stride_;
         const typename Rules::template Divisor<T> divisor(column[k]);
+        Index fast_again = k + 1;
         for (Index row = k + 1; row < rows_; ++row) {
+            if (row == fast_again) {
+                row += divisor.divide(column + row, rows_ - row);
+                // What follows is looked at one by one, and not each time anew all together.
+                fast_again = row + 16;
+                if (row == rows_) {
+                    break;
+                }
+            }
             const T multiplier = divisor.multiplier(column[row]);
             if (QuotientRange::vanished(column[row], column[k], multiplier)) {
                 return row;

@@ -5,6 +5,7 @@
 // updates the columns right of it, and finds the pivot of the next.
 
 #include "backend/cpu/simd/simd_arithmetic.h"
+#include "backend/cpu/simd/simd_complex_division.h"
 #include "backend/cpu/simd/simd_elimination_kernels.h"
 
 #include <type_traits>
@@ -306,7 +307,9 @@ constexpr EliminationTable make_elimination_table() {
     return {{Elimination<FloatSet>::factor_panel, Elimination<FloatSet>::solve_triangle,
              Elimination<FloatSet>::substitute_forward, Elimination<FloatSet>::multiply_rows},
             {Elimination<DoubleSet>::factor_panel, Elimination<DoubleSet>::solve_triangle,
-             Elimination<DoubleSet>::substitute_forward, Elimination<DoubleSet>::multiply_rows}};
+             Elimination<DoubleSet>::substitute_forward, Elimination<DoubleSet>::multiply_rows},
+            {ComplexDivision<FloatSet>::divide},
+            {ComplexDivision<DoubleSet>::divide}};
 }
 
 } // namespace

@@ -25,5 +25,7 @@ const EliminationKernels<T>* elimination_kernels() {
 
 template const EliminationKernels<float>* elimination_kernels();
 template const EliminationKernels<double>* elimination_kernels();
+template const EliminationKernels<std::complex<float>>* elimination_kernels();
+template const EliminationKernels<std::complex<double>>* elimination_kernels();
 
 } // namespace Tessaline::SimdKernels

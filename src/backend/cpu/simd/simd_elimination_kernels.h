@@ -6,6 +6,7 @@
 //
 // Included by units for every instruction set, so nothing here is more than a declaration.
 
+#include <complex>
 #include <cstdint>
 
 namespace Tessaline::SimdKernels {
@@ -27,7 +28,7 @@ struct EliminationProgress {
     Index vanished_row = 0;
 };
 
-/// T is float or double.
+/// For T float or double; for complex types see below.
 template <typename T>
 struct EliminationKernels {
     /// Eliminates the columns of a panel of `rows` rows, with partial pivoting, the upper one of
@@ -44,7 +45,29 @@ struct EliminationKernels {
                           Index products_stride);
 };
 
-struct EliminationTable : EliminationKernels<float>, EliminationKernels<double> {};
+/// A complex divisor d as ComplexDivisor forms it: its larger part, d over that, and the squared
+/// magnitude of the latter.
+template <typename Real>
+struct ScaledDivisor {
+    Real larger_part;
+    Real real;
+    Real imag;
+    Real squared;
+};
+
+/// T is std::complex<float> or std::complex<double>.
+template <typename Real>
+struct EliminationKernels<std::complex<Real>> {
+    /// Divides elements in their order up to those whose quotient needs a second look: where
+    /// scaling left the normal range, or a part is lost or small beside the other. Returns how many
+    /// are done. The divisor is finite and not zero, and scaling kept its parts normal.
+    Index (*divide)(std::complex<Real>* elements, Index count, const ScaledDivisor<Real>& divisor);
+};
+
+struct EliminationTable : EliminationKernels<float>,
+                          EliminationKernels<double>,
+                          EliminationKernels<std::complex<float>>,
+                          EliminationKernels<std::complex<double>> {};
 
 extern const EliminationTable avx256_elimination_table;
 extern const EliminationTable avx512_elimination_table;
@@ -55,5 +78,7 @@ const EliminationKernels<T>* elimination_kernels();
 
 extern template const EliminationKernels<float>* elimination_kernels();
 extern template const EliminationKernels<double>* elimination_kernels();
+extern template const EliminationKernels<std::complex<float>>* elimination_kernels();
+extern template const EliminationKernels<std::complex<double>>* elimination_kernels();
 
 } // namespace Tessaline::SimdKernels
