@@ -33,13 +33,15 @@ template <typename Real, typename Rules>
 struct EliminationParts<std::complex<Real>, Rules> {
     using T = std::complex<Real>;
     const SimdKernels::UnfusedKernels<T>* products = SimdKernels::unfused_kernels<T>();
+    const SimdKernels::EliminationKernels<T>* panels = SimdKernels::elimination_kernels<T>();
 
-    explicit operator bool() const { return products != nullptr; }
+    explicit operator bool() const { return products != nullptr && panels != nullptr; }
     SimdKernels::EliminationProgress factor_panel(T* panel, SimdKernels::Index stride,
                                                   SimdKernels::Index rows,
                                                   SimdKernels::Index columns,
                                                   SimdKernels::Index* pivots) const {
-        return ComplexPanel<T, Rules>(*products, panel, stride, rows, columns).factor(pivots);
+        return ComplexPanel<T, Rules>(*products, *panels, panel, stride, rows, columns)
+            .factor(pivots);
     }
 };
 
@@ -61,7 +63,7 @@ class BlockedElimination {
     /// number all rows.
     BlockedElimination(const EliminationParts<T, Rules>& parts, T* matrix, Index order, P* pivots)
         : parts_(parts),
-          multipliers_(*parts.products, matrix, order),
+          multipliers_(*parts.products, *parts.panels, matrix, order),
           matrix_(matrix),
           n_(order),
           pivots_(pivots) {}

@@ -38,12 +38,13 @@ class PivotDivisor<std::complex<Real>> {
         return quotient;
     }
     /// Divides elements as long as the kernel for many at once can. Returns how many are done.
-    std::uint64_t divide(T* elements, std::uint64_t count) const {
+    std::uint64_t divide(const SimdKernels::EliminationKernels<T>& kernels, T* elements,
+                         std::uint64_t count) const {
         if (!divisor_.is_ordinary()) {
             return 0;
         }
         const T scaled = divisor_.scaled();
-        return SimdKernels::elimination_kernels<T>()->divide(
+        return kernels.divide(
             elements, count,
             {divisor_.larger_part(), scaled.real(), scaled.imag(), divisor_.scaled_squared()});
     }
@@ -102,9 +103,11 @@ class ComplexPanel {
     using End = SimdKernels::EliminationEnd;
 
   public:
-    ComplexPanel(const SimdKernels::UnfusedKernels<T>& products, T* panel, Index stride, Index rows,
-                 Index columns)
+    ComplexPanel(const SimdKernels::UnfusedKernels<T>& products,
+                 const SimdKernels::EliminationKernels<T>& kernels, T* panel, Index stride,
+                 Index rows, Index columns)
         : products_(products),
+          kernels_(kernels),
           panel_(panel),
           stride_(stride),
           rows_(rows),
@@ -150,7 +153,7 @@ class ComplexPanel {
         Index fast_again = k + 1;
         for (Index row = k + 1; row < rows_; ++row) {
             if (row == fast_again) {
-                row += divisor.divide(column + row, rows_ - row);
+                row += divisor.divide(kernels_, column + row, rows_ - row);
                 // What follows is looked at one by one, and not each time anew all together.
                 fast_again = row + 16;
                 if (row == rows_) {
@@ -176,6 +179,7 @@ class ComplexPanel {
     }
 
     const SimdKernels::UnfusedKernels<T>& products_;
+    const SimdKernels::EliminationKernels<T>& kernels_;
     T* panel_;
     Index stride_;
     Index rows_;

@@ -3,10 +3,10 @@
 
 // Solution of one system from its LU factors, by forward and backward substitution.
 
+#include "backend/cpu/blocked_elimination.h"
 #include "backend/cpu/factor_matrix.h"
 #include "backend/cpu/floating_complex_division.h"
 #include "backend/cpu/lu_failures.h"
-#include "backend/cpu/unit_triangle.h"
 #include "tessaline/storage/element_traits.h"
 #include "tessaline/storage/kernel_views.h"
 
@@ -51,19 +51,15 @@ void plain_substitute_forward(Matrix factors, T* b) {
 
 /// The same by blocks, where that is faster.
 template <typename Matrix, typename T>
-void substitute_forward(Matrix factors, T* b) {
-    if constexpr (!Matrix::rows_are_contiguous) {
-        if constexpr (is_complex_element<T>) {
-            if (const auto* products = SimdKernels::unfused_kernels<T>()) {
-                UnitTriangle<T>(*products, factors.data, factors.order).solve(b, factors.order);
-                return;
-            }
-        } else if (const auto* kernels = SimdKernels::elimination_kernels<T>()) {
-            kernels->substitute_forward(factors.data, factors.order, b, factors.order);
-            return;
-        }
+void substitute_forward(Matrix factors, T* b, const EliminationParts<T>& parts = {}) {
+    if (Matrix::rows_are_contiguous || !parts) {
+        plain_substitute_forward(factors, b);
+    } else if constexpr (is_complex_element<T>) {
+        UnitTriangle<T>(*parts.products, *parts.panels, factors.data, factors.order)
+            .solve(b, factors.order);
+    } else {
+        parts.panels->substitute_forward(factors.data, factors.order, b, factors.order);
     }
-    plain_substitute_forward(factors, b);
 }
 
 /// Divides `value`, an element of the right-hand side with all terms subtracted, by the diagonal.
@@ -169,11 +165,11 @@ class BackwardSubstitution {
 
 /// The same, by blocks where that is faster.
 template <typename Matrix, typename T>
-void substitute_backward(Matrix factors, T* b) {
+void substitute_backward(Matrix factors, T* b, const EliminationParts<T>& parts = {}) {
     std::uint64_t end = factors.order;
     if constexpr (!Matrix::rows_are_contiguous && !is_complex_element<T>) {
-        if (const auto* kernels = SimdKernels::elimination_kernels<T>()) {
-            end = BackwardSubstitution<T>(*kernels, factors.data, factors.order, b).solve();
+        if (parts) {
+            end = BackwardSubstitution<T>(*parts.panels, factors.data, factors.order, b).solve();
         }
     }
     plain_substitute_backward(factors, b, end);

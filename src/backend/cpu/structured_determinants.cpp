@@ -127,7 +127,7 @@ struct DeterminantRules {
             return quotient;
         }
         /// There is no kernel for many at once: the library divides.
-        static std::size_t divide(C*, std::size_t) { return 0; }
+        static std::size_t divide(const EliminationKernels<C>&, C*, std::size_t) { return 0; }
 
       private:
         C pivot_;

@@ -19,8 +19,10 @@ class UnitTriangle {
     static constexpr Index block = SimdKernels::elimination_block;
 
   public:
-    UnitTriangle(const SimdKernels::UnfusedKernels<T>& products, const T* matrix, Index stride)
+    UnitTriangle(const SimdKernels::UnfusedKernels<T>& products,
+                 const SimdKernels::EliminationKernels<T>& blocks, const T* matrix, Index stride)
         : products_(products),
+          blocks_(blocks),
           matrix_(matrix),
           stride_(stride) {}
 
@@ -82,6 +84,7 @@ class UnitTriangle {
     }
 
     const SimdKernels::UnfusedKernels<T>& products_;
+    const SimdKernels::EliminationKernels<T>& blocks_;
     const T* matrix_;
     Index stride_;
 };
