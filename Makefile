@@ -13,7 +13,7 @@ export JOBS
 WARNINGS_AS_ERRORS := $(if $(filter true,$(CI)),ON,OFF)
 
 CLANG_FORMAT ?= $(firstword $(shell command -v clang-format-14 clang-format))
-CXX_FILES = $(shell git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp')
+CXX_FILES = $(shell git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp' '*.c')
 
 # ThreadSanitizer of g++ 12 cannot map its memory where addresses are randomised widely.
 NO_RANDOMISATION := $(shell setarch -R true 2>/dev/null && echo setarch -R)
@@ -52,6 +52,11 @@ test: configure-release ## build everything and run every test
 	@$(call build,release)
 	@scripts/test.sh
 
+.PHONY: stubs
+stubs: configure-release ## renew the published types of the native module
+	@$(call build,release) --target tessaline_stubs
+	@cp build/release/python/stubs/_native.pyi python/tessaline/_native.pyi
+
 .PHONY: bench
 bench: ## build the benchmarks and print their figures
 	@scripts/setup.sh bench
@@ -70,6 +75,17 @@ tsan: .venv/.ready ## run the C++ tests under ThreadSanitizer
 	@$(call configure,tsan)
 	@$(call build,tsan)
 	@$(NO_RANDOMISATION) ctest --preset tsan -j$(JOBS)
+
+FUZZ_SECONDS ?= 60
+
+.PHONY: fuzz
+fuzz: ## fuzz the registration of plugins' kernels for a minute
+	@scripts/setup.sh fuzz
+	@$(call configure,fuzz)
+	@$(call build,fuzz) --target fuzz_register_kernel
+	@mkdir -p build/fuzz/found
+	@build/fuzz/tests/fuzz/fuzz_register_kernel -max_total_time=$(FUZZ_SECONDS) -max_len=512 \
+	    -print_final_stats=1 -artifact_prefix=build/fuzz/ build/fuzz/found tests/fuzz/corpus/register_kernel
 
 .PHONY: format
 format: .venv/.ready ## lay out every C++ file

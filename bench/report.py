@@ -60,6 +60,10 @@ def main() -> None:
     print_row("execute of add, 4 elements", unpinned["cpu_time"] / 1000, "us", 1.5)
     print_row("  its allocations", unpinned["allocations"], "a call")
     print_row("  with pinning: three system calls more", pinned["cpu_time"] / 1000, "us")
+    builtin, plugin = small["process_of_add/plugin:0"], small["process_of_add/plugin:1"]
+    print_row("steps of add, 4 elements, built in", builtin["cpu_time"], "ns")
+    print_row("  by a plugin, beyond that", plugin["cpu_time"] - builtin["cpu_time"], "ns", 300)
+    print_row("  its allocations", plugin["allocations"] - builtin["allocations"], "a call", 2)
     print_row("host_vector of 16 float32", stored, "ns")
     print_row("  the bare aligned allocation and release", bare, "ns")
     print_row("  beyond the bare allocation", stored - bare, "ns", 200)

@@ -6,7 +6,7 @@ target_include_directories(tessaline_options INTERFACE "${PROJECT_SOURCE_DIR}/in
 target_compile_options(tessaline_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual
     # g++ 12 reports a false overlap in inlined std::string concatenations (GCC bug 105651).
-    -Wno-restrict
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
     # g++ contracts a multiplication and an addition to a fused operation by default, also across
     # intrinsics. Kernels fuse by name only.
     -ffp-contract=off

@@ -17,12 +17,10 @@ from pathlib import Path
 import numpy as np
 
 import tessaline
-from tessaline import _native
 
 DATA = Path(__file__).resolve().parent / "data"
 NUMBER = re.compile(r"-?(\d+\.?\d*|\.\d+)([eE][+-]?\d+)?", re.ASCII)
 LARGEST = float(np.finfo(np.float32).max)
-INPUT_0, INPUT_1, OUTPUT_0 = 0, 1, 1 << 31
 SHOWN = 4
 
 
@@ -64,7 +62,8 @@ def best_microseconds_per_call(call: Callable[[], object]) -> float:
 
 def peak_megabytes() -> float:
     status = Path("/proc/self/status").read_text(encoding="ascii")
-    return int(re.search(r"VmHWM:\s+(\d+)", status)[1]) * 1024 / 1e6
+    (kilobytes,) = re.findall(r"VmHWM:\s+(\d+)", status)
+    return int(kilobytes) * 1024 / 1e6
 
 
 def run_program(program: Path, files: list[Path]) -> tuple[np.ndarray, str]:
@@ -92,12 +91,9 @@ def run(files: list[Path], program: Path | None) -> None:
     if a.shape != b.shape:
         raise DemoError(f"the lengths differ: {a.size} numbers and {b.size}")
     out = np.empty_like(a)
-    bindings = {INPUT_0: a, INPUT_1: b, OUTPUT_0: out}
-    locations = dict.fromkeys(bindings, "host")
-    context = _native.Context(pinning_policy="disabled")
 
     def add() -> object:
-        return context.execute("tessaline.add@1", bindings, locations)
+        return tessaline.add(a, b, out=out)
 
     add()
     bits = out.view(np.uint32)
@@ -116,7 +112,7 @@ def run(files: list[Path], program: Path | None) -> None:
 
 
 def main() -> int:
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser = argparse.ArgumentParser(description=(__doc__ or "").splitlines()[0])
     parser.add_argument("files", nargs="*", type=Path, metavar="FILE", help="two files to add")
     parser.add_argument("--program", type=Path, help="the C++ program to compare with")
     arguments = parser.parse_args()

@@ -74,7 +74,7 @@ def draw(spectra: dict[float, np.ndarray], path: Path) -> None:
 
 
 def main() -> None:
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser = argparse.ArgumentParser(description=(__doc__ or "").splitlines()[0])
     parser.add_argument("--sites", type=int, default=8, help="even number of spins (default 8)")
     parser.add_argument("--picture", type=Path, help="PNG of the entanglement spectra")
     arguments = parser.parse_args()
@@ -83,7 +83,7 @@ def main() -> None:
         parser.error("--sites must be an even number from 2 to 12")
 
     print(f"Ising chain of {sites} spins, {2**sites} states")
-    spectra = {}
+    spectra: dict[float, np.ndarray] = {}
     for field in (0.5, 1.0, 2.0):
         start = time.perf_counter()
         values, vectors = ts.eigh(ising_chain(sites, 1.0, field))

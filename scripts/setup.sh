@@ -4,6 +4,7 @@
 # .venv and fills it from scripts/requirements.txt. Does nothing where nothing is missing.
 #
 # setup.sh bench   also installs the peers that the benchmarks compare with
+# setup.sh fuzz    also installs a compiler with a fuzzer
 #
 # PYTHON names the interpreter that .venv is made from (default: python3).
 set -euo pipefail
@@ -34,6 +35,11 @@ has_venv() {
     "$python" -c 'import ensurepip, venv' 2>/dev/null
 }
 
+has_fuzzer() {
+    printf 'extern "C" int LLVMFuzzerTestOneInput(const char*, long) { return 0; }' |
+        clang++-16 -fsanitize=fuzzer,address -x c++ - -o /dev/null 2>/dev/null
+}
+
 # Each package is asked for by what it brings, so that a tool from elsewhere counts as well.
 missing_packages() {
     { command -v g++ && command -v make; } >/dev/null || echo build-essential
@@ -51,6 +57,7 @@ missing_packages() {
         has_header openblas-pthread/cblas.h || echo libopenblas-dev
         has_header lapacke.h || echo liblapacke-dev
     fi
+    [ "$purpose" != fuzz ] || has_fuzzer || echo clang-16 libclang-rt-16-dev
 }
 
 as_root() {

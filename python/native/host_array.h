@@ -19,17 +19,18 @@ class HostArray {
 
     /// The first element; to be written only where the array was taken as writable.
     void* data() const { return data_; }
-    std::size_t rank() const { return array_.ndim(); }
-    std::size_t extent(std::size_t axis) const { return array_.shape(axis); }
+    std::size_t rank() const { return rank_; }
+    std::size_t extent(std::size_t axis) const { return static_cast<std::size_t>(shape_[axis]); }
     nanobind::dlpack::dtype dtype() const { return dtype_; }
 
   private:
-    using Imported = nanobind::ndarray<nanobind::ro, nanobind::c_contig, nanobind::device::cpu>;
-
     void import(nanobind::handle array, bool writable);
 
-    Imported array_;
+    nanobind::object owner_; ///< the caller's array, where its memory is used as it lies
+    nanobind::ndarray<nanobind::ro, nanobind::c_contig, nanobind::device::cpu> imported_; ///< else
     void* data_ = nullptr;
+    std::size_t rank_ = 0;
+    const std::int64_t* shape_ = nullptr;
     nanobind::dlpack::dtype dtype_{};
 };
 

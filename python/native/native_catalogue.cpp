@@ -61,6 +61,13 @@ void define_catalogue(nb::module_& module) {
 
     nb::class_<NativeContextBuilder>(module, "ContextBuilder", "Builds a catalogue.")
         .def(nb::init<>())
+        .def(
+            "load_plugin",
+            [](nb::handle_t<NativeContextBuilder> self, const std::string& path) {
+                nb::cast<NativeContextBuilder&>(self).builder.load_plugin(path);
+                return self;
+            },
+            "path"_a, "Add the operations of a native plugin; returns the builder itself.")
         .def("build", &build, "Seal the catalogue. A builder builds once.");
 }
 

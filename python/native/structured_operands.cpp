@@ -103,19 +103,20 @@ LuFactorisation lu_from_array(nb::handle array, std::string_view dtype, std::str
     });
 }
 
+using ArrayView = nb::ndarray<nb::numpy, nb::device::cpu>;
+
 /// A writable view of an operand's elements, kept alive by the operand's Python object.
 template <typename T>
-nb::object view(T* data, std::initializer_list<std::size_t> shape,
-                std::initializer_list<std::int64_t> strides, nb::handle owner) {
-    return nb::cast(nb::ndarray<nb::numpy, nb::device::cpu>(
-        data, shape, owner, strides, dlpack_type(ElementTraits<T>::scalar_type)));
+ArrayView view(T* data, std::initializer_list<std::size_t> shape,
+               std::initializer_list<std::int64_t> strides, nb::handle owner) {
+    return {data, shape, owner, strides, dlpack_type(ElementTraits<T>::scalar_type)};
 }
 
 constexpr const char* view_name = "structured ndarray export";
 
 /// An (n, n) column-major view of a buffer, or with `vector` one of its n elements.
 template <typename Entity>
-nb::object factor_view(Entity& entity, BufferRole role, bool vector, nb::handle owner) {
+ArrayView factor_view(Entity& entity, BufferRole role, bool vector, nb::handle owner) {
     const std::uint64_t size = entity.descriptor().size();
     return visit_factor_policy(entity.descriptor().type(), [&](auto policy) {
         using Element = typename decltype(policy)::Stored;
@@ -154,14 +155,15 @@ void define_lu_operand(nb::module_& module) {
     const auto entity = [](nb::handle self) -> LuDecompEntity& {
         return nb::cast<NativeLUOperand&>(self).handle().entity();
     };
-    type.def_prop_ro("pivots",
-                     [entity](Self self) {
-                         LuDecompEntity& lu = entity(self);
-                         const std::uint64_t size = lu.descriptor().size();
-                         return view(require_buffer_data<long>(lu, BufferRole::lu_pivots, size,
-                                                               "LUOperand.pivots"),
-                                     {size}, {1}, self);
-                     })
+    type.def_prop_ro(
+            "pivots",
+            [entity](Self self) {
+                LuDecompEntity& lu = entity(self);
+                const std::uint64_t size = lu.descriptor().size();
+                return nb::ndarray<nb::numpy, long, nb::shape<-1>, nb::device::cpu>(
+                    require_buffer_data<long>(lu, BufferRole::lu_pivots, size, "LUOperand.pivots"),
+                    {size}, self);
+            })
         .def_prop_ro("factors",
                      [entity](Self self) {
                          return factor_view(entity(self), BufferRole::lu_factors, false, self);
@@ -202,7 +204,9 @@ void define_lu_factor(nb::module_& module) {
     define_common_properties(type);
     type.def("solve", &NativeLUFactor::solve, "rhs"_a,
              "Overwrite a right-hand side with the solution.")
-        .def("logdet", &NativeLUFactor::logdet, "The logarithm of the determinant.");
+        .def(
+            "logdet", [](const NativeLUFactor& self) { return nb::cast(self.logdet()); },
+            "The logarithm of the determinant.");
 }
 
 } // namespace
@@ -229,7 +233,7 @@ NativeLUFactor::NativeLUFactor(nb::handle matrix, nb::object context)
     run_unlocked(*context_, BuiltinOperations::lu_factor, bindings);
 }
 
-void NativeLUFactor::solve(nb::ndarray<nb::c_contig, nb::device::cpu> rhs) const {
+void NativeLUFactor::solve(nb::ndarray<nb::numpy, nb::c_contig, nb::device::cpu> rhs) const {
     if (rhs.ndim() != 1 || rhs.shape(0) != handle().size()) {
         throw std::invalid_argument("solve - right-hand side size mismatch");
     }

@@ -60,7 +60,8 @@ class NativeLUFactor {
     const LuFactorisation& handle() const { return operand_->handle(); }
 
     /// Overwrites a right-hand side of the factor's type with the solution.
-    void solve(nanobind::ndarray<nanobind::c_contig, nanobind::device::cpu> rhs) const;
+    void
+    solve(nanobind::ndarray<nanobind::numpy, nanobind::c_contig, nanobind::device::cpu> rhs) const;
     /// The logarithm of the determinant, complex for a real matrix too.
     std::complex<double> logdet() const;
 

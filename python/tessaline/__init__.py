@@ -10,6 +10,8 @@ a result is computed.
 array([1., 2.])
 """
 
+from pathlib import Path as _Path
+
 from . import _native
 from ._catalogue import Description, describe, operations
 from ._context import Context
@@ -66,7 +68,17 @@ from ._vectors import (
     vector_equal,
 )
 
-__version__: str = _native.build_info()["version"]
+__version__ = str(_native.build_info()["version"])
+
+
+def get_include() -> str:
+    """The folder for a compiler's -I option, with ``tessaline/plugin.h`` in it.
+
+    >>> get_include().endswith("include")
+    True
+    """
+    return str(_Path(__file__).parent / "include")
+
 
 __all__ = [
     "Context",
@@ -94,6 +106,7 @@ __all__ = [
     "eigh",
     "eigvalsh",
     "eye",
+    "get_include",
     "inner",
     "is_unitary",
     "kron",

@@ -64,10 +64,17 @@ def _parser() -> argparse.ArgumentParser:
     info = commands.add_parser("info", help="facts of this build and machine")
     info.set_defaults(command=_info)
 
-    ops = commands.add_parser("ops", help="list the operations")
+    plugins = argparse.ArgumentParser(add_help=False)
+    plugins.add_argument(
+        "--plugin", metavar="FILE", action="append", default=[], help="load a native plugin, too"
+    )
+
+    ops = commands.add_parser("ops", help="list the operations", parents=[plugins])
     ops.set_defaults(command=_ops)
 
-    describe = commands.add_parser("describe", help="what an operation promises")
+    describe = commands.add_parser(
+        "describe", help="what an operation promises", parents=[plugins]
+    )
     describe.add_argument("operation", metavar="OP", help="such as matmul or tessaline.matmul@1")
     describe.set_defaults(command=_describe)
 
@@ -97,14 +104,20 @@ def _info(arguments: argparse.Namespace) -> None:
 
 
 def _ops(arguments: argparse.Namespace) -> None:
-    identifiers = tessaline.operations()
+    context = _context_with(arguments.plugin)
+    identifiers = tessaline.operations(context)
     width = max(len(identifier) for identifier in identifiers)
     for identifier in identifiers:
-        print(f"{identifier:{width}}  {tessaline.describe(identifier).signature or ''}".rstrip())
+        description = tessaline.describe(identifier, context)
+        print(f"{identifier:{width}}  {description.signature or description.record['provenance']}")
 
 
 def _describe(arguments: argparse.Namespace) -> None:
-    print(tessaline.describe(arguments.operation))
+    print(tessaline.describe(arguments.operation, _context_with(arguments.plugin)))
+
+
+def _context_with(plugins: list[str]) -> tessaline.Context | None:
+    return tessaline.Context(plugins=plugins) if plugins else None
 
 
 def _run(arguments: argparse.Namespace) -> None:

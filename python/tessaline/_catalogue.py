@@ -115,6 +115,7 @@ class Description:
         record = self.record
         operands = [f"{each['id']}: {each['access']}" for each in record["operands"]]
         return [
+            ("Provided by", [record["provenance"]] if self.signature is None else []),
             ("Signature", [self.signature] if self.signature else []),
             ("Operands", operands),
             ("Shapes", [self._constraint(each) for each in record["constraints"]]),

@@ -3,18 +3,28 @@
 
 from __future__ import annotations
 
+import os
 import threading
+from collections.abc import Iterable
 from contextvars import ContextVar
 from types import TracebackType
 from typing import Any, Literal
+
+import numpy as np
 
 from . import _native
 from ._dtypes import WORDS, Dtype, from_word
 from ._errors import UnsupportedError, error_from
 from ._native import NativeError
-from ._signatures import OUTPUT, Signature
+from ._signatures import OUTPUT, Shape, Signature
 
 Policy = Literal["disabled", "auto", "strict"]
+
+#: Shapes and dtypes of the results of a call.
+Results = tuple[tuple[Shape, ...], tuple[Dtype, ...]]
+
+#: Of how many calls the results a context remembers.
+_KNOWN_RESULTS = 4096
 
 _lock = threading.RLock()
 _catalogue: Any = None
@@ -31,6 +41,19 @@ def default_catalogue() -> Any:
             if _catalogue is None:
                 _catalogue = _native.ContextBuilder().build()
     return _catalogue
+
+
+def _catalogue_with(plugins: Iterable[str | os.PathLike[str]]) -> Any:
+    """A catalogue of the built-in operations and those of plugins."""
+    builder = _native.ContextBuilder()
+    for plugin in plugins:
+        # A bare name would be searched in the folders of system libraries.
+        path = os.path.abspath(plugin)
+        try:
+            builder.load_plugin(path)
+        except RuntimeError as failure:
+            raise error_from("load_plugin", failure) from None
+    return builder.build()
 
 
 class Context(_native.Context):
@@ -50,9 +73,13 @@ class Context(_native.Context):
             each on one CPU where that can be done, ``"strict"`` raises where it cannot.
         numa_policy: whether threads follow the memory node of the operands; the same words.
         catalogue: the operations to offer; by default the built-in ones.
+        plugins: files of native plugins, whose operations are offered beside the built-in ones.
+            `call` runs them.
 
     Raises:
-        ValueError: for an unknown word, or more threads than the machine has CPUs for.
+        ValueError: for an unknown word, more threads than the machine has CPUs for, or a plugin
+            that declares something wrong.
+        Error: for a plugin that cannot be opened or that reports failure.
 
     >>> import numpy as np, tessaline
     >>> with tessaline.Context(thread_count=1):
@@ -68,7 +95,14 @@ class Context(_native.Context):
         pinning_policy: Policy = "disabled",
         numa_policy: Policy = "auto",
         catalogue: Any = None,
+        plugins: Iterable[str | os.PathLike[str]] = (),
     ) -> None:
+        if isinstance(plugins, (str, os.PathLike)):
+            raise TypeError("Context: plugins is a sequence of files")
+        if plugins:
+            if catalogue is not None:
+                raise TypeError("Context: give either a catalogue or plugins, not both")
+            catalogue = _catalogue_with(plugins)
         self.catalogue = catalogue if catalogue is not None else default_catalogue()
         super().__init__(
             thread_count,
@@ -81,6 +115,8 @@ class Context(_native.Context):
         self.numa_policy = numa_policy
         # The catalogue is sealed, so what it once said about result dtypes stays true.
         self._result_dtypes: dict[tuple[Signature, tuple[Dtype, ...]], tuple[Dtype, ...]] = {}
+        #: Shapes and dtypes of the results of calls that were made, by what they depend on.
+        self.known_results: dict[tuple[Any, ...] | None, Results] = {}
 
     def __repr__(self) -> str:
         return (
@@ -113,6 +149,13 @@ class Context(_native.Context):
             self._result_dtypes[key] = known
         return known
 
+    def remember_results(self, description: tuple[Any, ...] | None, results: Results) -> None:
+        """Notes what a call gives. A program makes few calls that differ in shapes and dtypes."""
+        if len(self.known_results) >= _KNOWN_RESULTS:
+            self.known_results.clear()
+        if description is not None:
+            self.known_results[description] = results
+
     def _infer(self, signature: Signature, inputs: tuple[Dtype, ...]) -> tuple[Dtype, ...]:
         if len(signature.outputs) > 1:
             return self._infer_several(signature, inputs)
@@ -140,6 +183,30 @@ class Context(_native.Context):
             operation=signature.id,
             reason="no_backend_available",
         )
+
+    def call(self, operation: str, *inputs: Any, out: Any) -> Any:
+        """Runs any operation of the catalogue by its id, such as one of a plugin.
+
+        `inputs` and `out`, one array or a tuple of them, are what the operation takes: nothing is
+        converted, so that the choice of an implementation stays the caller's. A scalar is an array
+        of rank 0 or, as an input, a NumPy scalar. Returns `out`.
+
+        Raises:
+            IndexError: for an operation that the catalogue does not have.
+            ValueError, TypeError: for operands that do not fit it.
+            Error: where no implementation takes them, and where the implementation fails.
+        """
+        outputs = out if isinstance(out, tuple) else (out,)
+        bindings = {
+            index: np.asarray(operand) if isinstance(operand, np.generic) else operand
+            for index, operand in enumerate(inputs)
+        }
+        bindings.update((OUTPUT + index, operand) for index, operand in enumerate(outputs))
+        try:
+            self.execute(operation, bindings, dict.fromkeys(bindings, "host"))
+        except RuntimeError as failure:
+            raise error_from(operation, failure) from None
+        return out
 
     def run(self, signature: Signature, bindings: dict[int, Any]) -> Any:
         """Execute an operation on operands by role. Native failures become errors for people."""

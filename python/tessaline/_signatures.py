@@ -9,7 +9,6 @@ a product such as ``m*p`` may stand on the right.
 from __future__ import annotations
 
 from collections.abc import Sequence
-from functools import lru_cache
 from math import prod
 
 INPUT = 0
@@ -90,8 +89,6 @@ class Signature:
         given = ", ".join(f"{name} {shape}" for name, shape in zip(self.names, shapes))
         return f"{self.name} takes {self.text}; the shapes here are {given}"
 
-    # A program calls with few different shapes, and a small operation takes less time than this.
-    @lru_cache(maxsize=4096)
     def result_shapes(self, shapes: tuple[Shape, ...], **sizes: int) -> tuple[Shape, ...]:
         """The shapes of the results for operands of these shapes, and letters that none has.
 

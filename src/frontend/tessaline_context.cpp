@@ -52,6 +52,7 @@ TessalineContext::TessalineContext(OperationRegistry&& operations, BackendRegist
       descriptions_(describe_operations(operations_, backends_)) {
     operation_ids_.reserve(descriptions_.size());
     for (const OperationDescription& description : descriptions_) {
+        description_indices_.emplace(description.id, operation_ids_.size());
         operation_ids_.push_back(description.id);
     }
 }
@@ -73,7 +74,8 @@ TessalineContext::TessalineContext(TessalineContext&& other) noexcept
       adaptations_(std::move(other.adaptations_)),
       dispatcher_(backends_, adaptations_),
       descriptions_(std::move(other.descriptions_)),
-      operation_ids_(std::move(other.operation_ids_)) {}
+      operation_ids_(std::move(other.operation_ids_)),
+      description_indices_(std::move(other.description_indices_)) {}
 
 TessalineContext::~TessalineContext() = default;
 
@@ -82,15 +84,12 @@ const OperationSpec& TessalineContext::operation(const OperationId& id) const {
 }
 
 const OperationDescription& TessalineContext::describe(const OperationId& id) const {
-    const auto canonical = [](const OperationDescription& description) {
-        return description.id.canonical();
-    };
-    const auto found = std::ranges::lower_bound(descriptions_, id.canonical(), {}, canonical);
-    if (found == descriptions_.end() || found->id != id) {
+    const auto found = description_indices_.find(id);
+    if (found == description_indices_.end()) {
         throw std::out_of_range("TessalineContext - operation '" + id.canonical() +
                                 "' is not registered");
     }
-    return *found;
+    return descriptions_[found->second];
 }
 
 DataTypeDescriptor TessalineContext::infer_dense_result_policy(

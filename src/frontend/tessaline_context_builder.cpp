@@ -2,6 +2,7 @@
 #include "tessaline/frontend/tessaline_context_builder.h"
 
 #include "frontend/builtin_provenance.h"
+#include "frontend/plugin/native_plugin.h"
 #include "tessaline/backend/cpu/register_cpu.h"
 #include "tessaline/catalogue/builtin_operations.h"
 
@@ -99,6 +100,26 @@ void TessalineContextBuilder::register_source_backend(
     std::vector<OperationOperandSpec> operands, std::optional<ImplementationNumerics> numerics) {
     source_contracts_.push_back({key.op(), std::move(operands)});
     register_backend(owner, std::move(key), std::move(entry), std::move(numerics));
+}
+
+void TessalineContextBuilder::load_plugin(const std::filesystem::path& path) {
+    ensure_mutable("TessalineContextBuilder::load_plugin");
+    PluginDetail::LoadedPlugin plugin = PluginDetail::load_native_plugin(path);
+    // Everything is added to copies, which replace the originals only when nothing can fail.
+    OperationRegistry operations = operations_;
+    BackendRegistry backends = backends_;
+    std::vector<std::shared_ptr<void>> libraries = plugin_libraries_;
+    const auto provenance = RegistrationProvenance::plugin(plugin.id, plugin.version);
+    for (OperationSpec& operation : plugin.operations) {
+        operations.register_operation(std::move(operation), provenance);
+    }
+    for (auto& [key, entry] : plugin.kernels) {
+        backends.register_backend(std::move(key), std::move(entry), provenance, std::nullopt);
+    }
+    libraries.push_back(std::move(plugin.library));
+    operations_ = std::move(operations);
+    backends_ = std::move(backends);
+    plugin_libraries_ = std::move(libraries);
 }
 
 void TessalineContextBuilder::validate_source_contracts() const {

@@ -24,6 +24,13 @@ bool is_aligned(const void* data, std::uint64_t alignment) {
 
 } // namespace
 
+void BufferAccessDetail::require_data(const ConstBufferView& view, std::string_view what) {
+    if (view.count != 0 && view.data == nullptr) {
+        throw std::invalid_argument(std::string(what) + " - " + buffer_role_name(view.role) +
+                                    " buffer is null");
+    }
+}
+
 void BufferAccessDetail::validate(const ConstBufferView& view, const Element& element,
                                   std::size_t expected_count, std::string_view what) {
     if (view.count != expected_count || view.element_size != element.size ||
@@ -32,10 +39,7 @@ void BufferAccessDetail::validate(const ConstBufferView& view, const Element& el
         throw std::logic_error(std::string(what) +
                                " - storage buffer type, alignment or count mismatch");
     }
-    if (view.count != 0 && view.data == nullptr) {
-        throw std::invalid_argument(std::string(what) + " - " + buffer_role_name(view.role) +
-                                    " buffer is null");
-    }
+    require_data(view, what);
 }
 
 std::size_t BufferAccessDetail::require_index(const ErasedBufferAccess& access, BufferRole role,

@@ -6,6 +6,7 @@ import subprocess
 from pathlib import Path
 
 import numpy as np
+import pytest
 
 import tessaline
 from tessaline import _dtypes, _native
@@ -41,3 +42,12 @@ def test_module_exports_its_entry_and_the_namespace_only() -> None:
     assert any("Tessaline11OperationId5parse" in name for name in names)
     others = {name for name in names - {"PyInit__native"} if "9Tessaline" not in name}
     assert not others
+
+
+def test_published_types_are_those_of_the_module():
+    """`make stubs` renews the package's copy."""
+    built = Path(_native.__file__).parent.parent / "stubs" / "_native.pyi"
+    if not built.exists():
+        pytest.skip("an installed package has no stubs of its own build")
+    packaged = Path(tessaline.__file__).with_name("_native.pyi")
+    assert packaged.read_text() == built.read_text()

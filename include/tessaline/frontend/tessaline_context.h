@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <span>
+#include <unordered_map>
 #include <vector>
 
 namespace Tessaline {
@@ -58,6 +59,8 @@ class TESSALINE_API TessalineContext {
     BackendDispatcher dispatcher_;                   ///< refers into this very object
     std::vector<OperationDescription> descriptions_; ///< sorted by canonical text
     std::vector<OperationId> operation_ids_;
+    /// The place of each operation in both lists.
+    std::unordered_map<OperationId, std::size_t, OperationId::Hash> description_indices_;
 };
 
 } // namespace Tessaline

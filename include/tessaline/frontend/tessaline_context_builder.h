@@ -6,6 +6,7 @@
 
 #include "tessaline/frontend/tessaline_context.h"
 
+#include <filesystem>
 #include <string>
 
 namespace Tessaline {
@@ -48,6 +49,15 @@ class TESSALINE_API TessalineContextBuilder {
     void register_source_backend(const std::string& owner, BackendRegistryKey key,
                                  BackendEntry entry, std::vector<OperationOperandSpec> operands,
                                  std::optional<ImplementationNumerics> numerics);
+
+    /// Adds the operations and kernels of a native plugin, under its id and version. The library
+    /// stays open while anything can call into it, and the plugin is shut down once after that.
+    ///
+    /// Raises std::runtime_error for a library that cannot be opened or has no
+    /// `tessaline_plugin_init`, BackendLibraryError when the plugin reports failure, and
+    /// std::invalid_argument for what it declares and for what is registered already. A failure
+    /// leaves the builder as it was.
+    void load_plugin(const std::filesystem::path& path);
 
     /// Checks that recorded contracts and implementations agree with their operations, that every
     /// implementation makes a process, and that every operation has an implementation. Raises

@@ -33,6 +33,9 @@ inline ConstBufferView as_const_view(const MutableBufferView& view) {
     return {view.role, view.data, view.count, view.element_size, view.scalar_type, view.type};
 }
 
+/// Raises std::invalid_argument for a record with a count and no data.
+TESSALINE_API void require_data(const ConstBufferView& view, std::string_view what);
+
 TESSALINE_API void validate(const ConstBufferView& view, const Element& element,
                             std::size_t expected_count, std::string_view what);
 

@@ -1,0 +1,53 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The wheel, built and installed into an empty environment, is all that a user needs."""
+
+import os
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+SCRIPT = """
+import importlib.resources, pathlib, sys
+import numpy, tessaline
+files = importlib.resources.files("tessaline")
+for name in ("py.typed", "_native.pyi"):
+    assert files.joinpath(name).is_file(), name
+assert (pathlib.Path(tessaline.get_include()) / "tessaline" / "plugin.h").is_file()
+assert pathlib.Path(tessaline.__file__).is_relative_to(sys.prefix), tessaline.__file__
+a = numpy.array([[2, 1], [1, 3]], numpy.float32)
+print(tessaline.__version__, tessaline.lu_factor(a).solve([3, 4]).tolist())
+"""
+
+
+def run(*command, **options):
+    outcome = subprocess.run(command, capture_output=True, text=True, check=False, **options)
+    assert outcome.returncode == 0, outcome.stdout + outcome.stderr
+    return outcome.stdout
+
+
+def configured(option):
+    """What the build in hand was configured with; the wheel's objects then are in its cache."""
+    cache = ROOT / "build" / "release" / "CMakeCache.txt"
+    found = re.search(rf"^{option}:\w+=(.*)$", cache.read_text(), re.MULTILINE)
+    return f"--config-settings=cmake.define.{option}={found[1] if found else 'OFF'}"
+
+
+def test_wheel_works_in_an_empty_environment(tmp_path):
+    # Its dependencies come from the package index, as for a user.
+    pip = (sys.executable, "-m", "pip", "--disable-pip-version-check")
+    run(*pip, "wheel", "--no-deps", "--no-build-isolation", "--wheel-dir", tmp_path,
+        configured("TESSALINE_WARNINGS_AS_ERRORS"), ROOT)  # fmt: skip
+    (wheel,) = tmp_path.glob("tessaline-*.whl")
+    run(sys.executable, "-m", "venv", tmp_path / "environment")
+    python = tmp_path / "environment" / "bin" / "python"
+    run(python, "-m", "pip", "--disable-pip-version-check", "install", wheel)
+    environment = {name: text for name, text in os.environ.items() if name != "PYTHONPATH"}
+    version, solution = run(
+        python, "-c", SCRIPT, cwd=tmp_path, env=environment
+    ).split(maxsplit=1)  # fmt: skip
+    assert wheel.name.startswith(f"tessaline-{version}-")
+    assert solution.strip() == "[1.0, 1.0]"
+    info = run(python, "-m", "tessaline", "info", cwd=tmp_path, env=environment)
+    assert version in info
