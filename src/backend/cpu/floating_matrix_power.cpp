@@ -4,6 +4,7 @@
 #include "backend/cpu/floating_loops.h"
 #include "backend/cpu/floating_products.h"
 #include "backend/cpu/floating_structure.h"
+#include "backend/cpu/floating_widened.h"
 #include "backend/cpu/power_by_squaring.h"
 
 #include <stdexcept>
@@ -54,14 +55,18 @@ void store_power(const FloatingMatrix<const T>& A, std::uint32_t exponent,
         identity(i, i) = 1;
     }
     const Matrix base = matrix_at(1);
-    map_elements(A, base, [](T element) { return widened(element); });
+    widen_rows(A, 0, n, base.data);
     const Matrix power = power_by_squaring(
         exponent, identity, base, matrix_at(2),
         [](const Matrix& B, const Matrix& C, const Matrix& product) {
             multiply_matrices<Compute>({B.data, B.rows, B.cols, B.layout},
                                        {C.data, C.rows, C.cols, C.layout}, product);
         });
-    map_elements(power, result, [](Compute element) { return stored_as<T>(element); });
+    if (result.is_row_major()) {
+        store_results(power.data, result.data, count);
+    } else {
+        map_elements(power, result, [](Compute element) { return result_as<T>(element); });
+    }
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "backend/cpu/floating_structure.h"
 
 #include "backend/cpu/floating_loops.h"
+#include "backend/cpu/floating_widened.h"
 
 #include <algorithm>
 
@@ -23,11 +24,10 @@ void map_transposed(BackendExecutionBindings& bindings, const Function& function
                });
 }
 
-/// The Kronecker product. Along a line of the result each element of a line of A meets a whole line
-/// of B.
+/// Along a line of the result each element of a line of A meets a whole line of B.
 template <typename T>
-void fill_kron(const FloatingMatrix<const T>& A, const FloatingMatrix<const T>& B,
-               const FloatingMatrix<T>& result) {
+void fill_kron_plainly(const FloatingMatrix<const T>& A, const FloatingMatrix<const T>& B,
+                       const FloatingMatrix<T>& result) {
     const auto a_lines = lines_along(result.layout, A);
     const auto b_lines = lines_along(result.layout, B);
     const std::uint64_t b_line_count = result.is_row_major() ? B.rows : B.cols;
@@ -52,34 +52,137 @@ void fill_kron(const FloatingMatrix<const T>& A, const FloatingMatrix<const T>& 
                });
 }
 
+template <typename T>
+void fill_kron_by_kernels(const SimdKernels::UnfusedKernels<ComputeOf<T>>& kernels,
+                          const FloatingMatrix<const T>& A, const FloatingMatrix<const T>& B,
+                          const FloatingMatrix<T>& result) {
+    if (!result.is_row_major()) {
+        fill_kron_by_kernels(kernels, A.transposed(), B.transposed(), result.transposed());
+        return;
+    }
+    const WidenedRows<T> a(A);
+    const WidenedRows<T> b(B);
+    const auto fill_rows = [&](ComputeOf<T>* out, std::uint64_t begin, std::uint64_t end) {
+        kernels.kron({a[0], A.cols}, {b[0], B.cols}, out, {A.cols, B.rows, B.cols}, begin, end);
+    };
+    const std::uint64_t cols = result.cols;
+    for_chunks(result.rows, work_of(result.rows, cols),
+               [&](std::uint64_t begin, std::uint64_t end) {
+                   if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+                       fill_rows(result.data + begin * cols, begin, end);
+                   } else {
+                       const Scratch<ComputeOf<T>> products(cols);
+                       for (std::uint64_t i = begin; i < end; ++i) {
+                           fill_rows(products.data(), i, i + 1);
+                           store_results(products.data(), result.data + i * cols, cols);
+                       }
+                   }
+               });
+}
+
+/// The Kronecker product.
+template <typename T>
+void fill_kron(const FloatingMatrix<const T>& A, const FloatingMatrix<const T>& B,
+               const FloatingMatrix<T>& result) {
+    if (const auto* kernels = SimdKernels::unfused_kernels<ComputeOf<T>>()) {
+        fill_kron_by_kernels<T>(*kernels, A, B, result);
+    } else {
+        fill_kron_plainly<T>(A, B, result);
+    }
+}
+
 /// A matrix, its result and the order of the subsystem that is summed over.
 template <typename T>
-struct PartialTrace {
+class PartialTrace {
+  public:
     explicit PartialTrace(BackendExecutionBindings& bindings)
-        : A(input_matrix<T>(bindings, input_role(0))),
-          result(output_matrix<T>(bindings, output_role(0))),
-          traced(result.rows == 0 ? 0 : A.rows / result.rows) {}
+        : A_(input_matrix<T>(bindings, input_role(0))),
+          result_(output_matrix<T>(bindings, output_role(0))),
+          traced_(result_.rows == 0 ? 0 : A_.rows / result_.rows) {}
+
+    std::uint64_t kept() const { return result_.rows; }
+    std::uint64_t traced() const { return traced_; }
 
     /// result(i, j) = the sum over increasing t below `traced` of
     /// A(i kept_step + t traced_step, j kept_step + t traced_step).
     void fill(std::uint64_t kept_step, std::uint64_t traced_step) const {
-        const auto lines = lines_along(result.layout, A);
-        fill_lines(result, work_of(result.rows, result.cols, traced),
+        const auto lines = lines_along(result_.layout, A_);
+        fill_lines(result_, work_of(result_.rows, result_.cols, traced_),
                    [&](std::uint64_t line, std::uint64_t begin, std::uint64_t end, T* out) {
-                       for (std::uint64_t p = begin; p < end; ++p) {
-                           ComputeOf<T> sum{};
-                           for (std::uint64_t t = 0; t < traced; ++t) {
-                               sum += widened(lines(line * kept_step + t * traced_step,
-                                                    p * kept_step + t * traced_step));
-                           }
-                           *out++ = result_as<T>(sum);
+                       for (; begin < end; begin += sums_in_flight, out += sums_in_flight) {
+                           fill_run({.terms = &lines(line * kept_step, begin * kept_step),
+                                     .step = kept_step * lines.stride,
+                                     .term_step = traced_step * (lines.line_stride + lines.stride),
+                                     .count = std::min(sums_in_flight, end - begin)},
+                                    out);
                        }
                    });
     }
 
-    FloatingMatrix<const T> A;
-    FloatingMatrix<T> result;
-    std::uint64_t traced;
+  private:
+    /// Sums of neighbours that are formed side by side: as many as the first cache holds with ease.
+    static constexpr std::uint64_t sums_in_flight = 256;
+
+    /// Where the terms of some neighbours lie.
+    struct Run {
+        const T* terms;          ///< the first of the first sum
+        std::uint64_t step;      ///< from a sum to its neighbour
+        std::uint64_t term_step; ///< from a term to the next of a sum
+        std::uint64_t count;     ///< of sums
+    };
+
+    void fill_run(const Run& run, T* out) const {
+        if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+            const auto* kernels = SimdKernels::unfused_kernels<T>();
+            if (run.step == 1 && kernels != nullptr) {
+                kernels->sum_of_runs(run.terms, run.term_step, traced_, out, run.count);
+                return;
+            }
+        }
+        const Scratch<ComputeOf<T>> sums(run.count);
+        std::fill_n(sums.data(), run.count, ComputeOf<T>{});
+        for (std::uint64_t t = 0; t < traced_; ++t) {
+            add(sums.data(), run.terms + t * run.term_step, run.step, run.count);
+        }
+        store_results(sums.data(), out, run.count);
+    }
+
+    /// Up to this step all elements on the way are widened at once.
+    static constexpr std::uint64_t widened_step = 8;
+
+    /// Adds elements that lie `step` apart.
+    static void add(ComputeOf<T>* sums, const T* elements, std::uint64_t step,
+                    std::uint64_t count) {
+        if constexpr (!std::is_same_v<T, ComputeOf<T>>) {
+            if (step <= widened_step && count > 0) {
+                const std::uint64_t widened = (count - 1) * step + 1;
+                const Scratch<ComputeOf<T>> terms(widened);
+                widen_elements(elements, terms.data(), widened);
+                add_strided(sums, terms.data(), step, count);
+                return;
+            }
+        }
+        add_strided(sums, elements, step, count);
+    }
+
+    template <typename Element>
+    static void add_strided(ComputeOf<T>* sums, const Element* elements, std::uint64_t step,
+                            std::uint64_t count) {
+        const auto add_each = [=](auto distance) {
+            for (std::uint64_t i = 0; i < count; ++i) {
+                sums[i] += static_cast<ComputeOf<T>>(elements[i * distance]);
+            }
+        };
+        if (step == 1) {
+            add_each(std::integral_constant<std::uint64_t, 1>{}); // by vectors
+        } else {
+            add_each(step);
+        }
+    }
+
+    FloatingMatrix<const T> A_;
+    FloatingMatrix<T> result_;
+    std::uint64_t traced_;
 };
 
 } // namespace
@@ -116,13 +219,13 @@ void FloatingStructure<T>::outer(BackendExecutionBindings& bindings) {
 template <typename T>
 void FloatingStructure<T>::partial_trace_left(BackendExecutionBindings& bindings) {
     const PartialTrace<T> trace(bindings);
-    trace.fill(1, trace.result.rows);
+    trace.fill(1, trace.kept());
 }
 
 template <typename T>
 void FloatingStructure<T>::partial_trace_right(BackendExecutionBindings& bindings) {
     const PartialTrace<T> trace(bindings);
-    trace.fill(trace.traced, 1);
+    trace.fill(trace.traced(), 1);
 }
 
 template <typename T>

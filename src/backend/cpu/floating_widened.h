@@ -3,42 +3,63 @@
 
 // Inputs that a kernel reads many times, in the form that its inner loop streams.
 
+#include "backend/cpu/floating_conversions.h"
 #include "backend/cpu/floating_operands.h"
-
-#include <vector>
 
 namespace Tessaline {
 
-/// The rows of a matrix, contiguous and in compute type: the operand's own memory where it has that
+/// Copies the rows [begin, end) of a matrix to `to`, in compute type and one after the other.
+template <typename T>
+void widen_rows(const FloatingMatrix<const T>& matrix, std::uint64_t begin, std::uint64_t end,
+                ComputeOf<T>* to) {
+    if (matrix.is_row_major()) {
+        widen_elements(matrix.data + begin * matrix.cols, to, (end - begin) * matrix.cols);
+        return;
+    }
+    // A few columns at once, so that the lines that are read and written stay in the first cache.
+    constexpr std::uint64_t columns_at_once = 8;
+    for (std::uint64_t first = 0; first < matrix.cols; first += columns_at_once) {
+        const std::uint64_t last = std::min(matrix.cols, first + columns_at_once);
+        for (std::uint64_t i = begin; i < end; ++i) {
+            for (std::uint64_t j = first; j < last; ++j) {
+                to[(i - begin) * matrix.cols + j] = widened(matrix(i, j));
+            }
+        }
+    }
+}
+
+/// Rows of a matrix, contiguous and in compute type: the operand's own memory where it has that
 /// form, else a copy. Valid while the operand lives.
 template <typename T>
 class WidenedRows {
   public:
     using Compute = ComputeOf<T>;
 
-    explicit WidenedRows(const FloatingMatrix<const T>& matrix) : cols_(matrix.cols) {
+    explicit WidenedRows(const FloatingMatrix<const T>& matrix)
+        : WidenedRows(matrix, 0, matrix.rows) {}
+    /// The rows [begin, end) only, counted from `begin`.
+    WidenedRows(const FloatingMatrix<const T>& matrix, std::uint64_t begin, std::uint64_t end)
+        : cols_(matrix.cols),
+          copy_(serves_itself(matrix) ? 0 : (end - begin) * matrix.cols),
+          data_(copy_.data()) {
         if constexpr (std::is_same_v<T, Compute>) {
-            if (matrix.is_row_major()) {
-                data_ = matrix.data;
+            if (serves_itself(matrix)) {
+                data_ = matrix.data + begin * cols_;
                 return;
             }
         }
-        copy_.reserve(matrix.rows * matrix.cols);
-        for (std::uint64_t i = 0; i < matrix.rows; ++i) {
-            for (std::uint64_t j = 0; j < matrix.cols; ++j) {
-                copy_.push_back(widened(matrix(i, j)));
-            }
-        }
-        data_ = copy_.data();
+        widen_rows(matrix, begin, end, copy_.data());
     }
-    WidenedRows(const WidenedRows&) = delete;
-    WidenedRows& operator=(const WidenedRows&) = delete;
 
     const Compute* operator[](std::uint64_t row) const { return data_ + row * cols_; }
 
   private:
+    static bool serves_itself(const FloatingMatrix<const T>& matrix) {
+        return std::is_same_v<T, Compute> && matrix.is_row_major();
+    }
+
     std::uint64_t cols_;
-    std::vector<Compute> copy_; ///< empty where the operand itself serves
+    Scratch<Compute> copy_; ///< empty where the operand itself serves
     const Compute* data_;
 };
 

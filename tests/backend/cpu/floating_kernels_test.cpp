@@ -61,7 +61,8 @@ class FloatingKernels : public ::testing::Test {
         return random_grid<T>(rows, cols, random_, with_specials);
     }
 
-    /// Expects a kernel to give the elements of `make(i, j)`, for every order of every matrix.
+    /// Expects a kernel to give the elements of `make(i, j)`, for every order of every matrix, by
+    /// plain loops and by the kernels of every instruction set.
     static void expect(FloatingOperation operation, const Inputs& inputs, OperandKind kind,
                        Size rows, Size cols, const std::function<C(Size, Size)>& make) {
         const Grid<T> expected(rows, cols, make);
@@ -80,8 +81,10 @@ class FloatingKernels : public ::testing::Test {
         }
         for (const auto order : orders_of<T>(kind)) {
             for (const auto& bindings : choices) {
-                expect_result<T>(operation, bindings, Operand<T>(kind, expected, order),
-                                 unwritten<T>(rows, cols), expected);
+                for_each_unfused_selection([&] {
+                    expect_result<T>(operation, bindings, Operand<T>(kind, expected, order),
+                                     unwritten<T>(rows, cols), expected);
+                });
             }
         }
     }
@@ -170,8 +173,8 @@ TYPED_TEST(FloatingKernels, ReductionsAddInOrder) {
 
 TYPED_TEST(FloatingKernels, MatrixProductsAddByIncreasingInnerIndex) {
     using T = TypeParam;
-    const Size shapes[][3] = {{0, 3, 2}, {2, 0, 3},   {3, 2, 0},   {1, 1, 1},
-                              {2, 3, 5}, {11, 7, 13}, {17, 31, 8}, {3, 5, 259}};
+    const Size shapes[][3] = {{0, 3, 2},   {2, 0, 3},   {3, 2, 0},   {1, 1, 1},    {2, 3, 5},
+                              {11, 7, 13}, {17, 31, 8}, {3, 5, 259}, {13, 400, 67}};
     for (const auto& [m, k, n] : shapes) {
         for (const bool with_specials : {false, true}) {
             const Grid<T> a = this->random(m, k, with_specials);
@@ -201,7 +204,8 @@ TYPED_TEST(FloatingKernels, TransposesAndTensorProductsPlaceEveryElement) {
         const Grid<T> y = this->random(cols, 1);
         this->expect(FloatingOperation::outer, {{vector, x}, {vector, y}}, matrix, rows, cols,
                      [&](Size i, Size j) { return result_of(times(x(i), y(j))); });
-        for (const auto& [r, c] : {std::pair<Size, Size>{2, 0}, {0, 2}, {1, 1}, {2, 3}, {5, 4}}) {
+        for (const auto& [r, c] :
+             {std::pair<Size, Size>{2, 0}, {0, 2}, {1, 1}, {2, 3}, {5, 4}, {2, 37}}) {
             const Grid<T> b = this->random(r, c);
             this->expect(FloatingOperation::kron, {{matrix, a}, {matrix, b}}, matrix, rows * r,
                          cols * c, [&, r = r, c = c](Size i, Size j) {
@@ -213,7 +217,8 @@ TYPED_TEST(FloatingKernels, TransposesAndTensorProductsPlaceEveryElement) {
 
 TYPED_TEST(FloatingKernels, PartialTracesSumOverOneSubsystem) {
     using T = TypeParam;
-    const Size shapes[][2] = {{0, 1}, {1, 1}, {1, 6}, {6, 1}, {2, 3}, {5, 3}, {7, 4}};
+    const Size shapes[][2] = {{0, 1}, {1, 1}, {1, 6}, {6, 1}, {2, 3},
+                              {5, 3}, {7, 4}, {3, 9}, {33, 2}};
     for (const auto& [order, traced] : shapes) {
         const Size m = order;
         const Size k = traced;

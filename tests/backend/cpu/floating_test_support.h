@@ -7,6 +7,8 @@
 #include "backend/cpu/cpu_test_support.h"
 #include "backend/cpu/floating_dispatcher.h"
 #include "backend/cpu/floating_policies.h"
+#include "backend/cpu/simd/simd_unfused_kernels.h"
+#include "backend/cpu/simd/x86_simd.h"
 #include "support/counter_random.h"
 #include "tessaline/storage/buffer_access.h"
 #include "tessaline/storage/storage_factory.h"
@@ -211,6 +213,35 @@ inline BackendExecutionBindings bindings_of(const std::vector<OperandBinding>& i
 template <typename T>
 std::span<const std::byte> bytes_of(const Grid<T>& grid) {
     return std::as_bytes(std::span(grid.elements));
+}
+
+/// Calls `body` with the unfused kernels of each instruction set that the machine has.
+template <typename Body>
+void for_each_unfused_table(const Body& body) {
+    const X86Features features = detect_x86_features();
+    ASSERT_TRUE(supports(features, X86Simd::avx256)) << "nothing was tested";
+    {
+        SCOPED_TRACE("AVX2");
+        body(SimdKernels::avx256_unfused_table);
+    }
+    if (supports(features, X86Simd::avx512)) {
+        SCOPED_TRACE("AVX512");
+        body(SimdKernels::avx512_unfused_table);
+    }
+}
+
+/// Calls `body` with the plain loops in force, and with the kernels of each instruction set.
+template <typename Body>
+void for_each_unfused_selection(const Body& body) {
+    {
+        SCOPED_TRACE("plain loops");
+        const SimdKernels::UnfusedSelection selection(nullptr);
+        body();
+    }
+    for_each_unfused_table([&](const SimdKernels::UnfusedTable& table) {
+        const SimdKernels::UnfusedSelection selection(&table);
+        body();
+    });
 }
 
 /// Runs a kernel directly and as a step of sessions with 1, 2, 3 and 7 threads, and expects the

@@ -82,6 +82,12 @@ Complex<Set> broadcast_complex(typename Set::Component real, typename Set::Compo
     return {Set::broadcast(real), Set::broadcast(imag)};
 }
 
+/// A bit for each lane whose parts are both NaN.
+template <typename Set>
+unsigned lost_lanes(Complex<Set> value) {
+    return Set::nan_lanes(value.real) & Set::nan_lanes(value.imag);
+}
+
 /// c + a b as a step of a matrix product.
 template <typename Set>
 typename Set::Register add_product(typename Set::Register c, typename Set::Register a,
@@ -140,6 +146,10 @@ typename Set::Register difference_of_products(typename Set::Register a, typename
     }
 }
 
+template <typename Set>
+typename Set::Register product(typename Set::Register a, typename Set::Register b) {
+    return a * b;
+}
 template <typename Set>
 Complex<Set> product(Complex<Set> a, Complex<Set> b) {
     return {difference_of_products<Set>(a.real, b.real, a.imag, b.imag),

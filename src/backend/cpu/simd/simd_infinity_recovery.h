@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Complex sums of products that ended as NaN in both parts, formed anew with products that recover
-// infinities as C99 Annex G does. What the fast form gives elsewhere needs no second look: where a
-// product recovers, it had two parts of NaN, which stay in the sum.
+// Complex products, and sums of them, that ended as NaN in both parts, formed anew with products
+// that recover infinities as C99 Annex G does. What the fast form gives elsewhere needs no second
+// look: where a product recovers, it had two parts of NaN, which stay in the sum.
 
 #include "backend/cpu/simd/simd_arithmetic.h"
 
@@ -24,50 +24,72 @@ struct BuiltInComplex<double> {
     __extension__ using Type = _Complex double;
 };
 
-/// One vector of neighbours in a row of C, before the terms of a block are stored.
-template <typename Set, Update Kind>
-struct InfinityRecovery {
+/// Elements are interleaved.
+template <typename Set>
+class InfinityRecovery {
     using Component = typename Set::Component;
     using BuiltIn = typename BuiltInComplex<Component>::Type;
 
-    const Component* A; ///< interleaved: the row's factors of the terms
-    const Component* B; ///< those of the first column, `b_stride` elements apart
-    Index b_stride;
-    const Component* C; ///< the sums before these terms
-    bool starts_from_zero;
-    Index terms;
-    Index columns; ///< lanes that stand for an element
+  public:
+    /// Neighbours in a vector of sums, each over the terms A[k] B[k b_step + i b_next] for the
+    /// lane i.
+    struct Sums {
+        const Component* A;
+        const Component* B;
+        Index b_step;
+        Index b_next;
+        Index terms;
+        const Component* before; ///< what the terms are added to or subtracted from; null for zeros
+    };
 
-    [[gnu::noinline]] Complex<Set> recovered(Complex<Set> sums) const {
-        const unsigned lost = Set::nan_lanes(sums.real) & Set::nan_lanes(sums.imag);
-        for (Index column = 0; column < columns; ++column) {
-            if ((lost >> column & 1U) != 0) {
-                const BuiltIn sum = sum_of(column);
-                sums.real[column] = __real__ sum;
-                sums.imag[column] = __imag__ sum;
+    /// The vector with each of its first `count` lanes that was lost formed anew.
+    template <Update Kind>
+    [[gnu::noinline]] static Complex<Set> recovered(Complex<Set> found, Index count,
+                                                    const Sums& sums) {
+        return replace_lost(found, count, [&](Index i) {
+            BuiltIn sum = sums.before == nullptr ? BuiltIn{} : element(sums.before, i);
+            if (is_lost(sum)) {
+                return sum;
             }
-        }
-        return sums;
+            for (Index k = 0; k < sums.terms; ++k) {
+                const BuiltIn term =
+                    element(sums.A, k) * element(sums.B, k * sums.b_step + i * sums.b_next);
+                sum = Kind == Update::replace ? sum + term : sum - term;
+            }
+            return sum;
+        });
+    }
+
+    /// The same for the products of one factor.
+    [[gnu::noinline]] static Complex<Set> recovered(Complex<Set> found, Index count,
+                                                    const Component* factor, const Component* b) {
+        return replace_lost(found, count,
+                            [&](Index i) { return element(factor, 0) * element(b, i); });
     }
 
   private:
-    static BuiltIn element(const Component* parts) {
+    static BuiltIn element(const Component* elements, Index index) {
         BuiltIn value;
-        __real__ value = parts[0];
-        __imag__ value = parts[1];
+        __real__ value = elements[2 * index];
+        __imag__ value = elements[2 * index + 1];
         return value;
     }
 
-    BuiltIn sum_of(Index column) const {
-        BuiltIn sum = starts_from_zero ? BuiltIn{} : element(C + 2 * column);
-        if (__real__ sum != __real__ sum && __imag__ sum != __imag__ sum) {
-            return sum;
+    static bool is_lost(BuiltIn value) {
+        return __real__ value != __real__ value && __imag__ value != __imag__ value;
+    }
+
+    template <typename At>
+    static Complex<Set> replace_lost(Complex<Set> found, Index count, const At& at) {
+        const unsigned lost = lost_lanes<Set>(found);
+        for (Index i = 0; i < count; ++i) {
+            if ((lost >> i & 1U) != 0) {
+                const BuiltIn value = at(i);
+                found.real[i] = __real__ value;
+                found.imag[i] = __imag__ value;
+            }
         }
-        for (Index k = 0; k < terms; ++k) {
-            const BuiltIn term = element(A + 2 * k) * element(B + 2 * (k * b_stride + column));
-            sum = Kind == Update::replace ? sum + term : sum - term;
-        }
-        return sum;
+        return found;
     }
 };
 

@@ -29,6 +29,8 @@ struct Avx256 {
     static constexpr std::size_t real_tile_vectors = 2;
     static constexpr std::size_t split_tile_rows = 2;
     static constexpr std::size_t split_tile_vectors = 2;
+    /// Tiles of row products side by side.
+    static constexpr std::size_t row_tiles = 2;
 
     /// The first `count` lanes, at most all.
     static Mask first_lanes(std::size_t count) {
@@ -91,8 +93,35 @@ struct Avx256 {
     static Register low_pairs(Register a, Register b) { return _mm256_shuffle_ps(a, b, 0x44); }
     static Register high_pairs(Register a, Register b) { return _mm256_shuffle_ps(a, b, 0xee); }
 
+    // Conversions of elements of two bytes, for units that have F16C as well.
+#ifdef __F16C__
+    static Register load_binary16(const std::uint16_t* from) {
+        return _mm256_cvtph_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
+    }
+    static void store_binary16(std::uint16_t* to, Register value) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to),
+                         _mm256_cvtps_ph(value, _MM_FROUND_TO_NEAREST_INT));
+    }
+    static Register load_bfloat16(const std::uint16_t* from) {
+        const __m128i upper = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+        return _mm256_castsi256_ps(_mm256_slli_epi32(_mm256_cvtepu16_epi32(upper), 16));
+    }
+    /// Half of what is cut off, less where the bit above it is even, carries a tie to even. One NaN
+    /// and infinity stay what they are.
+    static void store_bfloat16(std::uint16_t* to, Register value) {
+        const __m256i bits = _mm256_castps_si256(value);
+        const __m256i odd = _mm256_and_si256(_mm256_srli_epi32(bits, 16), _mm256_set1_epi32(1));
+        const __m256i half = _mm256_add_epi32(odd, _mm256_set1_epi32(0x7fff));
+        const __m256i upper = _mm256_srli_epi32(_mm256_add_epi32(bits, half), 16);
+        const __m256i pairs = _mm256_permute4x64_epi64(_mm256_packus_epi32(upper, upper), 0xd8);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm256_castsi256_si128(pairs));
+    }
+#endif
+
   private:
-    static Register nan_mask(Register value) { return _mm256_cmp_ps(value, value, _CMP_UNORD_Q); }
+    static Register nan_mask(Register value) {
+        return _mm256_cmp_ps(value, value, _CMP_UNORD_Q);
+    }
 
     /// Undoes that a shuffle of two vectors takes pairs from them in turn.
     static Register in_order(Register pairs) {

@@ -25,6 +25,8 @@ struct Avx256Double {
     static constexpr std::size_t real_tile_vectors = 2;
     static constexpr std::size_t split_tile_rows = 2;
     static constexpr std::size_t split_tile_vectors = 2;
+    /// Tiles of row products side by side.
+    static constexpr std::size_t row_tiles = 4;
 
     /// The first `count` lanes, at most all.
     static Mask first_lanes(std::size_t count) {
@@ -50,6 +52,17 @@ struct Avx256Double {
     }
     static Register with_one_nan(Register value) {
         return _mm256_blendv_pd(value, _mm256_set1_pd(__builtin_nan("")), nan_mask(value));
+    }
+
+    static void transpose(Register (&rows)[lanes]) {
+        const Register low_01 = _mm256_unpacklo_pd(rows[0], rows[1]);
+        const Register high_01 = _mm256_unpackhi_pd(rows[0], rows[1]);
+        const Register low_23 = _mm256_unpacklo_pd(rows[2], rows[3]);
+        const Register high_23 = _mm256_unpackhi_pd(rows[2], rows[3]);
+        rows[0] = _mm256_permute2f128_pd(low_01, low_23, 0x20);
+        rows[1] = _mm256_permute2f128_pd(high_01, high_23, 0x20);
+        rows[2] = _mm256_permute2f128_pd(low_01, low_23, 0x31);
+        rows[3] = _mm256_permute2f128_pd(high_01, high_23, 0x31);
     }
 
     /// The elements at even and at odd places of a and b, one after the other.

@@ -6,6 +6,7 @@
 #include "backend/cpu/simd/simd_transpose.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <immintrin.h>
 
 namespace Tessaline::SimdKernels {
@@ -24,10 +25,12 @@ struct Avx512 {
     static constexpr bool fuses = true;
     static constexpr bool keeps_one_nan = false;
     // Tiles of products: rows, and vectors across, that the 32 registers hold.
-    static constexpr std::size_t real_tile_rows = 8;
-    static constexpr std::size_t real_tile_vectors = 3;
+    static constexpr std::size_t real_tile_rows = 6;
+    static constexpr std::size_t real_tile_vectors = 4;
     static constexpr std::size_t split_tile_rows = 4;
-    static constexpr std::size_t split_tile_vectors = 3;
+    static constexpr std::size_t split_tile_vectors = 2;
+    /// Tiles of row products side by side.
+    static constexpr std::size_t row_tiles = 1;
 
     /// The first `count` lanes, at most all.
     static Mask first_lanes(std::size_t count) { return static_cast<Mask>((1U << count) - 1); }
@@ -106,6 +109,28 @@ struct Avx512 {
         const __m512i high =
             _mm512_setr_epi32(8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15, 31);
         return _mm512_permutex2var_ps(a, high, b);
+    }
+
+    // Conversions of elements of two bytes.
+    static Register load_binary16(const std::uint16_t* from) {
+        return _mm512_cvtph_ps(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from)));
+    }
+    static void store_binary16(std::uint16_t* to, Register value) {
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(to),
+                            _mm512_cvtps_ph(value, _MM_FROUND_TO_NEAREST_INT));
+    }
+    static Register load_bfloat16(const std::uint16_t* from) {
+        const __m256i upper = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
+        return _mm512_castsi512_ps(_mm512_slli_epi32(_mm512_cvtepu16_epi32(upper), 16));
+    }
+    /// Half of what is cut off, less where the bit above it is even, carries a tie to even. One NaN
+    /// and infinity stay what they are.
+    static void store_bfloat16(std::uint16_t* to, Register value) {
+        const __m512i bits = _mm512_castps_si512(value);
+        const __m512i odd = _mm512_and_si512(_mm512_srli_epi32(bits, 16), _mm512_set1_epi32(1));
+        const __m512i half = _mm512_add_epi32(odd, _mm512_set1_epi32(0x7fff));
+        const __m512i upper = _mm512_srli_epi32(_mm512_add_epi32(bits, half), 16);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), _mm512_cvtepi32_epi16(upper));
     }
 
     // Of each four lanes of both operands.

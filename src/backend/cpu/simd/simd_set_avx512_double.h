@@ -20,10 +20,12 @@ struct Avx512Double {
     static constexpr std::size_t lanes = 8;
     static constexpr bool fuses = true;
     static constexpr bool keeps_one_nan = false;
-    static constexpr std::size_t real_tile_rows = 8;
-    static constexpr std::size_t real_tile_vectors = 3;
+    static constexpr std::size_t real_tile_rows = 6;
+    static constexpr std::size_t real_tile_vectors = 4;
     static constexpr std::size_t split_tile_rows = 4;
     static constexpr std::size_t split_tile_vectors = 2;
+    /// Tiles of row products side by side.
+    static constexpr std::size_t row_tiles = 1;
 
     /// The first `count` lanes, at most all.
     static Mask first_lanes(std::size_t count) { return static_cast<Mask>((1U << count) - 1); }
@@ -51,6 +53,17 @@ struct Avx512Double {
                                   _mm512_set1_pd(__builtin_nan("")));
     }
 
+    static void transpose(Register (&rows)[lanes]) {
+        const Register low[] = {
+            _mm512_unpacklo_pd(rows[0], rows[1]), _mm512_unpacklo_pd(rows[2], rows[3]),
+            _mm512_unpacklo_pd(rows[4], rows[5]), _mm512_unpacklo_pd(rows[6], rows[7])};
+        const Register high[] = {
+            _mm512_unpackhi_pd(rows[0], rows[1]), _mm512_unpackhi_pd(rows[2], rows[3]),
+            _mm512_unpackhi_pd(rows[4], rows[5]), _mm512_unpackhi_pd(rows[6], rows[7])};
+        transpose_quarters(low, rows[0], rows[2], rows[4], rows[6]);
+        transpose_quarters(high, rows[1], rows[3], rows[5], rows[7]);
+    }
+
     /// The elements at even and at odd places of a and b, one after the other.
     static Register even_elements(Register a, Register b) {
         return _mm512_permutex2var_pd(a, _mm512_setr_epi64(0, 2, 4, 6, 8, 10, 12, 14), b);
@@ -64,6 +77,20 @@ struct Avx512Double {
     }
     static Register high_alternated(Register a, Register b) {
         return _mm512_permutex2var_pd(a, _mm512_setr_epi64(4, 12, 5, 13, 6, 14, 7, 15), b);
+    }
+
+  private:
+    /// The four quarters of four vectors, transposed.
+    static void transpose_quarters(const Register (&rows)[4], Register& first, Register& second,
+                                   Register& third, Register& fourth) {
+        const Register low_upper = _mm512_shuffle_f64x2(rows[0], rows[1], 0x44);
+        const Register low_lower = _mm512_shuffle_f64x2(rows[2], rows[3], 0x44);
+        const Register high_upper = _mm512_shuffle_f64x2(rows[0], rows[1], 0xee);
+        const Register high_lower = _mm512_shuffle_f64x2(rows[2], rows[3], 0xee);
+        first = _mm512_shuffle_f64x2(low_upper, low_lower, 0x88);
+        second = _mm512_shuffle_f64x2(low_upper, low_lower, 0xdd);
+        third = _mm512_shuffle_f64x2(high_upper, high_lower, 0x88);
+        fourth = _mm512_shuffle_f64x2(high_upper, high_lower, 0xdd);
     }
 };
 

@@ -3,7 +3,10 @@
 
 // Every unfused kernel, instantiated for the vectors of one instruction set.
 
+#include "backend/cpu/simd/simd_conversions.h"
+#include "backend/cpu/simd/simd_kron.h"
 #include "backend/cpu/simd/simd_matmul.h"
+#include "backend/cpu/simd/simd_row_products.h"
 #include "backend/cpu/simd/simd_unfused_kernels.h"
 
 namespace Tessaline::SimdKernels {
@@ -20,6 +23,9 @@ constexpr UnfusedKernels<typename Elements::Element> make_unfused_kernels() {
     return {
         .multiply = strided_product<Elements, Update::replace>,
         .subtract_product = strided_product<Elements, Update::subtract>,
+        .row_products = strided_row_products<Elements>,
+        .kron = Kron<Elements>::kron,
+        .sum_of_runs = sum_of_runs<Elements>,
     };
 }
 
@@ -30,6 +36,12 @@ constexpr UnfusedTable make_unfused_table() {
         make_unfused_kernels<RealElements<Unfused<DoubleSet>>>(),
         make_unfused_kernels<InterleavedElements<Unfused<FloatSet>>>(),
         make_unfused_kernels<InterleavedElements<Unfused<DoubleSet>>>(),
+        {
+            .widen_binary16 = Conversions<FloatSet>::widen_binary16,
+            .round_binary16 = Conversions<FloatSet>::round_binary16,
+            .widen_bfloat16 = Conversions<FloatSet>::widen_bfloat16,
+            .round_bfloat16 = Conversions<FloatSet>::round_bfloat16,
+        },
     };
 }
 

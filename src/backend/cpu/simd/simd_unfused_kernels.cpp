@@ -7,24 +7,31 @@ namespace Tessaline::SimdKernels {
 
 namespace {
 
-const UnfusedTable* select() {
-    if (!supports(detect_x86_features(), X86Simd::avx256)) {
+const UnfusedTable* widest_table() {
+    // Every processor with AVX2 so far converts binary16, but the two are not bound together.
+    if (!supports(detect_x86_features(), X86Simd::avx256) || !__builtin_cpu_supports("f16c")) {
         return nullptr;
     }
     return selected_x86_simd() == X86Simd::avx512 ? &avx512_unfused_table : &avx256_unfused_table;
 }
 
-} // namespace
-
-template <typename T>
-const UnfusedKernels<T>* unfused_kernels() {
-    static const UnfusedTable* const selected = select();
-    return selected;
+const UnfusedTable*& current_table() {
+    static const UnfusedTable* table = widest_table();
+    return table;
 }
 
-template const UnfusedKernels<float>* unfused_kernels();
-template const UnfusedKernels<double>* unfused_kernels();
-template const UnfusedKernels<std::complex<float>>* unfused_kernels();
-template const UnfusedKernels<std::complex<double>>* unfused_kernels();
+} // namespace
+
+const UnfusedTable* unfused_table() {
+    return current_table();
+}
+
+UnfusedSelection::UnfusedSelection(const UnfusedTable* table) : former_(current_table()) {
+    current_table() = table;
+}
+
+UnfusedSelection::~UnfusedSelection() {
+    current_table() = former_;
+}
 
 } // namespace Tessaline::SimdKernels

@@ -30,6 +30,16 @@ struct ProductExtents {
     Index cols;
 };
 
+/// The columns of A, and the sizes of B, in a Kronecker product.
+struct KronExtents {
+    Index a_cols;
+    Index b_rows;
+    Index b_cols;
+};
+
+/// Complex terms recover infinities as C99 Annex G does where both of their parts are NaN. What is
+/// written overlaps nothing that is read, but may be a block of the same matrix.
+///
 /// T is float, double or a std::complex of them, interleaved.
 template <typename T>
 struct UnfusedKernels {
@@ -39,30 +49,57 @@ struct UnfusedKernels {
     /// C = A B: each element is the sum over increasing k of A(i, k) B(k, j), from zero.
     Product multiply;
     /// C = C - A B: the same terms, each subtracted from the element in turn.
-    ///
-    /// In both, each complex term recovers infinities as C99 Annex G does where both of its parts
-    /// are NaN. C overlaps neither factor; they may all be blocks of one matrix.
     Product subtract_product;
+    /// y = A x: each element is the sum over increasing k of A(i, k) x[k], from zero.
+    void (*row_products)(StridedRows<const T> A, const T* x, T* y, Index rows, Index cols);
+    /// The rows [begin, end) of the Kronecker product, from `out` on without gaps: element
+    /// (i1 b_rows + i2, j1 b_cols + j2) is A(i1, j1) B(i2, j2).
+    void (*kron)(StridedRows<const T> A, StridedRows<const T> B, T* out, KronExtents extents,
+                 Index begin, Index end);
+    /// out[i] = the sum over increasing t of elements[t step + i], from zero, for `count` of them.
+    void (*sum_of_runs)(const T* elements, Index step, Index terms, T* out, Index count);
 };
 
-/// One instruction set's kernels for every type.
+/// Elements of two bytes, by their bits, as floats, which is exact but for the payload of a NaN;
+/// and floats rounded to nearest with ties to even.
+struct ConversionKernels {
+    void (*widen_binary16)(const std::uint16_t* from, float* to, Index count);
+    void (*round_binary16)(const float* from, std::uint16_t* to, Index count);
+    void (*widen_bfloat16)(const std::uint16_t* from, float* to, Index count);
+    void (*round_bfloat16)(const float* from, std::uint16_t* to, Index count);
+};
+
+/// The kernels of one instruction set.
 struct UnfusedTable : UnfusedKernels<float>,
                       UnfusedKernels<double>,
                       UnfusedKernels<std::complex<float>>,
-                      UnfusedKernels<std::complex<double>> {};
+                      UnfusedKernels<std::complex<double>>,
+                      ConversionKernels {};
 
 extern const UnfusedTable avx256_unfused_table;
 extern const UnfusedTable avx512_unfused_table;
 
-/// The kernels for T that the processor runs fastest; null where it has none of their instruction
-/// sets, and the plain loops serve. An engine asked for by name (see x86_simd.h) decides here too,
-/// though the bits are the same.
-template <typename T>
-const UnfusedKernels<T>* unfused_kernels();
+/// The table that the processor runs fastest; null where it has none of their instruction sets, and
+/// the plain loops serve. An engine asked for by name (see x86_simd.h) decides here too, though the
+/// bits are the same.
+const UnfusedTable* unfused_table();
 
-extern template const UnfusedKernels<float>* unfused_kernels();
-extern template const UnfusedKernels<double>* unfused_kernels();
-extern template const UnfusedKernels<std::complex<float>>* unfused_kernels();
-extern template const UnfusedKernels<std::complex<double>>* unfused_kernels();
+template <typename T>
+const UnfusedKernels<T>* unfused_kernels() {
+    return unfused_table();
+}
+
+/// Puts another table, or null, in the place of that one while it lives. For tests: no kernel may
+/// run meanwhile on another thread's behalf.
+class UnfusedSelection {
+  public:
+    explicit UnfusedSelection(const UnfusedTable* table);
+    UnfusedSelection(const UnfusedSelection&) = delete;
+    UnfusedSelection& operator=(const UnfusedSelection&) = delete;
+    ~UnfusedSelection();
+
+  private:
+    const UnfusedTable* former_;
+};
 
 } // namespace Tessaline::SimdKernels

@@ -6,6 +6,7 @@
 // loop, and Part names the lanes that take part in a vector at a matrix's edge.
 
 #include "backend/cpu/simd/simd_arithmetic.h"
+#include "backend/cpu/simd/simd_packing_memory.h"
 
 namespace Tessaline::SimdKernels {
 
@@ -19,6 +20,27 @@ typename Set::Register as_result(typename Set::Register value) {
     }
 }
 
+/// Rows of elements that lie `stride` of them apart.
+template <typename Elements>
+struct Strided {
+    Elements data;
+    Index stride;
+};
+
+/// Calls `body(index, part)` for each vector of [0, count): with all lanes, and once with the first
+/// ones only for what is left.
+template <typename Elements, typename Body>
+void for_element_vectors(Index count, const Body& body) {
+    constexpr Index lanes = Elements::Set::lanes;
+    Index i = 0;
+    for (; i + lanes <= count; i += lanes) {
+        body(i, AllLanes{});
+    }
+    if (i < count) {
+        body(i, Elements::first_lanes(count - i));
+    }
+}
+
 template <typename InstructionSet>
 struct RealElements {
     using Set = InstructionSet;
@@ -28,6 +50,8 @@ struct RealElements {
     using Input = const Element*;
     using Output = Element*;
     using PackedInput = Input;
+    using PackedOutput = Output;
+    static constexpr Index parts = 1;
     static constexpr bool must_be_packed = false;
     static constexpr bool recovers_infinities = false;
     static constexpr Index tile_rows = Set::real_tile_rows;
@@ -53,12 +77,13 @@ struct RealElements {
         SimdKernels::store<Set>(elements + index, as_result<Set>(value), lanes);
     }
 
-    template <Index Count>
-    struct Packed {
-        PackedInput input() const { return elements; }
-        void store(Index index, Value value) { Set::store(elements + index, value); }
-        alignas(64) Element elements[Count];
-    };
+    static void prefetch(Input elements, Index index) { __builtin_prefetch(elements + index); }
+
+    static PackedOutput packed(void* memory) { return static_cast<PackedOutput>(memory); }
+    static PackedInput offset_packed(PackedInput elements, Index index) { return elements + index; }
+    static void store_packed(PackedOutput elements, Index index, Value value) {
+        Set::store(elements + index, value);
+    }
 };
 
 template <typename Component>
@@ -68,38 +93,52 @@ struct SplitPlanes {
     operator SplitPlanes<const Component>() const { return {real, imag}; }
 };
 
-/// A packed panel of complex elements.
-template <typename Set, Index Count>
+/// Packed panels of complex elements, as two planes.
+template <typename InstructionSet>
 struct PackedPlanes {
-    SplitPlanes<const typename Set::Component> input() const { return {real, imag}; }
-    void store(Index index, Complex<Set> value) {
-        Set::store(real + index, value.real);
-        Set::store(imag + index, value.imag);
+    using Set = InstructionSet;
+    using Component = typename Set::Component;
+    using Value = Complex<Set>;
+    using PackedInput = SplitPlanes<const Component>;
+    using PackedOutput = SplitPlanes<Component>;
+    static constexpr Index parts = 2;
+    static constexpr Index tile_rows = Set::split_tile_rows;
+    static constexpr Index tile_vectors = Set::split_tile_vectors;
+
+    static PackedOutput packed(void* memory) {
+        auto* const real = static_cast<Component*>(memory);
+        return {real, real + packing_bytes / parts / sizeof(Component)};
     }
-    alignas(64) typename Set::Component real[Count];
-    alignas(64) typename Set::Component imag[Count];
+    static PackedInput offset_packed(PackedInput planes, Index index) {
+        return {planes.real + index, planes.imag + index};
+    }
+    static void store_packed(PackedOutput planes, Index index, Value value) {
+        Set::store(planes.real + index, value.real);
+        Set::store(planes.imag + index, value.imag);
+    }
+    static Value zero() { return {Set::zero(), Set::zero()}; }
 };
 
 template <typename InstructionSet>
-struct SplitElements {
+struct SplitElements : PackedPlanes<InstructionSet> {
     using Set = InstructionSet;
     using Component = typename Set::Component;
     using Value = Complex<Set>;
     using Part = typename Set::Mask;
     using Input = SplitPlanes<const Component>;
     using Output = SplitPlanes<Component>;
-    using PackedInput = Input;
     static constexpr bool must_be_packed = false;
     static constexpr bool recovers_infinities = false;
-    static constexpr Index tile_rows = Set::split_tile_rows;
-    static constexpr Index tile_vectors = Set::split_tile_vectors;
 
     static Input offset(Input elements, Index index) {
         return {elements.real + index, elements.imag + index};
     }
     static Part first_lanes(Index count) { return Set::first_lanes(count); }
+    static void prefetch(Input elements, Index index) {
+        __builtin_prefetch(elements.real + index);
+        __builtin_prefetch(elements.imag + index);
+    }
 
-    static Value zero() { return {Set::zero(), Set::zero()}; }
     static Value broadcast(Input elements, Index index) {
         return broadcast_complex<Set>(elements.real[index], elements.imag[index]);
     }
@@ -109,7 +148,7 @@ struct SplitElements {
                 SimdKernels::load<Set>(elements.imag + index, lanes)};
     }
     template <typename Lanes>
-    static Value load_packed(PackedInput elements, Index index, Lanes lanes) {
+    static Value load_packed(Input elements, Index index, Lanes lanes) {
         return load(elements, index, lanes);
     }
     template <typename Lanes>
@@ -117,25 +156,19 @@ struct SplitElements {
         SimdKernels::store<Set>(elements.real + index, as_result<Set>(value.real), lanes);
         SimdKernels::store<Set>(elements.imag + index, as_result<Set>(value.imag), lanes);
     }
-
-    template <Index Count>
-    using Packed = PackedPlanes<Set, Count>;
 };
 
 /// Elements lie in pairs of parts in memory, but as two planes in registers and packed panels.
 template <typename InstructionSet>
-struct InterleavedElements {
+struct InterleavedElements : PackedPlanes<InstructionSet> {
     using Set = InstructionSet;
     using Component = typename Set::Component;
     using Element = std::complex<Component>;
     using Value = Complex<Set>;
     using Input = const Component*;
     using Output = Component*;
-    using PackedInput = SplitPlanes<const Component>;
     static constexpr bool must_be_packed = true;
     static constexpr bool recovers_infinities = true;
-    static constexpr Index tile_rows = Set::split_tile_rows;
-    static constexpr Index tile_vectors = Set::split_tile_vectors;
     static constexpr Index lanes_in_half = Set::lanes / 2; ///< elements of one vector in memory
 
     struct Part {
@@ -152,8 +185,11 @@ struct InterleavedElements {
     static Input input(const Element* elements) { return reinterpret_cast<Input>(elements); }
     static Output output(Element* elements) { return reinterpret_cast<Output>(elements); }
     static Input offset(Input elements, Index index) { return elements + 2 * index; }
+    static void prefetch(Input elements, Index index) {
+        __builtin_prefetch(elements + 2 * index);
+        __builtin_prefetch(elements + 2 * index + Set::lanes);
+    }
 
-    static Value zero() { return {Set::zero(), Set::zero()}; }
     static Value broadcast(Input elements, Index index) {
         return broadcast_complex<Set>(elements[2 * index], elements[2 * index + 1]);
     }
@@ -165,11 +201,11 @@ struct InterleavedElements {
         return as_planes(Set::load(elements + 2 * index, part.in_low),
                          Set::load(elements + 2 * index + Set::lanes, part.in_high));
     }
-    static Value load_packed(PackedInput planes, Index index, AllLanes lanes) {
+    static Value load_packed(SplitPlanes<const Component> planes, Index index, AllLanes lanes) {
         return {SimdKernels::load<Set>(planes.real + index, lanes),
                 SimdKernels::load<Set>(planes.imag + index, lanes)};
     }
-    static Value load_packed(PackedInput planes, Index index, Part part) {
+    static Value load_packed(SplitPlanes<const Component> planes, Index index, Part part) {
         return {Set::load(planes.real + index, part.in_plane),
                 Set::load(planes.imag + index, part.in_plane)};
     }
@@ -186,9 +222,6 @@ struct InterleavedElements {
         Set::store(elements + 2 * index + Set::lanes,
                    Set::high_alternated(result.real, result.imag), part.in_high);
     }
-
-    template <Index Count>
-    using Packed = PackedPlanes<Set, Count>;
 
   private:
     static Value as_planes(typename Set::Register low, typename Set::Register high) {

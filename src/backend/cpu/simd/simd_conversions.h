@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Elements of two bytes and floats, converted by whole vectors; see simd_unfused_kernels.h.
+
+#include "backend/cpu/simd/simd_unfused_kernels.h"
+
+namespace Tessaline::SimdKernels {
+
+template <typename Set>
+class Conversions {
+    using Stored = std::uint16_t;
+    static constexpr Index lanes = Set::lanes;
+
+  public:
+    static void widen_binary16(const Stored* from, float* to, Index count) {
+        for_whole_vectors(from, to, count, [](const Stored* vector, float* result) {
+            Set::store(result, Set::load_binary16(vector));
+        });
+    }
+    static void round_binary16(const float* from, Stored* to, Index count) {
+        for_whole_vectors(from, to, count, [](const float* vector, Stored* result) {
+            Set::store_binary16(result, Set::with_one_nan(Set::load(vector)));
+        });
+    }
+    static void widen_bfloat16(const Stored* from, float* to, Index count) {
+        for_whole_vectors(from, to, count, [](const Stored* vector, float* result) {
+            Set::store(result, Set::load_bfloat16(vector));
+        });
+    }
+    static void round_bfloat16(const float* from, Stored* to, Index count) {
+        for_whole_vectors(from, to, count, [](const float* vector, Stored* result) {
+            Set::store_bfloat16(result, Set::with_one_nan(Set::load(vector)));
+        });
+    }
+
+  private:
+    /// Calls `convert(from, to)` for each vector; what is left over takes a detour through a whole
+    /// one, since loads of two-byte lanes have no masks in these instruction sets.
+    template <typename From, typename To, typename Convert>
+    static void for_whole_vectors(const From* from, To* to, Index count, const Convert& convert) {
+        for (; count >= lanes; from += lanes, to += lanes, count -= lanes) {
+            convert(from, to);
+        }
+        if (count > 0) {
+            From rest[lanes]{};
+            To results[lanes];
+            for (Index i = 0; i < count; ++i) {
+                rest[i] = from[i];
+            }
+            convert(rest, results);
+            for (Index i = 0; i < count; ++i) {
+                to[i] = results[i];
+            }
+        }
+    }
+};
+
+} // namespace Tessaline::SimdKernels
