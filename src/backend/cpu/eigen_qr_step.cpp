@@ -1,60 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/eigen_qr_step.h"
 
+#include "backend/cpu/simd/simd_unfused_kernels.h"
+
 #include <algorithm>
-#include <stdexcept>
 
 namespace Tessaline::CpuFallback {
 
 namespace {
-
-/// The leading columns of a set that are orthonormal already.
-class OrthonormalBasis {
-  public:
-    OrthonormalBasis(const Complex* columns, std::size_t m, std::size_t count)
-        : columns_(columns),
-          m_(m),
-          count_(count) {}
-
-    /// Takes from `v` its parts along the basis, twice: the first pass leaves parts of the size of
-    /// the rounding errors of what it took.
-    void project_out(std::span<Complex> v) const {
-        for (int pass = 0; pass < 2; ++pass) {
-            for (std::size_t k = 0; k < count_; ++k) {
-                const Complex* q = columns_ + k * m_;
-                Complex part = 0;
-                for (std::size_t i = 0; i < m_; ++i) {
-                    part += std::conj(q[i]) * v[i];
-                }
-                for (std::size_t i = 0; i < m_; ++i) {
-                    v[i] -= q[i] * part;
-                }
-            }
-        }
-    }
-
-    /// The unit vector that the basis contains least of, the first of several.
-    std::size_t least_covered_direction() const {
-        std::size_t least = 0;
-        double least_sum = 0;
-        for (std::size_t i = 0; i < m_; ++i) {
-            double sum = 0;
-            for (std::size_t k = 0; k < count_; ++k) {
-                sum += std::norm(columns_[k * m_ + i]);
-            }
-            if (i == 0 || sum < least_sum) {
-                least = i;
-                least_sum = sum;
-            }
-        }
-        return least;
-    }
-
-  private:
-    const Complex* columns_;
-    std::size_t m_;
-    std::size_t count_;
-};
 
 void add_multiple(Complex* sum, Complex factor, const Complex* terms, std::size_t count) {
     for (std::size_t j = 0; j < count; ++j) {
@@ -64,29 +17,10 @@ void add_multiple(Complex* sum, Complex factor, const Complex* terms, std::size_
 
 } // namespace
 
-void orthonormalise_columns(std::span<Complex> columns, std::size_t m, double epsilon) {
-    for (std::size_t j = 0; j < m; ++j) {
-        const OrthonormalBasis basis(columns.data(), m, j);
-        const auto v = columns.subspan(j * m, m);
-        const double before = chain_norm(v);
-        basis.project_out(v);
-        const double after = chain_norm(v);
-        if (after > static_cast<double>(m) * epsilon * before && normalise(v)) {
-            continue;
-        }
-        std::ranges::fill(v, Complex(0));
-        v[basis.least_covered_direction()] = 1;
-        basis.project_out(v);
-        if (!normalise(v)) {
-            throw std::runtime_error("SimdEngine::eigen - failed to complete orthonormal basis");
-        }
-    }
-}
-
 void QrStep::iterate(SchurForm& schur, std::size_t active, Complex shift, double epsilon) {
     copy_shifted_block(schur, active, shift);
     const auto columns = std::span(columns_).first(active * active);
-    orthonormalise_columns(columns, active, epsilon);
+    gram_schmidt_.orthonormalise(columns, active, epsilon);
     transform(schur, columns, active);
 }
 
@@ -118,33 +52,41 @@ void QrStep::transform(SchurForm& schur, std::span<const Complex> columns, std::
     }
     // H G, in place; rows below the block have nothing in its columns.
     multiply_rows(schur.H, active, n, active);
-    // G* times that.
-    for (std::size_t i = 0; i < active; ++i) {
-        Complex* row = &next_[i * n];
-        std::fill_n(row, n, Complex(0));
-        for (std::size_t k = 0; k < active; ++k) {
-            add_multiple(row, std::conj(columns[i * active + k]), &schur.H[k * n], n);
-        }
-    }
+    // G* times that. What is multiplied with G itself comes before.
+    multiply_rows(schur.Z, n, n, active);
+    std::ranges::transform(columns, G_.begin(), [](Complex element) { return std::conj(element); });
+    multiply(G_.data(), active, schur.H.data(), {active, active, n});
     for (std::size_t index = active * n; index < n * n; ++index) {
         next_[index] = schur.H[index] + Complex(0);
     }
     schur.H.swap(next_);
-    multiply_rows(schur.Z, n, n, active);
 }
 
 /// The leading rows of a matrix times G.
 void QrStep::multiply_rows(std::vector<Complex>& matrix, std::size_t rows, std::size_t n,
                            std::size_t active) {
+    multiply(matrix.data(), n, G_.data(), {rows, active, active});
     for (std::size_t i = 0; i < rows; ++i) {
         Complex* row = &matrix[i * n];
-        std::fill_n(row_.begin(), active, Complex(0));
-        for (std::size_t k = 0; k < active; ++k) {
-            add_multiple(row_.data(), row[k], &G_[k * active], active);
-        }
-        std::copy_n(row_.begin(), active, row);
+        std::copy_n(&next_[i * active], active, row);
         for (std::size_t j = active; j < n; ++j) {
             row[j] += Complex(0);
+        }
+    }
+}
+
+/// `next_` = A B, all by rows without gaps but for A, whose rows are `stride` elements apart.
+void QrStep::multiply(const Complex* A, std::size_t stride, const Complex* B,
+                      SimdKernels::ProductExtents extents) {
+    if (const auto* products = SimdKernels::unfused_kernels<Complex>()) {
+        products->multiply({A, stride}, {B, extents.cols}, {next_.data(), extents.cols}, extents);
+        return;
+    }
+    for (std::size_t i = 0; i < extents.rows; ++i) {
+        Complex* row = &next_[i * extents.cols];
+        std::fill_n(row, extents.cols, Complex(0));
+        for (std::size_t k = 0; k < extents.inner; ++k) {
+            add_multiple(row, A[i * stride + k], &B[k * extents.cols], extents.cols);
         }
     }
 }

@@ -5,17 +5,14 @@
 // similarity with it.
 
 #include "backend/cpu/eigen_deflation.h"
+#include "backend/cpu/eigen_gram_schmidt.h"
+#include "backend/cpu/simd/simd_unfused_kernels.h"
 
 namespace Tessaline::CpuFallback {
 
-/// Makes m columns of m elements each, one after the other, orthonormal, in place: twice modified
-/// Gram-Schmidt. A column that depends on those before it within m times `epsilon` is replaced by a
-/// direction that they lack. Raises std::runtime_error when none can be found.
-void orthonormalise_columns(std::span<Complex> columns, std::size_t m, double epsilon);
-
 class QrStep {
   public:
-    explicit QrStep(std::size_t n) : columns_(n * n), G_(n * n), next_(n * n), row_(n) {}
+    explicit QrStep(std::size_t n) : columns_(n * n), G_(n * n), next_(n * n), gram_schmidt_(n) {}
 
     /// H becomes G* H G and Z becomes Z G, with G unitary in the leading block of order `active`
     /// and the identity elsewhere: the Q of that block less `shift`. Rows of H below the block are
@@ -29,11 +26,13 @@ class QrStep {
     void copy_shifted_block(const SchurForm& schur, std::size_t active, Complex shift);
     void multiply_rows(std::vector<Complex>& matrix, std::size_t rows, std::size_t n,
                        std::size_t active);
+    void multiply(const Complex* A, std::size_t stride, const Complex* B,
+                  SimdKernels::ProductExtents extents);
 
     std::vector<Complex> columns_; ///< the shifted block, then its unitary factor, by columns
     std::vector<Complex> G_;       ///< the unitary factor by rows
-    std::vector<Complex> next_;    ///< the H that the step makes
-    std::vector<Complex> row_;     ///< one row of a product
+    std::vector<Complex> next_;    ///< a product, at last the H that the step makes
+    GramSchmidt gram_schmidt_;
 };
 
 } // namespace Tessaline::CpuFallback

@@ -1,20 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/eigen_scaling.h"
 
+#include "backend/cpu/hypotenuse.h"
+
 namespace Tessaline::CpuFallback {
 
 namespace {
 
 void include_part(std::optional<int>& largest, double part) {
     if (part != 0 && std::isfinite(part)) {
-        const int exponent = std::ilogb(part);
+        const int exponent = NumberParts::binary_exponent(part);
         largest = largest ? std::max(*largest, exponent) : exponent;
     }
 }
 
 bool part_survives(double part, int exponent) {
-    const double moved = std::scalbn(part, exponent);
-    return std::isfinite(moved) && std::scalbn(moved, -exponent) == part;
+    const double moved = scaled(part, exponent);
+    return std::isfinite(moved) && scaled(moved, -exponent) == part;
 }
 
 } // namespace
@@ -71,7 +73,7 @@ int exact_scaling_exponent(std::span<const Complex> values, std::span<const Comp
 double chain_norm(std::span<const Complex> values) {
     double norm = 0;
     for (const Complex value : values) {
-        norm = std::hypot(norm, std::abs(value));
+        norm = hypotenuse(norm, hypotenuse(value));
     }
     return norm;
 }

@@ -1,47 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// LU factorisation with partial pivoting in place, right-looking, one column at a time (G. H.
-// Golub, C. F. Van Loan, "Matrix Computations", 3.4). Only an exact zero counts as singular, and
-// growth is not watched; but a multiplier that leaves the range is an error, and no factor is made
-// of it.
+// LU factorisation with partial pivoting in place: right-looking, one column at a time (G. H.
+// Golub, C. F. Van Loan, "Matrix Computations", 3.4), or by blocks with the same bits. Only an
+// exact zero counts as singular, and growth is not watched; but a multiplier that leaves the range
+// is an error, and no factor is made of it.
 
+#include "backend/cpu/blocked_elimination.h"
 #include "backend/cpu/factor_matrix.h"
-#include "backend/cpu/floating_complex_division.h"
-#include "backend/cpu/pivot_magnitude.h"
-#include "backend/cpu/quotient_range.h"
 #include "tessaline/storage/checked_size_cast.h"
 #include "tessaline/storage/kernel_views.h"
 
 namespace Tessaline::CpuFallback {
-
-/// Divides elements of a column by its pivot, which is finite and not zero.
-template <typename T>
-class PivotDivisor {
-  public:
-    explicit PivotDivisor(T pivot) : pivot_(pivot) {}
-    T multiplier(T element) const { return element / pivot_; }
-
-  private:
-    T pivot_;
-};
-
-template <typename Real>
-class PivotDivisor<std::complex<Real>> {
-    using T = std::complex<Real>;
-
-  public:
-    explicit PivotDivisor(T pivot) : pivot_(pivot), divisor_(pivot) {}
-    T multiplier(T element) const {
-        T quotient = divisor_.quotient(element);
-        QuotientRange::recover_rounded_components(element, pivot_, quotient);
-        return quotient;
-    }
-
-  private:
-    T pivot_;
-    ComplexDivisor<Real> divisor_;
-};
 
 /// The row of column k's largest element on or below the diagonal, the upper one of equals.
 template <typename Matrix>
@@ -105,16 +75,9 @@ void subtract_multiples(Matrix a, std::uint64_t k, std::uint64_t end) {
     }
 }
 
-/// Factors the matrix in `lu.factors` into P A = L U, in place: L below the diagonal with an
-/// implied diagonal of ones, U on and above it. `pivots[k]` is the row, counted from 1, that was
-/// swapped with row k, and `swap_count` the number of rows so moved. T is real or complex.
-///
-/// Raises SolverError for a column without a non-zero pivot (reason singular) and for a multiplier
-/// that underflows (reason solver_failure), std::invalid_argument for a candidate that is not
-/// finite, std::overflow_error for a row that P cannot number. The factors are then partly
-/// eliminated: the steps before the failing one are complete.
+/// Plain elimination, as the loops of this file have it. For what it does see lu_factor().
 template <typename P, typename T>
-void lu_factor(LuDecompView<P, T> lu, DataMatrixLayout layout) {
+void plain_lu_factor(LuDecompView<P, T> lu, DataMatrixLayout layout) {
     *lu.swap_count = 0;
     visit_factor_matrix(lu.factors, lu.size, layout, [&](auto a) {
         for (std::uint64_t k = 0; k < a.order; ++k) {
@@ -131,6 +94,43 @@ void lu_factor(LuDecompView<P, T> lu, DataMatrixLayout layout) {
             }
         }
     });
+}
+
+/// The same by blocks, for column-major factors whose rows P can number.
+template <typename P, typename T>
+void blocked_lu_factor(LuDecompView<P, T> lu, const EliminationParts<T>& parts) {
+    BlockedElimination elimination(parts, lu.factors, lu.size, lu.pivots);
+    const auto progress = elimination.factor();
+    *lu.swap_count = elimination.swaps();
+    switch (progress.end) {
+    case SimdKernels::EliminationEnd::complete:
+        return;
+    case SimdKernels::EliminationEnd::singular:
+        LuFailures::singular(progress.steps);
+    case SimdKernels::EliminationEnd::non_finite:
+        LuFailures::non_finite_pivot();
+    case SimdKernels::EliminationEnd::vanished_multiplier:
+        LuFailures::multiplier_underflow();
+    }
+}
+
+/// Factors the matrix in `lu.factors` into P A = L U, in place: L below the diagonal with an
+/// implied diagonal of ones, U on and above it. `pivots[k]` is the row, counted from 1, that was
+/// swapped with row k, and `swap_count` the number of rows so moved. T is real or complex.
+///
+/// Raises SolverError for a column without a non-zero pivot (reason singular) and for a multiplier
+/// that underflows (reason solver_failure), std::invalid_argument for a candidate that is not
+/// finite, std::overflow_error for a row that P cannot number. The factors are then partly
+/// eliminated: the steps before the failing one are complete.
+template <typename P, typename T>
+void lu_factor(LuDecompView<P, T> lu, DataMatrixLayout layout) {
+    const EliminationParts<T> parts;
+    if (parts && lu.size >= smallest_blocked_order && layout == DataMatrixLayout::column_major &&
+        std::in_range<P>(lu.size)) {
+        blocked_lu_factor(lu, parts);
+        return;
+    }
+    plain_lu_factor(lu, layout);
 }
 
 } // namespace Tessaline::CpuFallback

@@ -43,6 +43,12 @@ class ComplexDivisor {
         return stands ? fast : exact_quotient(dividend);
     }
 
+    /// Whether the parts of the divisor leave it to the dividends if the fast form stands.
+    bool is_ordinary() const { return usable_ && scaled_keeps_size_; }
+    Real larger_part() const { return larger_part_; }
+    Complex scaled() const { return scaled_; }
+    Real scaled_squared() const { return scaled_squared_; }
+
   private:
     /// A product of two numbers as mantissa times a power of two, which cannot leave the range.
     struct WideProduct {

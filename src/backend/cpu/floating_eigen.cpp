@@ -140,7 +140,8 @@ void FloatingEigen<T>::eigh(BackendExecutionBindings& bindings) {
     const auto values = output_vector<RealOf<T>>(bindings, output_role(0), n);
     const auto vectors = output_matrix<Compute>(bindings, output_role(1), {n, n});
     matrix.validate(FloatingOperation::eigh, true);
-    const auto result = CpuStructured::eigen(matrix.elements(), n, true);
+    const auto result =
+        CpuStructured::eigen<CpuStructured::WorkingElement<T>>(matrix.elements(), n, true);
     std::ranges::copy(rounded_eigenvalues<RealOf<T>>(result.values, FloatingOperation::eigh),
                       values.begin());
     for (std::uint64_t i = 0; i < n; ++i) {
@@ -155,7 +156,8 @@ void FloatingEigen<T>::eigvalsh(BackendExecutionBindings& bindings) {
     CpuStructured::WorkingCopy<T> matrix(bindings);
     const auto values = output_vector<RealOf<T>>(bindings, output_role(0), matrix.order());
     matrix.validate(FloatingOperation::eigvalsh, true);
-    const auto result = CpuStructured::eigen(matrix.elements(), matrix.order(), false);
+    const auto result = CpuStructured::eigen<CpuStructured::WorkingElement<T>>(
+        matrix.elements(), matrix.order(), false);
     std::ranges::copy(rounded_eigenvalues<RealOf<T>>(result.values, FloatingOperation::eigvalsh),
                       values.begin());
 }

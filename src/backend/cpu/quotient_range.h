@@ -6,10 +6,23 @@
 
 #include "tessaline/storage/element_traits.h"
 
+#include <cmath>
+#include <limits>
+
 namespace Tessaline::QuotientRange {
 
 /// Whether a b + c d is exactly zero, for finite factors.
 bool products_cancel(double a, double b, double c, double d);
+
+/// Whether neither part of a complex quotient is so small beside the other that
+/// recover_rounded_components() would look at it.
+template <typename C>
+bool keeps_both_components(C quotient) {
+    const double real = std::abs(quotient.real());
+    const double imag = std::abs(quotient.imag());
+    constexpr double epsilon = std::numeric_limits<double>::epsilon();
+    return real > epsilon * imag && imag > epsilon * real;
+}
 
 /// Computes a part of a complex quotient anew, in one rounding, where it is so small beside the
 /// other part that division may have rounded it away. A part that cannot be computed so is kept.

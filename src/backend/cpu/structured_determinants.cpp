@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/structured_determinants.h"
 
+#include "backend/cpu/blocked_elimination.h"
 #include "backend/cpu/compensated_products.h"
 #include "backend/cpu/floating_policies.h"
 #include "backend/cpu/log_magnitude.h"
@@ -10,12 +11,18 @@
 #include "tessaline/catalogue/errors.h"
 #include "tessaline/storage/checked_size_cast.h"
 
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <limits>
 #include <numbers>
+#include <vector>
 
 namespace Tessaline::CpuStructured {
 
 using namespace NumberParts;
+using namespace SimdKernels;
+using CpuFallback::smallest_blocked_order;
 
 namespace {
 
@@ -61,6 +68,23 @@ Extent extent_of(std::span<const C> data, std::size_t order) {
     return extent;
 }
 
+[[noreturn]] void fail_at_non_finite_pivot() {
+    throw std::runtime_error("slogdet - non-finite LU pivot");
+}
+
+bool is_subnormal(double part) {
+    return part != 0 && std::abs(part) < std::numeric_limits<double>::min();
+}
+
+template <typename C>
+bool has_subnormal_part(std::span<const C> data) {
+    bool found = false;
+    for (const C element : data) {
+        found |= is_subnormal(real_part(element)) || is_subnormal(imaginary_part(element));
+    }
+    return found;
+}
+
 /// The row at or below k with the largest part in column k, and that part; 0 for a zero column.
 struct Pivot {
     std::size_t row;
@@ -73,7 +97,7 @@ Pivot find_pivot(std::span<const C> data, std::size_t order, std::size_t k) {
     for (std::size_t row = k; row < order; ++row) {
         const C candidate = data[row * order + k];
         if (!is_finite(candidate)) {
-            throw std::runtime_error("slogdet - non-finite LU pivot");
+            fail_at_non_finite_pivot();
         }
         if (largest_part(candidate) > best.magnitude) {
             best = {row, largest_part(candidate)};
@@ -82,15 +106,49 @@ Pivot find_pivot(std::span<const C> data, std::size_t order, std::size_t k) {
     return best;
 }
 
+[[noreturn]] void fail_at_vanished_multiplier() {
+    fail(-1, "LU multiplier underflow", slogdet_name,
+         "slogdet - LU multiplier range cannot be preserved");
+}
+
+/// How slogdet chooses and divides complex elements.
+struct DeterminantRules {
+    template <typename C>
+    class Divisor {
+      public:
+        explicit Divisor(C pivot) : pivot_(pivot) {}
+        C multiplier(C element) const {
+            C quotient = element / pivot_;
+            if constexpr (is_complex_element<C>) {
+                if (!QuotientRange::keeps_both_components(quotient)) {
+                    QuotientRange::recover_rounded_components(element, pivot_, quotient);
+                }
+            }
+            return quotient;
+        }
+        /// There is no kernel for many at once: the library divides.
+        static std::size_t divide(const EliminationKernels<C>&, C*, std::size_t) { return 0; }
+
+      private:
+        C pivot_;
+    };
+
+    /// The first of the candidates with the largest part.
+    template <typename C>
+    static std::size_t largest(const C* candidates, std::size_t count) {
+        std::size_t best = 0;
+        for (std::size_t i = 1; i < count; ++i) {
+            best = largest_part(candidates[i]) > largest_part(candidates[best]) ? i : best;
+        }
+        return best;
+    }
+};
+
 template <typename C>
 C multiplier(C element, C pivot) {
-    C quotient = element / pivot;
-    if constexpr (is_complex_element<C>) {
-        QuotientRange::recover_rounded_components(element, pivot, quotient);
-    }
+    const C quotient = DeterminantRules::Divisor<C>(pivot).multiplier(element);
     if (QuotientRange::vanished(element, pivot, quotient)) {
-        fail(-1, "LU multiplier underflow", slogdet_name,
-             "slogdet - LU multiplier range cannot be preserved");
+        fail_at_vanished_multiplier();
     }
     return quotient;
 }
@@ -106,6 +164,72 @@ void eliminate(std::span<C> data, std::size_t order, std::size_t k) {
             elements[column] -= factor * pivot_row[column];
         }
     }
+}
+
+/// Makes a matrix upper triangular by elimination with partial pivoting; below the diagonal
+/// anything may be left. Returns the number of swaps; empty for a singular matrix.
+template <typename C>
+std::optional<std::size_t> plain_eliminate(std::span<C> data, std::size_t order) {
+    std::size_t swaps = 0;
+    for (std::size_t k = 0; k < order; ++k) {
+        const Pivot pivot = find_pivot<C>(data, order, k);
+        if (pivot.magnitude == 0) {
+            return std::nullopt;
+        }
+        if (pivot.row != k) {
+            const auto row = data.subspan(k * order, order);
+            std::ranges::swap_ranges(row, data.subspan(pivot.row * order, order));
+            ++swaps;
+        }
+        eliminate(data, order, k);
+    }
+    return swaps;
+}
+
+/// Transposes a square matrix, a tile of one line of the cache by one after the other.
+template <typename C>
+void transpose(std::span<C> data, std::size_t order) {
+    constexpr std::size_t tile = 8;
+    for (std::size_t first_row = 0; first_row < order; first_row += tile) {
+        for (std::size_t first_column = 0; first_column <= first_row; first_column += tile) {
+            for (std::size_t row = first_row; row < std::min(first_row + tile, order); ++row) {
+                const std::size_t end = std::min(first_column + tile, row);
+                for (std::size_t column = first_column; column < end; ++column) {
+                    std::swap(data[row * order + column], data[column * order + row]);
+                }
+            }
+        }
+    }
+}
+
+/// The same by blocks.
+template <typename C>
+std::optional<std::size_t>
+blocked_eliminate(std::span<C> data, std::size_t order,
+                  const CpuFallback::EliminationParts<C, DeterminantRules>& parts) {
+    std::vector<std::uint64_t> pivots(order);
+    transpose(data, order);
+    CpuFallback::BlockedElimination elimination(parts, data.data(), order, pivots.data());
+    switch (elimination.factor().end) {
+    case EliminationEnd::complete:
+        break;
+    case EliminationEnd::singular:
+        return std::nullopt;
+    case EliminationEnd::non_finite:
+        fail_at_non_finite_pivot();
+    case EliminationEnd::vanished_multiplier:
+        fail_at_vanished_multiplier();
+    }
+    return elimination.swaps();
+}
+
+template <typename C>
+std::optional<std::size_t> eliminate(std::span<C> data, std::size_t order) {
+    const CpuFallback::EliminationParts<C, DeterminantRules> parts;
+    if (parts && order >= smallest_blocked_order) {
+        return blocked_eliminate(data, order, parts);
+    }
+    return plain_eliminate(data, order);
 }
 
 double squared_magnitude(double value) {
@@ -124,6 +248,120 @@ C without_finished_columns(C value, const C* row, const C* pivot_row, std::size_
     }
     return value;
 }
+
+/// Takes the logarithm of a pivot into `total` and returns the pivot's root; 0 where rounding
+/// decides its sign. `diagonal` is its element of the matrix.
+double root_of_pivot(double pivot, double diagonal, std::size_t k, double& total) {
+    if (!std::isfinite(pivot)) {
+        fail_at_pivot(k, "non-positive Cholesky pivot");
+    }
+    const double operations = 4 * static_cast<double>(k) + 1;
+    if (pivot <= operations * (std::abs(diagonal) * std::numeric_limits<double>::epsilon())) {
+        return 0;
+    }
+    total += std::log(pivot);
+    return std::sqrt(pivot);
+}
+
+/// Adds up the logarithms of the pivots of a Hermitian matrix. False where rounding decides the
+/// sign of one.
+template <typename C>
+bool plain_cholesky(std::span<C> data, std::size_t order, double& total) {
+    for (std::size_t k = 0; k < order; ++k) {
+        C* pivot_row = &data[k * order];
+        const double diagonal = real_part(pivot_row[k]);
+        double pivot = diagonal;
+        for (std::size_t column = 0; column < k; ++column) {
+            pivot -= squared_magnitude(pivot_row[column]);
+        }
+        const double root = root_of_pivot(pivot, diagonal, k, total);
+        if (root == 0) {
+            return false;
+        }
+        pivot_row[k] = root;
+        for (std::size_t row = k + 1; row < order; ++row) {
+            C* elements = &data[row * order];
+            elements[k] =
+                divided(without_finished_columns(elements[k], elements, pivot_row, k), root);
+        }
+    }
+    return true;
+}
+
+/// The same by recursion on halves of the columns. The columns of the factor lie along the rows
+/// above the diagonal, where products find them contiguous, and conjugated below it.
+template <typename C>
+class BlockedCholesky {
+    static constexpr std::size_t block = 8;
+
+  public:
+    BlockedCholesky(const UnfusedKernels<C>& products, std::span<C> data, std::size_t order)
+        : products_(products),
+          data_(data),
+          n_(order),
+          diagonal_(order),
+          pivots_(order) {
+        for (std::size_t i = 0; i < n_; ++i) {
+            pivots_[i] = diagonal_[i] = real_part(*at(i, i));
+            for (std::size_t j = i + 1; j < n_ && is_complex_element<C>; ++j) {
+                *at(i, j) = conjugated(*at(i, j));
+            }
+        }
+    }
+
+    bool factor(double& total) { return factor_columns(0, n_, total); }
+
+  private:
+    C* at(std::size_t row, std::size_t column) const { return &data_[row * n_ + column]; }
+
+    bool factor_columns(std::size_t first, std::size_t count, double& total) {
+        if (count <= block) {
+            return factor_panel(first, first + count, total);
+        }
+        const std::size_t middle = first + std::bit_floor(count - 1);
+        const std::size_t end = first + count;
+        if (!factor_columns(first, middle - first, total)) {
+            return false;
+        }
+        products_.subtract_product({at(middle, first), n_}, {at(first, middle), n_},
+                                   {at(middle, middle), n_},
+                                   {end - middle, middle - first, n_ - middle});
+        return factor_columns(middle, end - middle, total);
+    }
+
+    bool factor_panel(std::size_t first, std::size_t end, double& total) {
+        for (std::size_t k = first; k < end; ++k) {
+            const double root = root_of_pivot(pivots_[k], diagonal_[k], k, total);
+            if (root == 0) {
+                return false;
+            }
+            std::array<C, block> factors;
+            for (std::size_t row = first; row < k; ++row) {
+                factors[row - first] = conjugated(*at(row, k));
+            }
+            // From the diagonal on, whose value is known already: at(k, n_) need not exist.
+            products_.subtract_product({factors.data(), block}, {at(first, k), n_}, {at(k, k), n_},
+                                       {1, k - first, n_ - k});
+            for (std::size_t column = k + 1; column < n_; ++column) {
+                C& element = *at(k, column);
+                element = divided(element, root);
+                pivots_[column] -= squared_magnitude(element);
+            }
+        }
+        for (std::size_t row = end; row < n_; ++row) {
+            for (std::size_t k = first; k < end; ++k) {
+                *at(row, k) = conjugated(*at(k, row));
+            }
+        }
+        return true;
+    }
+
+    const UnfusedKernels<C>& products_;
+    std::span<C> data_;
+    std::size_t n_;
+    std::vector<double> diagonal_; ///< of the matrix
+    std::vector<double> pivots_;   ///< the same less what the finished columns take
+};
 
 /// Scales column k below its pivot by two to the -`exponent` and keeps the result in row k, whose
 /// part right of the diagonal is not read any more.
@@ -157,8 +395,11 @@ std::complex<double> schur_complement(std::complex<double> a, std::complex<doubl
 template <typename C>
 double normalise_determinant(std::span<C> data, std::size_t order, const char* operation) {
     using Limits = std::numeric_limits<double>;
+    if (!has_subnormal_part<C>(data)) {
+        return 0;
+    }
     const Extent extent = extent_of<C>(data, order);
-    if (extent.is_diagonal || extent.smallest >= Limits::min()) {
+    if (extent.is_diagonal) {
         return 0;
     }
     const int largest = std::ilogb(extent.largest);
@@ -180,23 +421,17 @@ double normalise_determinant(std::span<C> data, std::size_t order, const char* o
 template <typename C>
 std::pair<C, double> signed_logdet(std::span<C> data, std::size_t order) {
     const double shift = normalise_determinant(data, order, slogdet_name);
-    C sign = 1;
+    const auto swaps = eliminate(data, order);
+    if (!swaps) {
+        return {C(0), -std::numeric_limits<double>::infinity()};
+    }
+    C sign = *swaps % 2 == 0 ? 1 : -1;
     double total = 0;
     for (std::size_t k = 0; k < order; ++k) {
-        const Pivot pivot = find_pivot<C>(data, order, k);
-        if (pivot.magnitude == 0) {
-            return {C(0), -std::numeric_limits<double>::infinity()};
-        }
-        if (pivot.row != k) {
-            const auto row = data.subspan(k * order, order);
-            std::ranges::swap_ranges(row, data.subspan(pivot.row * order, order));
-            sign = -sign;
-        }
         const C value = data[k * order + k];
-        const C direction = divided(value, pivot.magnitude);
+        const C direction = divided(value, largest_part(value));
         sign *= divided(direction, std::abs(direction));
         total += log_magnitude(value);
-        eliminate(data, order, k);
     }
     return {divided(sign, std::abs(sign)), total - shift};
 }
@@ -206,30 +441,11 @@ std::optional<double> rooted_positive_definite_logdet(std::span<C> data, std::si
     mirror_lower_triangle(data, order);
     const double shift = normalise_determinant(data, order, positive_definite_name);
     double total = 0;
-    for (std::size_t k = 0; k < order; ++k) {
-        C* pivot_row = &data[k * order];
-        const double diagonal = real_part(pivot_row[k]);
-        double pivot = diagonal;
-        for (std::size_t column = 0; column < k; ++column) {
-            pivot -= squared_magnitude(pivot_row[column]);
-        }
-        if (!std::isfinite(pivot)) {
-            fail_at_pivot(k, "non-positive Cholesky pivot");
-        }
-        const double operations = 4 * static_cast<double>(k) + 1;
-        if (pivot <= operations * (std::abs(diagonal) * std::numeric_limits<double>::epsilon())) {
-            return std::nullopt;
-        }
-        const double root = std::sqrt(pivot);
-        total += std::log(pivot);
-        pivot_row[k] = root;
-        for (std::size_t row = k + 1; row < order; ++row) {
-            C* elements = &data[row * order];
-            elements[k] =
-                divided(without_finished_columns(elements[k], elements, pivot_row, k), root);
-        }
-    }
-    return total - shift;
+    const auto* products = unfused_kernels<C>();
+    const bool found = products != nullptr && order >= smallest_blocked_order
+                           ? BlockedCholesky<C>(*products, data, order).factor(total)
+                           : plain_cholesky(data, order, total);
+    return found ? std::optional(total - shift) : std::nullopt;
 }
 
 template <typename C>

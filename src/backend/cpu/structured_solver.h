@@ -4,6 +4,8 @@
 // Eigenvalues and eigenvectors of real symmetric and complex Hermitian matrices. Everything runs in
 // double precision, whatever the policy of the operands.
 
+#include "backend/cpu/simd/simd_rotation_kernels.h"
+
 #include <complex>
 #include <cstddef>
 #include <span>
@@ -21,8 +23,8 @@ struct HermitianEigenResult {
     std::vector<C> vectors; ///< row-major, column i belonging to value i; empty if not asked for
 };
 
-/// Solves the Hermitian matrix whose lower triangle and real diagonal A holds, row-major; A is
-/// overwritten. Without `vectors` only values are found, to the same bits.
+/// Solves the Hermitian matrix whose lower triangle and real diagonal A holds, row-major. Without
+/// `vectors` only values are found, to the same bits. All kernels give the same bits.
 ///
 /// Cyclic Jacobi rotations until every off-diagonal element is small against the geometric mean of
 /// its two diagonal elements, so that small eigenvalues of a graded positive definite matrix are
@@ -34,6 +36,8 @@ struct HermitianEigenResult {
 /// when the sweeps do not suffice, and std::runtime_error for an eigenvalue beyond the range.
 /// Serial; cubic cost for each sweep.
 template <typename C>
-HermitianEigenResult<C> eigen(std::span<C> A, std::size_t order, bool vectors);
+HermitianEigenResult<C>
+eigen(std::span<const C> A, std::size_t order, bool vectors,
+      const SimdKernels::RotationKernels<C>& kernels = SimdKernels::rotation_kernels());
 
 } // namespace Tessaline::CpuStructured

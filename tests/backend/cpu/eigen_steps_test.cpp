@@ -7,6 +7,7 @@
 #include "backend/cpu/eigen_schur.h"
 #include "backend/cpu/eigen_shift.h"
 #include "backend/cpu/eigen_test_matrices.h"
+#include "backend/cpu/simd/x86_simd.h"
 
 #include <gmock/gmock.h>
 
@@ -138,7 +139,7 @@ TEST(EigenQrStep, HasTheBitsOfProductsOfWholeMatrices) {
             schur.Z = random_unitary<Complex>(n, random).elements;
             schur.Z[n - 1] = Complex(-0.0, -0.0);
             auto columns = random_matrix<Complex>(active, random).elements;
-            orthonormalise_columns(columns, active, unit);
+            plain_orthonormalise_columns(columns, active, unit);
             const auto expected = plainly_transformed(schur, columns, active);
             QrStep(n).transform(schur, columns, active);
             EXPECT_TRUE(same_bits(schur.H, expected.H)) << active << " of " << n;
@@ -162,6 +163,49 @@ double distance_from_orthonormal(const std::vector<Complex>& columns, std::size_
     return static_cast<double>(largest);
 }
 
+/// Expects the kernels of each instruction set to make `expected` of `given`.
+void expect_same_in_vectors(const std::vector<Complex>& given, const std::vector<Complex>& expected,
+                            std::size_t m) {
+    const X86Features features = detect_x86_features();
+    const auto expect = [&](const char* name, const SimdKernels::GramSchmidtKernels& kernels) {
+        auto columns = given;
+        // Room for more columns than there are, as in an iteration on a deflated matrix.
+        GramSchmidt(m + 5, &kernels).orthonormalise(columns, m, unit);
+        EXPECT_TRUE(same_bits(columns, expected)) << name << ", " << m << " columns";
+    };
+    ASSERT_TRUE(supports(features, X86Simd::avx256)) << "nothing was tested";
+    expect("AVX2", SimdKernels::avx256_gram_schmidt_kernels);
+    if (supports(features, X86Simd::avx512)) {
+        expect("AVX512", SimdKernels::avx512_gram_schmidt_kernels);
+    }
+}
+
+TEST(EigenQrStep, OrthonormalisesInVectorsToTheSameBits) {
+    CounterRandom random(9);
+    for (const std::size_t m : {1, 2, 7, 8, 9, 16, 33, 41, 64, 100}) {
+        for (const int binades : {0, 60, 1000}) {
+            auto given = random_elements<Complex>(m * m, [&] {
+                return random.below(9) == 0 ? -0.0 : spread(random, -binades, binades / 2);
+            });
+            auto columns = given;
+            plain_orthonormalise_columns(columns, m, unit);
+            expect_same_in_vectors(given, columns, m);
+        }
+    }
+}
+
+TEST(EigenQrStep, RecoversInfinitiesLikePlainProducts) {
+    constexpr std::size_t m = 9;
+    CounterRandom random(10);
+    auto given = random_matrix<Complex>(m, random).elements;
+    for (std::size_t i = 0; i < 3; ++i) {
+        given[i * m + i] = Complex(most, most);
+    }
+    auto columns = given;
+    plain_orthonormalise_columns(columns, m, unit);
+    expect_same_in_vectors(given, columns, m);
+}
+
 // Ranks from 0 up, with columns that differ by rounding errors only, and of very different size.
 TEST(EigenQrStep, CompletesTheBasisOfDependentColumns) {
     for (const std::size_t m : {2, 5, 33}) {
@@ -175,7 +219,9 @@ TEST(EigenQrStep, CompletesTheBasisOfDependentColumns) {
                                          std::exp2(static_cast<double>(j % 7) * 20 - 60);
                 }
             }
-            orthonormalise_columns(columns, m, unit);
+            const auto given = columns;
+            plain_orthonormalise_columns(columns, m, unit);
+            expect_same_in_vectors(given, columns, m);
             EXPECT_LE(distance_from_orthonormal(columns, m), 2 * static_cast<double>(m) * unit)
                 << "rank " << rank << " of " << m;
         }

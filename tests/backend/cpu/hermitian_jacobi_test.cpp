@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/eigen_test_matrices.h"
+#include "backend/cpu/floating_test_support.h"
+#include "backend/cpu/planar_matrix.h"
+#include "backend/cpu/simd/x86_simd.h"
 #include "backend/cpu/structured_solver.h"
 #include "support/expect_error.h"
 
@@ -124,6 +127,23 @@ class PlainJacobi {
         of_q = c * v + u * s;
     }
 };
+
+/// Calls `body` with the rotations of each instruction set that the machine has.
+template <typename Body>
+void for_each_rotation_table(const Body& body) {
+    const X86Features features = detect_x86_features();
+    const auto run = [&](const char* name, const SimdKernels::RotationTable& kernels) {
+        SCOPED_TRACE(name);
+        body(kernels);
+    };
+    run("baseline", SimdKernels::baseline_rotation_table);
+    if (supports(features, X86Simd::avx256)) {
+        run("AVX2", SimdKernels::avx256_rotation_table);
+    }
+    if (supports(features, X86Simd::avx512)) {
+        run("AVX512", SimdKernels::avx512_rotation_table);
+    }
+}
 
 /// A power of two from the range of double to multiply a matrix with: one that leaves room for sums
 /// of its elements, and one near which products would vanish.
@@ -274,13 +294,73 @@ TYPED_TEST(HermitianJacobi, HasTheBitsOfThePlainMethodWithAndWithoutVectors) {
                 }
                 values.push_back(plain.value(from));
             }
-            const auto result = solve(A);
-            EXPECT_TRUE(same_bits(result.values, values)) << family.name << " of " << n;
-            EXPECT_TRUE(same_bits(result.vectors, vectors)) << family.name << " of " << n;
-            const auto alone = solve(A, false);
-            EXPECT_TRUE(same_bits(alone.values, values)) << family.name << " of " << n;
-            EXPECT_THAT(alone.vectors, IsEmpty());
+            for_each_rotation_table([&](const SimdKernels::RotationTable& kernels) {
+                const auto result = CpuStructured::eigen<TypeParam>(A.elements, n, true, kernels);
+                EXPECT_TRUE(same_bits(result.values, values)) << family.name << " of " << n;
+                EXPECT_TRUE(same_bits(result.vectors, vectors)) << family.name << " of " << n;
+                const auto alone = CpuStructured::eigen<TypeParam>(A.elements, n, false, kernels);
+                EXPECT_TRUE(same_bits(alone.values, values)) << family.name << " of " << n;
+                EXPECT_THAT(alone.vectors, IsEmpty());
+            });
         }
+    }
+}
+
+// Infinities and NaN among the elements; of several NaN any may be stored.
+TYPED_TEST(HermitianJacobi, RotationsOfSpecialElementsHaveTheBitsOfPlainProducts) {
+    using C = TypeParam;
+    constexpr std::size_t block = SimdKernels::rotation_block;
+    constexpr std::size_t columns = 5 * block;
+    CounterRandom random(5);
+    for (const std::size_t count : {std::size_t{3}, block}) {
+        std::vector<SimdKernels::RowRotation> rotations(count);
+        for (std::size_t i = 0; i < count; ++i) {
+            rotations[i] = {count == block ? i : 2 * i, uniform(random), uniform(random),
+                            is_complex_element<C> ? uniform(random) : 0};
+        }
+        const auto values = random_grid<C>(block + 1, columns, random).elements;
+        auto expected = values;
+        for (const auto& rotation : rotations) {
+            const auto s = narrowed<C>({rotation.s_real, rotation.s_imag});
+            for (std::size_t k = 0; k < columns; ++k) {
+                C& of_common = expected[block * columns + k];
+                C& of_row = expected[rotation.row * columns + k];
+                const C u = of_common;
+                const C v = of_row;
+                of_common = rotation.c * u - v * adjoint_of(s);
+                of_row = rotation.c * v + u * s;
+            }
+        }
+        std::ranges::transform(expected, expected.begin(), result_as<C>);
+        for_each_rotation_table([&](const SimdKernels::RotationKernels<C>& kernels) {
+            const CpuStructured::PlanarMatrix<C> rows(block + 1, columns);
+            const CpuStructured::PlanarMatrix<C> adjoint(columns, columns);
+            const CpuStructured::PlanarMatrix<C> common(1, columns);
+            for (std::size_t k = 0; k < columns; ++k) {
+                for (std::size_t i = 0; i <= block; ++i) {
+                    rows.set(i, k, values[i * columns + k]);
+                    adjoint.set(k, i, adjoint_of(values[i * columns + k]));
+                }
+                common.set(0, k, values[block * columns + k]);
+            }
+            kernels.rotate(rows.at(block, 0), rows.at(0, 0), rows.shape(), rotations.data(), count,
+                           columns);
+            for (std::size_t k = 0; k < columns; k += block) {
+                kernels.rotate_adjoint(common.at(0, k), adjoint.at(k, 0), adjoint.shape(),
+                                       rotations.data(), count);
+            }
+            std::vector<C> rotated;
+            std::vector<C> turned;
+            for (std::size_t i = 0; i <= block; ++i) {
+                for (std::size_t k = 0; k < columns; ++k) {
+                    rotated.push_back(result_as<C>(rows.get(i, k)));
+                    turned.push_back(result_as<C>(i == block ? common.get(0, k)
+                                                             : adjoint_of(adjoint.get(k, i))));
+                }
+            }
+            EXPECT_TRUE(same_bits(rotated, expected));
+            EXPECT_TRUE(same_bits(turned, expected));
+        });
     }
 }
 

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/factor.h"
+#include "backend/cpu/floating_policies.h"
 #include "backend/cpu/logdet.h"
 #include "backend/cpu/lu_problems.h"
+#include "backend/cpu/simd/x86_simd.h"
 #include "backend/cpu/solve.h"
 #include "support/expect_error.h"
 
+#include <algorithm>
 #include <numbers>
 
 namespace Tessaline {
@@ -168,6 +171,148 @@ TYPED_TEST(Lu, VanishingMultiplierStopsElimination) {
         // Rows above the failing one are eliminated, that one and those below are untouched.
         EXPECT_EQ(lu.matrix().elements, (std::vector<TypeParam>{8, 1, 2, 4, 0.25, 2.75, 0.5, -1,
                                                                 tiny, 1, 1, 1, 4, 4, 4, 4}));
+    }
+}
+
+/// Calls `body` with the parts of blocked methods of each instruction set that the machine has.
+template <typename T, typename Body>
+void for_each_parts(const Body& body) {
+    using namespace SimdKernels;
+    const X86Features features = detect_x86_features();
+    ASSERT_TRUE(supports(features, X86Simd::avx256)) << "nothing was tested";
+    body("AVX2",
+         CpuFallback::EliminationParts<T>{&avx256_unfused_table, &avx256_elimination_table});
+    if (supports(features, X86Simd::avx512)) {
+        body("AVX512",
+             CpuFallback::EliminationParts<T>{&avx512_unfused_table, &avx512_elimination_table});
+    }
+}
+
+/// What an elimination leaves, with one NaN for all.
+template <typename T>
+struct Outcome {
+    template <typename Factor>
+    Outcome(const SquareMatrix<T>& A, const Factor& factor)
+        : lu(A, DataMatrixLayout::column_major) {
+        try {
+            factor(lu.view());
+        } catch (const std::exception& raised) {
+            error = raised.what();
+        }
+        std::ranges::transform(lu.factors, lu.factors.begin(), result_as<T>);
+    }
+
+    LuStorage<T> lu;
+    std::string error;
+};
+
+/// Something that ends or bends an elimination, put into a random matrix at (row, column).
+template <typename T>
+struct Disturbance {
+    const char* name;
+    void (*put)(SquareMatrix<T>& A, std::size_t row, std::size_t column);
+    const char* error; ///< raised at least once
+};
+
+template <typename T>
+const Disturbance<T> disturbances[] = {
+    {"nothing", [](auto&, auto, auto) {}, ""},
+    {"ties",
+     [](auto& A, auto, auto) {
+         for (T& element : A.elements) {
+             element = std::real(element) > 0 ? 1 : -1;
+         }
+     },
+     ""},
+    {"negative zeros",
+     [](auto& A, auto, auto) {
+         for (std::size_t i = 0; i < A.elements.size(); i += 3) {
+             A.elements[i] = -T(0);
+         }
+     },
+     ""},
+    {"zero column",
+     [](auto& A, auto, auto column) {
+         for (std::size_t i = 0; i < A.order; ++i) {
+             A(i, column) = 0;
+         }
+     },
+     "singular"},
+    {"not a number",
+     [](auto& A, auto row, auto column) {
+         A(row, column) = std::numeric_limits<Component<T>>::quiet_NaN();
+     },
+     "non-finite"},
+    {"infinity",
+     [](auto& A, auto row, auto column) {
+         A(row, column) = -std::numeric_limits<Component<T>>::infinity();
+     },
+     "non-finite"},
+    {"vanishing multiplier",
+     [](auto& A, auto row, auto column) {
+         for (std::size_t j = 0; j < column; ++j) {
+             A(row, j) = 0;
+         }
+         A(row, column) = std::numeric_limits<Component<T>>::denorm_min();
+     },
+     "multiplier range"},
+};
+
+// Where an elimination ends early, blocks leave all that plain elimination leaves.
+TYPED_TEST(Lu, BlocksEndLikePlainElimination) {
+    using T = TypeParam;
+    CounterRandom random(3);
+    for (const auto& disturbance : disturbances<T>) {
+        bool was_raised = false;
+        for (const std::size_t order : {8, 9, 15, 16, 17, 31, 40, 63, 65, 100, 129}) {
+            auto A = make_matrix<T>(matrix_kinds[0], order, random);
+            for (T& element : A.elements) {
+                element *= Component<T>(8);
+            }
+            const auto row = static_cast<std::size_t>(random.below(order));
+            disturbance.put(A, row, static_cast<std::size_t>(random.below(row + 1)));
+            const Outcome<T> plain(A, [](auto lu) {
+                CpuFallback::plain_lu_factor(lu, DataMatrixLayout::column_major);
+            });
+            was_raised |= plain.error.find(disturbance.error) != std::string::npos;
+            for_each_parts<T>([&](const char* name, const auto& parts) {
+                SCOPED_TRACE(std::string(disturbance.name) + ", order " + std::to_string(order) +
+                             ", " + name);
+                const Outcome<T> blocked(
+                    A, [&](auto lu) { CpuFallback::blocked_lu_factor(lu, parts); });
+                EXPECT_EQ(blocked.error, plain.error);
+                EXPECT_EQ(blocked.lu.pivots, plain.lu.pivots);
+                EXPECT_EQ(blocked.lu.swaps, plain.lu.swaps);
+                EXPECT_TRUE(same_bits(blocked.lu.factors, plain.lu.factors));
+            });
+        }
+        EXPECT_TRUE(was_raised) << disturbance.name;
+    }
+}
+
+TYPED_TEST(Lu, SubstitutionsByBlocksHavePlainBits) {
+    using T = TypeParam;
+    CounterRandom random(4);
+    for (const std::size_t order : {1, 7, 8, 9, 23, 64, 100, 1100}) {
+        // Small off the diagonal, so that a solution of many terms stays in the range.
+        auto A = make_matrix<T>(matrix_kinds[0], order, random);
+        for (std::size_t i = 0; i < order * order; ++i) {
+            const bool on_diagonal = i % (order + 1) == 0;
+            A.elements[i] = on_diagonal ? T(4) : A.elements[i] / Component<T>(64);
+            A.elements[i] = i % 7 == 3 && !on_diagonal ? -T(0) : A.elements[i];
+        }
+        const CpuFallback::FactorMatrix<T, DataMatrixLayout::column_major> factors{
+            A.elements.data(), order};
+        auto expected = random_elements<T>(order, [&] { return uniform(random); });
+        const auto b = expected;
+        CpuFallback::plain_substitute_forward(factors, expected.data());
+        CpuFallback::plain_substitute_backward(factors, expected.data(), order);
+        for_each_parts<T>([&](const char* name, const auto& parts) {
+            auto x = b;
+            CpuFallback::substitute_forward(factors, x.data(), parts);
+            CpuFallback::substitute_backward(factors, x.data(), parts);
+            EXPECT_TRUE(same_bits(x, expected)) << order << ", " << name;
+        });
     }
 }
 

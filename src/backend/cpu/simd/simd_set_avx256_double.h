@@ -44,6 +44,8 @@ struct Avx256Double {
         _mm256_maskstore_pd(to, mask, value);
     }
 
+    static Register root(Register value) { return _mm256_sqrt_pd(value); }
+
     /// A bit for each lane that is NaN.
     static unsigned nan_lanes(Register value) {
         return static_cast<unsigned>(_mm256_movemask_pd(nan_mask(value)));

@@ -42,6 +42,8 @@ struct Avx512Double {
         _mm512_mask_storeu_pd(to, mask, value);
     }
 
+    static Register root(Register value) { return _mm512_sqrt_pd(value); }
+
     /// A bit for each lane that is NaN.
     static unsigned nan_lanes(Register value) {
         return _mm512_cmp_pd_mask(value, value, _CMP_UNORD_Q);

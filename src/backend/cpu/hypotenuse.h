@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// std::hypot as this library defines it, so that vectors of it have the same bits.
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+
+namespace Tessaline {
+
+/// sqrt(x^2 + y^2) without overflow, with the correction by the residual of the root that C. F.
+/// Borges gives in "Algorithm 1014: An Improved Algorithm for hypot(x,y)", ACM Trans. Math. Softw.
+/// 47 (2020). The bits are those of std::hypot in the GNU C library from 2.35 on.
+inline double hypotenuse(double x, double y) {
+    const double a = std::max(std::abs(x), std::abs(y));
+    const double b = std::min(std::abs(x), std::abs(y));
+    // Where no square leaves the range, and the smaller one tells.
+    if (!(a <= 0x1p500 && b >= 0x1p-450 && b >= a * 0x1p-50)) [[unlikely]] {
+        return std::hypot(x, y);
+    }
+    const double root = std::sqrt(a * a + b * b);
+    double excess;
+    if (root <= 2 * b) {
+        const double above = root - b;
+        excess = a * (2 * above - a) + (above - 2 * (a - b)) * above;
+    } else {
+        const double above = root - a;
+        excess = 2 * above * (a - 2 * b) + ((4 * above - b) * b + above * above);
+    }
+    return root - excess / (2 * root);
+}
+
+inline double hypotenuse(std::complex<double> z) {
+    return hypotenuse(z.real(), z.imag());
+}
+
+} // namespace Tessaline

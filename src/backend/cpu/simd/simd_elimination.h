@@ -1,0 +1,317 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Elimination of a few columns. Each step is one pass along them: it divides the pivot column,
+// updates the columns right of it, and finds the pivot of the next.
+
+#include "backend/cpu/simd/simd_arithmetic.h"
+#include "backend/cpu/simd/simd_complex_division.h"
+#include "backend/cpu/simd/simd_elimination_kernels.h"
+
+#include <type_traits>
+#include <utility>
+
+namespace Tessaline::SimdKernels {
+
+namespace {
+
+template <typename Set>
+class Elimination {
+    using T = typename Set::Component;
+    using Register = typename Set::Register;
+    using Integers = decltype(Register{} < Register{}); ///< a mask, or one row number a lane
+    static constexpr Index lanes = Set::lanes;
+    /// A column of a block, whatever the set's registers.
+    typedef T Column __attribute__((vector_size(elimination_block * sizeof(T))));
+    using ColumnMask = decltype(Column{} < Column{});
+
+    /// The largest candidate of each lane so far, the upper one of equals.
+    class PivotSearch {
+      public:
+        PivotSearch() {
+            for (Index lane = 0; lane < lanes; ++lane) {
+                next_[lane] = static_cast<RowNumber>(lane);
+            }
+        }
+
+        /// Candidates of the next rows, zeros in lanes that stand for none.
+        void include(Register elements) {
+            constexpr auto without_sign = static_cast<RowNumber>(~(RowNumber{1} << sign_bit));
+            const auto magnitudes =
+                reinterpret_cast<Register>(reinterpret_cast<Integers>(elements) & without_sign);
+            const Integers larger = magnitudes > largest_;
+            largest_ = larger ? magnitudes : largest_;
+            rows_ = larger ? next_ : rows_;
+            next_ += static_cast<RowNumber>(lanes);
+            // Zero for finite elements only.
+            not_finite_ += elements - elements;
+        }
+
+        bool is_finite() const { return Set::nan_lanes(not_finite_) == 0; }
+        /// The row of the largest, counted from the first that was included; `found` is false where
+        /// all are zero.
+        Index row(bool& found) const {
+            T largest = 0;
+            Index row = 0;
+            for (Index lane = 0; lane < lanes; ++lane) {
+                const auto candidate = static_cast<Index>(rows_[lane]);
+                if (largest_[lane] > largest || (largest_[lane] == largest && candidate < row)) {
+                    largest = largest_[lane];
+                    row = candidate;
+                }
+            }
+            found = largest != 0;
+            return row;
+        }
+
+      private:
+        using RowNumber = std::remove_reference_t<decltype(Integers{}[0])>;
+        static constexpr int sign_bit = 8 * sizeof(RowNumber) - 1;
+
+        Register largest_ = Set::zero();
+        Register not_finite_ = Set::zero();
+        Integers rows_{};
+        Integers next_{};
+    };
+
+  public:
+    static EliminationProgress factor_panel(T* panel, Index stride, Index rows, Index columns,
+                                            Index* pivots) {
+        switch (columns) {
+        case 1:
+            return factor<1>(panel, stride, rows, pivots);
+        case 2:
+            return factor<2>(panel, stride, rows, pivots);
+        case 3:
+            return factor<3>(panel, stride, rows, pivots);
+        case 4:
+            return factor<4>(panel, stride, rows, pivots);
+        case 5:
+            return factor<5>(panel, stride, rows, pivots);
+        case 6:
+            return factor<6>(panel, stride, rows, pivots);
+        case 7:
+            return factor<7>(panel, stride, rows, pivots);
+        default:
+            return factor<elimination_block>(panel, stride, rows, pivots);
+        }
+    }
+
+    static void solve_triangle(const T* L, Index l_stride, T* B, Index b_stride, Index columns) {
+        // One column of L below the diagonal, zeros above. They are not subtracted: that would turn
+        // a negative zero into a positive one.
+        Column of_L[elimination_block];
+        for (Index k = 0; k < elimination_block; ++k) {
+            __builtin_memcpy(&of_L[k], L + k * l_stride, sizeof(Column));
+        }
+        for (Index j = 0; j < columns; ++j) {
+            Column b;
+            __builtin_memcpy(&b, B + j * b_stride, sizeof(Column));
+            for_places<elimination_block - 1>([&](auto k) {
+                constexpr ColumnMask below =
+                    ColumnMask{0, 1, 2, 3, 4, 5, 6, 7} > static_cast<int>(k.value);
+                b = below ? b - of_L[k.value] * b[k.value] : b;
+            });
+            __builtin_memcpy(B + j * b_stride, &b, sizeof(Column));
+        }
+    }
+
+    static void substitute_forward(const T* L, Index stride, T* b, Index order) {
+        Index first = 0;
+        for (; first + elimination_block <= order; first += elimination_block) {
+            const T* const columns = L + first * stride + first;
+            solve_triangle(columns, stride, b + first, order, 1);
+            T* const below = b + first + elimination_block;
+            for (Index k = 0; k < elimination_block; k += streams) {
+                subtract_columns(columns + k * stride + elimination_block, stride, b + first + k,
+                                 below, order - first - elimination_block);
+            }
+        }
+        for (Index k = first; k < order; ++k) {
+            for (Index row = k + 1; row < order; ++row) {
+                b[row] -= L[k * stride + row] * b[k];
+            }
+        }
+    }
+
+    static void multiply_rows(const T* rows, Index stride, const T* x, Index columns, T* products,
+                              Index products_stride) {
+        constexpr Index block = elimination_block;
+        Index j = 0;
+        for (; j + block <= columns; j += block) {
+            Column of_rows[block];
+            for_places<block>([&](auto k) {
+                __builtin_memcpy(&of_rows[k.value], rows + (j + k.value) * stride, sizeof(Column));
+                of_rows[k.value] = of_rows[k.value] * x[j + k.value];
+            });
+            exchange<1>(of_rows);
+            exchange<2>(of_rows);
+            exchange<4>(of_rows);
+            for_places<block>([&](auto k) {
+                __builtin_memcpy(products + k.value * products_stride + j, &of_rows[k.value],
+                                 sizeof(Column));
+            });
+        }
+        for (; j < columns; ++j) {
+            for (Index k = 0; k < block; ++k) {
+                products[k * products_stride + j] = rows[j * stride + k] * x[j];
+            }
+        }
+    }
+
+  private:
+    /// Columns that run down the memory at once. More would not find room beside each other in the
+    /// first-level cache where they lie a multiple of its sets apart.
+    static constexpr Index streams = 4;
+
+    /// Subtracts from b the products of some columns with the elements of x.
+    static void subtract_columns(const T* columns, Index stride, const T* x, T* b, Index rows) {
+        Register of_x[streams];
+        for_places<streams>([&](auto k) { of_x[k.value] = Set::broadcast(x[k.value]); });
+        for_vectors<Set>(rows, [&](Index i, auto part) {
+            Register sum = load<Set>(b + i, part);
+            for_places<streams>([&](auto k) {
+                const T* const column = columns + k.value * stride + i;
+                sum = sum - load<Set>(column, part) * of_x[k.value];
+            });
+            store<Set>(b + i, sum, part);
+        });
+    }
+
+    /// Exchanges the squares of `Size` elements beside the diagonal in each square of twice that.
+    template <int Size>
+    [[gnu::always_inline]] static inline void exchange(Column (&rows)[elimination_block]) {
+        for_places<elimination_block>([&](auto i) {
+            if constexpr ((i.value & Size) == 0) {
+                exchange<Size>(rows[i.value], rows[i.value + Size],
+                               std::make_integer_sequence<int, 8>{});
+            }
+        });
+    }
+    template <int Size, int... Lane>
+    [[gnu::always_inline]] static inline void exchange(Column& upper, Column& lower,
+                                                       std::integer_sequence<int, Lane...>) {
+        const Column old = upper;
+        upper =
+            __builtin_shufflevector(old, lower, ((Lane & Size) != 0 ? 8 + Lane - Size : Lane)...);
+        lower =
+            __builtin_shufflevector(old, lower, ((Lane & Size) != 0 ? 8 + Lane : Lane + Size)...);
+    }
+
+    template <Index Columns>
+    static EliminationProgress factor(T* panel, Index stride, Index rows, Index* pivots) {
+        PivotSearch first;
+        for_vectors<Set>(rows,
+                         [&](Index i, auto part) { first.include(load<Set>(panel + i, part)); });
+        return factor_from<Columns, 0>(panel, stride, rows, pivots, first);
+    }
+
+    template <Index Columns, Index Step>
+    static EliminationProgress factor_from(T* panel, Index stride, Index rows, Index* pivots,
+                                           const PivotSearch& search) {
+        if (!search.is_finite()) {
+            return {Step, EliminationEnd::non_finite};
+        }
+        bool found = false;
+        const Index pivot = Step + search.row(found);
+        if (!found) {
+            return {Step, EliminationEnd::singular};
+        }
+        pivots[Step] = pivot;
+        if (pivot != Step) {
+            for (Index j = 0; j < Columns; ++j) {
+                T* const column = panel + j * stride;
+                const T upper = column[Step];
+                column[Step] = column[pivot];
+                column[pivot] = upper;
+            }
+        }
+        PivotSearch next;
+        const Index end = eliminate<Columns - Step - 1>(panel + Step * stride + Step, stride,
+                                                        rows - Step - 1, next);
+        if (end != rows - Step - 1) {
+            return {Step, EliminationEnd::vanished_multiplier, Step + 1 + end};
+        }
+        if constexpr (Step + 1 < Columns) {
+            return factor_from<Columns, Step + 1>(panel, stride, rows, pivots, next);
+        } else {
+            return {Columns};
+        }
+    }
+
+    /// One step in the `rows` below the pivot. Returns the first one whose multiplier vanishes,
+    /// which is left as it is like those below; `rows` where there is none.
+    template <Index Right>
+    static Index eliminate(T* pivot, Index stride, Index rows, PivotSearch& next) {
+        Register of_pivot_row[Right + 1];
+        for_places<Right + 1>(
+            [&](auto j) { of_pivot_row[j.value] = Set::broadcast(pivot[j.value * stride]); });
+        const Register infinity = Set::broadcast(static_cast<T>(__builtin_inf()));
+        T* const below = pivot + 1;
+        Index end = rows;
+        for_vectors<Set>(rows, [&](Index i, auto part) {
+            if (end != rows) {
+                return;
+            }
+            const Register elements = load<Set>(below + i, part);
+            const Register multipliers = elements / of_pivot_row[0];
+            // Zeros times infinity.
+            if (const unsigned zeros = Set::nan_lanes(multipliers * infinity); zeros != 0) {
+                const Index vanished = first_vanished(elements, zeros);
+                if (vanished < least(lanes, rows - i)) [[unlikely]] {
+                    end = i + vanished;
+                    eliminate_rows<Right>(pivot, stride, i, end);
+                    return;
+                }
+            }
+            store<Set>(below + i, multipliers, part);
+            for_places<Right>([&](auto j) {
+                T* const column = below + (j.value + 1) * stride + i;
+                const Register left =
+                    load<Set>(column, part) - multipliers * of_pivot_row[j.value + 1];
+                store<Set>(column, left, part);
+                if constexpr (j.value == 0) {
+                    next.include(left);
+                }
+            });
+        });
+        return end;
+    }
+
+    static Index least(Index a, Index b) { return a < b ? a : b; }
+
+    /// The first of the lanes with a zero multiplier whose element is not zero.
+    static Index first_vanished(Register elements, unsigned zeros) {
+        Index lane = 0;
+        while (lane < lanes && ((zeros >> lane & 1U) == 0 || elements[lane] == 0)) {
+            ++lane;
+        }
+        return lane;
+    }
+
+    /// One step in some rows, element by element.
+    template <Index Right>
+    [[gnu::noinline]] static void eliminate_rows(T* pivot, Index stride, Index begin, Index end) {
+        for (Index row = begin + 1; row < end + 1; ++row) {
+            const T multiplier = pivot[row] / pivot[0];
+            pivot[row] = multiplier;
+            for (Index j = 1; j <= Right; ++j) {
+                pivot[j * stride + row] -= multiplier * pivot[j * stride];
+            }
+        }
+    }
+};
+
+template <typename FloatSet, typename DoubleSet>
+constexpr EliminationTable make_elimination_table() {
+    return {{Elimination<FloatSet>::factor_panel, Elimination<FloatSet>::solve_triangle,
+             Elimination<FloatSet>::substitute_forward, Elimination<FloatSet>::multiply_rows},
+            {Elimination<DoubleSet>::factor_panel, Elimination<DoubleSet>::solve_triangle,
+             Elimination<DoubleSet>::substitute_forward, Elimination<DoubleSet>::multiply_rows},
+            {ComplexDivision<FloatSet>::divide},
+            {ComplexDivision<DoubleSet>::divide}};
+}
+
+} // namespace
+
+} // namespace Tessaline::SimdKernels

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// What an orthonormalisation of complex columns consists of, compiled for wide vectors. Each
+// element takes the operations of plain loops in their order; infinities are not recovered, so the
+// results stand as long as all are finite.
+//
+// Columns come in two forms. A single one lies contiguous, its imaginary parts behind the real
+// ones; a set of them lies by rows, each row as PlanarShape has it, so that vectors run across the
+// columns.
+//
+// Included by units for every instruction set, so nothing here is more than a declaration.
+
+#include "backend/cpu/simd/simd_rotation_kernels.h"
+
+namespace Tessaline::SimdKernels {
+
+/// Columns of a set come in multiples of this.
+inline constexpr Index column_group = 8;
+
+struct GramSchmidtKernels {
+    /// Takes from the columns [begin, end) of a set, multiples of `column_group`, their parts along
+    /// the unit vector q of as many elements as the set has rows.
+    void (*project_set)(const double* q, Index q_imaginary, double* set, const PlanarShape& shape,
+                        Index rows, Index begin, Index end);
+    /// The same for a single column.
+    void (*project_column)(const double* q, double* column, Index imaginary, Index rows);
+    /// The norm of each column of a set as a chain of hypotenuses.
+    void (*set_norms)(const double* set, const PlanarShape& shape, Index rows, Index columns,
+                      double* norms);
+    /// The magnitudes of the elements of a column, up to a multiple of `column_group`.
+    void (*magnitudes)(const double* column, Index imaginary, Index rows, double* magnitudes);
+};
+
+extern const GramSchmidtKernels avx256_gram_schmidt_kernels;
+extern const GramSchmidtKernels avx512_gram_schmidt_kernels;
+
+/// The kernels that belong to the products of unfused_kernels(), or null like these.
+const GramSchmidtKernels* gram_schmidt_kernels();
+
+} // namespace Tessaline::SimdKernels

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Vectors of 2 doubles, which every processor has.
+
+#include <cstddef>
+#include <emmintrin.h>
+
+namespace Tessaline::SimdKernels {
+
+namespace {
+
+/// The part of the vocabulary of Avx512Double that kernels for every processor use.
+struct Sse2Double {
+    using Component = double;
+    using Register = __m128d;
+    static constexpr std::size_t lanes = 2;
+
+    static Register broadcast(double value) { return _mm_set1_pd(value); }
+    static Register load(const double* from) { return _mm_loadu_pd(from); }
+    static void store(double* to, Register value) { _mm_storeu_pd(to, value); }
+
+    /// A bit for each lane that is NaN.
+    static unsigned nan_lanes(Register value) {
+        return static_cast<unsigned>(_mm_movemask_pd(_mm_cmpunord_pd(value, value)));
+    }
+};
+
+} // namespace
+
+} // namespace Tessaline::SimdKernels

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "backend/cpu/simd/simd_elimination.h"
+#include "backend/cpu/simd/simd_gram_schmidt.h"
+#include "backend/cpu/simd/simd_rotations.h"
+#include "backend/cpu/simd/simd_set_avx256.h"
+#include "backend/cpu/simd/simd_set_avx256_double.h"
+#include "backend/cpu/simd/simd_unfused_kernel_list.h"
+
+namespace Tessaline::SimdKernels {
+
+constinit const RotationTable avx256_rotation_table = make_rotation_table<Avx256Double>();
+constinit const EliminationTable avx256_elimination_table =
+    make_elimination_table<Avx256, Avx256Double>();
+constinit const GramSchmidtKernels avx256_gram_schmidt_kernels =
+    make_gram_schmidt_kernels<Unfused<Avx256Double>>();
+
+} // namespace Tessaline::SimdKernels

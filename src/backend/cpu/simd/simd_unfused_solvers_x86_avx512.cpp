@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "backend/cpu/simd/simd_elimination.h"
+#include "backend/cpu/simd/simd_gram_schmidt.h"
+#include "backend/cpu/simd/simd_rotations.h"
+#include "backend/cpu/simd/simd_set_avx512.h"
+#include "backend/cpu/simd/simd_set_avx512_double.h"
+#include "backend/cpu/simd/simd_unfused_kernel_list.h"
+
+namespace Tessaline::SimdKernels {
+
+constinit const RotationTable avx512_rotation_table = make_rotation_table<Avx512Double>();
+constinit const EliminationTable avx512_elimination_table =
+    make_elimination_table<Avx512, Avx512Double>();
+constinit const GramSchmidtKernels avx512_gram_schmidt_kernels =
+    make_gram_schmidt_kernels<Unfused<Avx512Double>>();
+
+} // namespace Tessaline::SimdKernels
