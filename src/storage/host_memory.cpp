@@ -1,10 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessaline/storage/host_memory.h"
 
+#include <cstdint>
 #include <new>
 #include <stdexcept>
+#include <sys/mman.h>
 
 namespace Tessaline {
+
+namespace {
+
+/// From this size on memory is asked for in pages of 2 MiB: the first touch of one takes a tenth of
+/// the time that its 512 small pages take.
+constexpr std::size_t least_bytes_of_huge_pages = std::size_t{4} << 20U;
+
+/// A wish; where it cannot be met the memory has small pages.
+void prefer_huge_pages(void* data, std::size_t bytes) noexcept {
+    constexpr std::uintptr_t page = 4096;
+    const std::uintptr_t begin = (reinterpret_cast<std::uintptr_t>(data) + page - 1) / page * page;
+    const std::uintptr_t end = (reinterpret_cast<std::uintptr_t>(data) + bytes) / page * page;
+    madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+}
+
+} // namespace
 
 bool host_numa_allocator_available() noexcept {
     return false;
@@ -32,6 +50,9 @@ HostAllocation allocate_host_bytes(std::size_t bytes, std::size_t alignment,
     }
     allocation.data = ::operator new (bytes, std::align_val_t{alignment});
     allocation.allocator = HostAllocator::aligned_heap;
+    if (bytes >= least_bytes_of_huge_pages) {
+        prefer_huge_pages(allocation.data, bytes);
+    }
     return allocation;
 }
 

@@ -3,6 +3,7 @@
 
 #include "backend/cpu/floating_loops.h"
 #include "backend/cpu/floating_widened.h"
+#include "backend/cpu/transposed_copy.h"
 
 #include <algorithm>
 
@@ -10,16 +11,51 @@ namespace Tessaline {
 
 namespace {
 
-/// result(i, j) = function(in(j, i)) for a function of stored elements.
-template <typename T, typename Function>
-void map_transposed(BackendExecutionBindings& bindings, const Function& function) {
+/// The sign of the imaginary part of an element of type T, as the bits of an element; zero for a
+/// real type.
+template <typename T>
+constexpr auto imaginary_sign() {
+    if constexpr (sizeof(T) == sizeof(Bits128)) {
+        return Bits128{0, std::uint64_t{1} << 63U};
+    } else {
+        using Bits =
+            std::conditional_t<sizeof(T) == 8, std::uint64_t,
+                               std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint16_t>>;
+        constexpr std::size_t last_bit = 8 * sizeof(T) - 1;
+        return static_cast<Bits>(is_complex_element<T> ? Bits{1} << last_bit : Bits{0});
+    }
+}
+
+/// result(i, j) = in(j, i), with the bits `flipped` changed.
+template <typename T, typename Bits>
+void map_transposed(BackendExecutionBindings& bindings, Bits flipped) {
     const auto in = input_matrix<T>(bindings, input_role(0));
     const auto result = output_matrix<T>(bindings, output_role(0), {in.cols, in.rows});
+    // Lines of the result are contiguous; those of the input run across them, or along them.
+    const bool row_major = result.is_row_major();
     const auto lines = lines_along(result.layout, in.transposed());
-    fill_lines(result, work_of(result.rows, result.cols),
-               [&](std::uint64_t line, std::uint64_t begin, std::uint64_t end, T* out) {
-                   for (std::uint64_t p = begin; p < end; ++p) {
-                       *out++ = function(lines(line, p));
+    const std::uint64_t line_length = row_major ? result.cols : result.rows;
+    const bool past_caches = result.rows * result.cols * sizeof(T) >= least_bytes_past_caches;
+    const auto* const from = reinterpret_cast<const Bits*>(lines.data);
+    auto* const to = reinterpret_cast<Bits*>(result.data);
+    for_chunks(result.rows, work_of(result.rows, result.cols),
+               [&](std::uint64_t begin, std::uint64_t end) {
+                   // The chunk's lines, and its positions on them.
+                   const std::uint64_t first_line = row_major ? begin : 0;
+                   const std::uint64_t line_count = row_major ? end - begin : result.cols;
+                   const std::uint64_t first = row_major ? 0 : begin;
+                   const std::uint64_t count = row_major ? result.cols : end - begin;
+                   const Bits* source =
+                       from + first_line * lines.line_stride + first * lines.stride;
+                   Bits* target = to + first_line * line_length + first;
+                   if (lines.stride != 1) {
+                       copy_transposed(source, lines.stride, target, line_length, count, line_count,
+                                       flipped, past_caches);
+                       return;
+                   }
+                   for (std::uint64_t line = 0; line < line_count; ++line) {
+                       copy_flipped(source + line * lines.line_stride, target + line * line_length,
+                                    count, flipped);
                    }
                });
 }
@@ -189,12 +225,12 @@ class PartialTrace {
 
 template <typename T>
 void FloatingStructure<T>::transpose(BackendExecutionBindings& bindings) {
-    map_transposed<T>(bindings, [](T x) { return x; });
+    map_transposed<T>(bindings, decltype(imaginary_sign<T>()){});
 }
 
 template <typename T>
 void FloatingStructure<T>::adjoint(BackendExecutionBindings& bindings) {
-    map_transposed<T>(bindings, [](T x) { return conjugated(x); });
+    map_transposed<T>(bindings, imaginary_sign<T>());
 }
 
 template <typename T>

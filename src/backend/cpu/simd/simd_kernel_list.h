@@ -33,8 +33,6 @@ constexpr Table make_table() {
         .outer = Structure<Set>::outer,
         .partial_trace_left = Structure<Set>::partial_trace_left,
         .partial_trace_right = Structure<Set>::partial_trace_right,
-        .transpose = Structure<Set>::transpose,
-        .negated_transpose = Structure<Set>::negated_transpose,
         .lu_decomp = EngineLu::lu_decomp<Set::fuses, long>,
         .solve = EngineLu::solve<Set::fuses, long>,
         .logdet = EngineLu::logdet<long>,

@@ -67,9 +67,6 @@ struct Table {
     void (*partial_trace_left)(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end);
     void (*partial_trace_right)(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end);
 
-    void (*transpose)(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end);
-    void (*negated_transpose)(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end);
-
     // Solvers, whose elements are interleaved; see engine_lu.h and engine_power_methods.h.
     void (*lu_decomp)(LuDecompView<long, Element> lu);
     void (*solve)(LuDecompView<const long, const Element> lu, SplitOutput b);

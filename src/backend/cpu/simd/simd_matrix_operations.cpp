@@ -2,6 +2,7 @@
 #include "backend/cpu/cpu_chunks.h"
 #include "backend/cpu/simd/simd_operations.h"
 #include "backend/cpu/simd/simd_planes.h"
+#include "backend/cpu/transposed_copy.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -19,15 +20,23 @@ DenseRealMatrixView<T> as_lines(DenseRealMatrixView<T> matrix) {
     return {matrix.data, matrix.cols, matrix.rows, DataMatrixLayout::row_major};
 }
 
-using TransposeKernel = void (*)(RealMatrixInput, RealMatrixOutput, Index, Index);
+/// Transposes the lines of a plane from row `begin` of the result to row `end`.
+void transpose_lines(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end,
+                     std::uint32_t flipped) {
+    const bool past_caches = out.rows * out.cols * sizeof(float) >= least_bytes_past_caches;
+    copy_transposed(reinterpret_cast<const std::uint32_t*>(A.data) + begin, A.cols,
+                    reinterpret_cast<std::uint32_t*>(out.data) + begin * out.cols, out.cols, A.rows,
+                    end - begin, flipped, past_caches);
+}
 
-/// Transposes the lines of two planes, each by a kernel of its own.
-void transpose_lines(SplitMatrixInput A, SplitMatrixOutput out, TransposeKernel real,
-                     TransposeKernel imag) {
+/// Transposes the lines of two planes; `negate` changes the sign of the imaginary one.
+void transpose_lines(SplitMatrixInput A, SplitMatrixOutput out, bool negate) {
+    constexpr std::uint32_t sign = std::uint32_t{1} << 31U;
     const RealMatrixOutput lines = as_lines(real_plane(out));
     for_chunks(lines.rows, work_of(lines.rows, lines.cols), [=](Index begin, Index end) {
-        real(as_lines(real_plane(A)), as_lines(real_plane(out)), begin, end);
-        imag(as_lines(imag_plane(A)), as_lines(imag_plane(out)), begin, end);
+        transpose_lines(as_lines(real_plane(A)), as_lines(real_plane(out)), begin, end, 0);
+        transpose_lines(as_lines(imag_plane(A)), as_lines(imag_plane(out)), begin, end,
+                        negate ? sign : 0);
     });
 }
 
@@ -69,14 +78,14 @@ void copy_matrix(const Table& kernels, SplitMatrixInput from, SplitMatrixOutput 
     if (from.layout == to.layout) {
         copy_lines(kernels, from, to, false);
     } else {
-        transpose_lines(from, to, kernels.transpose, kernels.transpose);
+        transpose_lines(from, to, false);
     }
 }
 
 void transpose(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) {
     require_transposed(A, out, "SimdEngine::transpose - incompatible shapes");
     if (A.layout == out.layout) {
-        transpose_lines(A, out, kernels.transpose, kernels.transpose);
+        transpose_lines(A, out, false);
     } else {
         copy_lines(kernels, A, out, false);
     }
@@ -85,7 +94,7 @@ void transpose(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) 
 void adjoint(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) {
     require_transposed(A, out, "SimdEngine::adjoint - incompatible shapes");
     if (A.layout == out.layout) {
-        transpose_lines(A, out, kernels.transpose, kernels.negated_transpose);
+        transpose_lines(A, out, true);
     } else {
         copy_lines(kernels, A, out, true);
     }

@@ -64,41 +64,11 @@ class Structure {
         }
     }
 
-    static void transpose(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end) {
-        transpose_tiles(A, out, begin, end, [](Register value) { return value; });
-    }
-
-    static void negated_transpose(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end) {
-        transpose_tiles(A, out, begin, end, [](Register value) { return Set::negated(value); });
-    }
-
   private:
     static void multiply_row(Complex<Set> a, SplitInput b, SplitOutput out) {
         for_vectors<Set>(b.size, [=](std::size_t i, auto lanes) {
             store_complex<Set>(out, i, product<Set>(a, load_complex<Set>(b, i, lanes)), lanes);
         });
-    }
-
-    template <typename Change>
-    static void transpose_tiles(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end,
-                                const Change& change) {
-        for (Index row = begin; row < end; row += Set::lanes) {
-            const Index rest = end - row;
-            const Index rows = rest < Set::lanes ? rest : Set::lanes;
-            for_vectors<Set>(out.cols, [=](std::size_t column, auto lanes) {
-                const Index columns = out.cols - column;
-                Register tile[Set::lanes];
-                for (std::size_t i = 0; i < Set::lanes; ++i) {
-                    tile[i] = i < columns ? Set::load(A.data + (column + i) * A.cols + row,
-                                                      Set::first_lanes(rows))
-                                          : Set::zero();
-                }
-                Set::transpose(tile);
-                for (Index i = 0; i < rows; ++i) {
-                    store<Set>(out.data + (row + i) * out.cols + column, change(tile[i]), lanes);
-                }
-            });
-        }
     }
 };
 
