@@ -5,7 +5,7 @@
 // floating_complex_division.h) where its fast form stands.
 
 #include "backend/cpu/simd/simd_elimination_kernels.h"
-#include "backend/cpu/simd/simd_matmul_elements.h"
+#include "backend/cpu/simd/simd_elements.h"
 
 #include <limits>
 

@@ -8,8 +8,15 @@ namespace Tessaline::SimdKernels {
 
 namespace {
 
-template <typename Set>
+/// The same vectors, with products that round every operation.
+template <typename InstructionSet>
+struct WithoutFusing : InstructionSet {
+    static constexpr bool fuses = false;
+};
+
+template <typename InstructionSet>
 class GramSchmidt {
+    using Set = WithoutFusing<InstructionSet>;
     using Register = typename Set::Register;
     using Vector = Complex<Set>;
     static constexpr Index lanes = Set::lanes;
