@@ -5,7 +5,6 @@
 
 #include "backend/cpu/simd/simd_elimination_kernels.h"
 #include "backend/cpu/simd/simd_unfused_kernels.h"
-#include "tessaline/storage/element_traits.h"
 
 #include <bit>
 
@@ -71,12 +70,9 @@ class UnitTriangle {
     const T* at(Index row, Index column) const { return matrix_ + column * stride_ + row; }
 
     void solve_block(Index first, Index order, T* B, Index b_stride, Index columns) const {
-        if constexpr (!is_complex_element<T>) {
-            if (order == block) {
-                SimdKernels::elimination_kernels<T>()->solve_triangle(at(first, first), stride_,
-                                                                      B + first, b_stride, columns);
-                return;
-            }
+        if (order == block) {
+            blocks_.solve_triangle(at(first, first), stride_, B + first, b_stride, columns);
+            return;
         }
         for (Index k = first; k + 1 < first + order; ++k) {
             subtract_multiples(k, first + order, B, b_stride, columns);

@@ -6,6 +6,7 @@
 
 #include "backend/cpu/simd/simd_arithmetic.h"
 #include "backend/cpu/simd/simd_complex_division.h"
+#include "backend/cpu/simd/simd_complex_triangle.h"
 #include "backend/cpu/simd/simd_elimination_kernels.h"
 
 #include <type_traits>
@@ -308,8 +309,8 @@ constexpr EliminationTable make_elimination_table() {
              Elimination<FloatSet>::substitute_forward, Elimination<FloatSet>::multiply_rows},
             {Elimination<DoubleSet>::factor_panel, Elimination<DoubleSet>::solve_triangle,
              Elimination<DoubleSet>::substitute_forward, Elimination<DoubleSet>::multiply_rows},
-            {ComplexDivision<FloatSet>::divide},
-            {ComplexDivision<DoubleSet>::divide}};
+            {ComplexDivision<FloatSet>::divide, ComplexTriangle<FloatSet>::solve},
+            {ComplexDivision<DoubleSet>::divide, ComplexTriangle<DoubleSet>::solve}};
 }
 
 } // namespace
