@@ -38,15 +38,6 @@ class UnitTriangle {
         solve(first + upper, order - upper, B, b_stride, columns);
     }
 
-    /// b = L^-1 b. A few columns at a time run down the memory in parallel.
-    void solve(T* b, Index order) const {
-        for (Index first = 0; first < order; first += block) {
-            const Index end = first + block < order ? first + block : order;
-            solve_block(first, end - first, b, order, 1);
-            subtract_product(end, order - end, first, end - first, b, order, 1);
-        }
-    }
-
     /// Subtracts from rows of B the products of L's elements in some columns with the rows of B
     /// that these columns belong to.
     void subtract_product(Index row, Index rows, Index column, Index inner, T* B, Index b_stride,

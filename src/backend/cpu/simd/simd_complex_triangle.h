@@ -3,6 +3,7 @@
 
 // Small unit lower triangles of complex numbers, solved a column of the right-hand side at a time.
 
+#include "backend/cpu/simd/simd_elements.h"
 #include "backend/cpu/simd/simd_elimination_kernels.h"
 #include "backend/cpu/simd/simd_infinity_recovery.h"
 
@@ -52,7 +53,69 @@ class ComplexTriangle {
         }
     }
 
+    static void substitute_forward(const std::complex<Real>* L, Index stride, std::complex<Real>* b,
+                                   Index order) {
+        Index first = 0;
+        for (; first + block <= order; first += block) {
+            const std::complex<Real>* const triangle = L + first * stride + first;
+            solve(triangle, stride, b + first, order, 1);
+            for (Index k = 0; k < block; k += streams) {
+                subtract_columns(reinterpret_cast<const Real*>(triangle + k * stride + block),
+                                 stride, reinterpret_cast<const Real*>(b + first + k),
+                                 reinterpret_cast<Real*>(b + first + block), order - first - block);
+            }
+        }
+        for (Index k = first; k < order; ++k) {
+            subtract_plainly<1>(reinterpret_cast<const Real*>(L + k * stride), stride,
+                                reinterpret_cast<const Real*>(b + k), reinterpret_cast<Real*>(b),
+                                k + 1, order);
+        }
+    }
+
   private:
+    using Elements = InterleavedElements<Set>;
+
+    /// Columns that run down the memory at once, as for real matrices.
+    static constexpr Index streams = 4;
+
+    /// Subtracts from b the products of some columns with the elements of x.
+    static void subtract_columns(const Real* columns, Index stride, const Real* x, Real* b,
+                                 Index rows) {
+        Complex<Set> of_x[streams];
+        for_places<streams>([&](auto k) { of_x[k.value] = Elements::broadcast(x, k.value); });
+        Index i = 0;
+        for (; i + Set::lanes <= rows; i += Set::lanes) {
+            Complex<Set> sum = Elements::load(b, i, AllLanes{});
+            for_places<streams>([&](auto k) {
+                const Complex<Set> l =
+                    Elements::load(columns + 2 * k.value * stride, i, AllLanes{});
+                const Complex<Set> x_k = of_x[k.value];
+                sum.real = sum.real - (l.real * x_k.real - l.imag * x_k.imag);
+                sum.imag = sum.imag - (l.real * x_k.imag + l.imag * x_k.real);
+            });
+            if ((Set::nan_lanes(sum.real) & Set::nan_lanes(sum.imag)) == 0) [[likely]] {
+                Elements::store(b, i, sum, AllLanes{});
+            } else {
+                subtract_plainly<streams>(columns, stride, x, b, i, i + Set::lanes);
+            }
+        }
+        subtract_plainly<streams>(columns, stride, x, b, i, rows);
+    }
+
+    /// The same in some rows, by products that recover infinities.
+    template <Index Columns>
+    [[gnu::noinline]] static void subtract_plainly(const Real* columns, Index stride, const Real* x,
+                                                   Real* b, Index begin, Index end) {
+        for (Index row = begin; row < end; ++row) {
+            BuiltIn sum = element(b + 2 * row);
+            for (Index k = 0; k < Columns; ++k) {
+                sum -= element(columns + 2 * (k * stride + row)) * element(x + 2 * k);
+            }
+            b[2 * row] = __real__ sum;
+            b[2 * row + 1] = __imag__ sum;
+        }
+    }
+
     [[gnu::always_inline]] static inline void load(const Real* parts, Column& column) {
         Plane low;
         Plane high;

@@ -309,8 +309,10 @@ constexpr EliminationTable make_elimination_table() {
              Elimination<FloatSet>::substitute_forward, Elimination<FloatSet>::multiply_rows},
             {Elimination<DoubleSet>::factor_panel, Elimination<DoubleSet>::solve_triangle,
              Elimination<DoubleSet>::substitute_forward, Elimination<DoubleSet>::multiply_rows},
-            {ComplexDivision<FloatSet>::divide, ComplexTriangle<FloatSet>::solve},
-            {ComplexDivision<DoubleSet>::divide, ComplexTriangle<DoubleSet>::solve}};
+            {ComplexDivision<FloatSet>::divide, ComplexTriangle<FloatSet>::solve,
+             ComplexTriangle<FloatSet>::substitute_forward},
+            {ComplexDivision<DoubleSet>::divide, ComplexTriangle<DoubleSet>::solve,
+             ComplexTriangle<DoubleSet>::substitute_forward}};
 }
 
 } // namespace

@@ -65,6 +65,8 @@ struct EliminationKernels<std::complex<Real>> {
     /// As for real matrices. Products recover infinities as C99 Annex G does.
     void (*solve_triangle)(const std::complex<Real>* L, Index l_stride, std::complex<Real>* B,
                            Index b_stride, Index columns);
+    void (*substitute_forward)(const std::complex<Real>* L, Index stride, std::complex<Real>* b,
+                               Index order);
 };
 
 struct EliminationTable : EliminationKernels<float>,
