@@ -303,16 +303,30 @@ TYPED_TEST(Lu, SubstitutionsByBlocksHavePlainBits) {
         }
         const CpuFallback::FactorMatrix<T, DataMatrixLayout::column_major> factors{
             A.elements.data(), order};
-        auto expected = random_elements<T>(order, [&] { return uniform(random); });
-        const auto b = expected;
-        CpuFallback::plain_substitute_forward(factors, expected.data());
-        CpuFallback::plain_substitute_backward(factors, expected.data(), order);
-        for_each_parts<T>([&](const char* name, const auto& parts) {
-            auto x = b;
-            CpuFallback::substitute_forward(factors, x.data(), parts);
-            CpuFallback::substitute_backward(factors, x.data(), parts);
-            EXPECT_TRUE(same_bits(x, expected)) << order << ", " << name;
-        });
+        for (const bool with_infinities : {false, true}) {
+            const auto b = random_elements<T>(order, [&] {
+                const bool is_infinite = with_infinities && random.below(order) < 2;
+                return is_infinite ? std::numeric_limits<double>::infinity() : uniform(random);
+            });
+            // Of several NaN any may be stored.
+            const auto solution = [&](const auto& solve) {
+                auto x = b;
+                solve(x.data());
+                std::ranges::transform(x, x.begin(), result_as<T>);
+                return x;
+            };
+            const auto expected = solution([&](T* x) {
+                CpuFallback::plain_substitute_forward(factors, x);
+                CpuFallback::plain_substitute_backward(factors, x, order);
+            });
+            for_each_parts<T>([&](const char* name, const auto& parts) {
+                const auto found = solution([&](T* x) {
+                    CpuFallback::substitute_forward(factors, x, parts);
+                    CpuFallback::substitute_backward(factors, x, parts);
+                });
+                EXPECT_TRUE(same_bits(found, expected)) << order << ", " << name;
+            });
+        }
     }
 }
 
