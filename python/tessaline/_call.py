@@ -4,6 +4,7 @@
 from __future__ import annotations
 
 from collections.abc import Sequence
+from operator import is_
 from typing import Any
 
 import numpy as np
@@ -157,9 +158,9 @@ def result_of(array: Array, out: Any) -> Any:
 
 
 def _description(signature: Signature, operands: Sequence[Any]) -> tuple[Any, ...] | None:
-    """What the results of a call depend on, if its operands are arrays that are ready to be read.
+    """What the results of a call depend on, if its operands are arrays of plain memory.
 
-    Told in less than a microsecond for the usual operands; others may turn out to be ready as well.
+    They may still be of a foreign byte order, or of dtypes that are not mixed.
     """
     description: list[Any] = [signature]
     for operand in operands:
@@ -198,11 +199,13 @@ def call(
     description = _description(signature, operands) if dtype is None and not sizes else None
     known = context.known_results.get(description)
     if known is None:
-        operands = make_ready(signature.name, signature.names, operands, dtype)
-        shapes = signature.result_shapes(tuple([array.shape for array in operands]), **sizes)
-        dtypes = context.result_dtypes(signature, tuple([array.dtype for array in operands]))
+        arrays = make_ready(signature.name, signature.names, operands, dtype)
+        shapes = signature.result_shapes(tuple([array.shape for array in arrays]), **sizes)
+        dtypes = context.result_dtypes(signature, tuple([array.dtype for array in arrays]))
         known = (shapes, dtypes)
-        context.remember_results(description, known)
+        if description is not None and all(map(is_, arrays, operands)):
+            context.remember_results(description, known)
+        operands = arrays
     shapes, dtypes = known
     if out is None and len(shapes) == 1:
         # The usual result, without the general form's lists.

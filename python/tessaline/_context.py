@@ -149,12 +149,11 @@ class Context(_native.Context):
             self._result_dtypes[key] = known
         return known
 
-    def remember_results(self, description: tuple[Any, ...] | None, results: Results) -> None:
+    def remember_results(self, description: tuple[Any, ...], results: Results) -> None:
         """Notes what a call gives. A program makes few calls that differ in shapes and dtypes."""
         if len(self.known_results) >= _KNOWN_RESULTS:
             self.known_results.clear()
-        if description is not None:
-            self.known_results[description] = results
+        self.known_results[description] = results
 
     def _infer(self, signature: Signature, inputs: tuple[Dtype, ...]) -> tuple[Dtype, ...]:
         if len(signature.outputs) > 1:

@@ -41,6 +41,9 @@ void for_element_vectors(Index count, const Body& body) {
     }
 }
 
+/// Whether the inner loop reads B from packed panels.
+enum class Packing { never, where_it_pays, always };
+
 template <typename InstructionSet>
 struct RealElements {
     using Set = InstructionSet;
@@ -52,7 +55,7 @@ struct RealElements {
     using PackedInput = Input;
     using PackedOutput = Output;
     static constexpr Index parts = 1;
-    static constexpr bool must_be_packed = false;
+    static constexpr Packing packing = Packing::where_it_pays;
     static constexpr bool recovers_infinities = false;
     static constexpr Index tile_rows = Set::real_tile_rows;
     static constexpr Index tile_vectors = Set::real_tile_vectors;
@@ -127,7 +130,7 @@ struct SplitElements : PackedPlanes<InstructionSet> {
     using Part = typename Set::Mask;
     using Input = SplitPlanes<const Component>;
     using Output = SplitPlanes<Component>;
-    static constexpr bool must_be_packed = false;
+    static constexpr Packing packing = Packing::where_it_pays;
     static constexpr bool recovers_infinities = false;
 
     static Input offset(Input elements, Index index) {
@@ -167,7 +170,7 @@ struct InterleavedElements : PackedPlanes<InstructionSet> {
     using Value = Complex<Set>;
     using Input = const Component*;
     using Output = Component*;
-    static constexpr bool must_be_packed = true;
+    static constexpr Packing packing = Packing::always;
     static constexpr bool recovers_infinities = true;
     static constexpr Index lanes_in_half = Set::lanes / 2; ///< elements of one vector in memory
 
@@ -226,6 +229,19 @@ struct InterleavedElements : PackedPlanes<InstructionSet> {
   private:
     static Value as_planes(typename Set::Register low, typename Set::Register high) {
         return {Set::even_elements(low, high), Set::odd_elements(low, high)};
+    }
+};
+
+/// The same for products of few rows, which take the pairs apart as they read them.
+template <typename Set>
+struct UnpackedInterleavedElements : InterleavedElements<Set> {
+    using Interleaved = InterleavedElements<Set>;
+    using PackedInput = typename Interleaved::Input;
+    static constexpr Packing packing = Packing::never;
+
+    template <typename Lanes>
+    static Complex<Set> load_packed(PackedInput elements, Index index, Lanes lanes) {
+        return Interleaved::load(elements, index, lanes);
     }
 };
 

@@ -46,10 +46,8 @@ class Matmul {
           b_(B),
           c_(C),
           extents_(extents),
-          packs_(Elements::must_be_packed ||
-                 (extents.rows >= 2 * tile_rows && least(extents.inner, block_terms) * B.stride *
-                                                           Elements::parts * sizeof(Component) >
-                                                       matmul_unpacked_bytes)) {}
+          packs_(Elements::packing == Packing::always ||
+                 (Elements::packing == Packing::where_it_pays && packing_pays())) {}
 
     void run() const {
         if (extents_.inner == 0 && Kind == Update::replace) {
@@ -88,8 +86,16 @@ class Matmul {
         Index vectors;
     };
 
+    /// The rows of the next smaller tile.
     static constexpr Index fewer_rows(Index rows) { return rows > 4 ? 4 : rows / 2; }
     static constexpr Index least(Index a, Index b) { return a < b ? a : b; }
+
+    /// Enough rows pass over B, and it is too large to stay where it lies.
+    bool packing_pays() const {
+        return extents_.rows >= 2 * tile_rows && least(extents_.inner, block_terms) * b_.stride *
+                                                         Elements::parts * sizeof(Component) >
+                                                     matmul_unpacked_bytes;
+    }
 
     void clear() const {
         for (Index row = 0; row < extents_.rows; ++row) {
@@ -100,19 +106,13 @@ class Matmul {
     }
 
     void multiply_block(const Block& block) const {
-        if (packs_) {
-            const PackedOutput packed = Elements::packed(packing_memory());
-            pack(block, packed);
-            multiply_rows<tile_rows>(block, [&](Index vector, Index width) {
-                const Index start = (vector - block.vector) * lanes * block.count;
-                return Panel{Elements::offset_packed(packed, start),
-                             width * lanes,
-                             block.first,
-                             block.count,
-                             vector * lanes,
-                             width};
-            });
-        } else if constexpr (!Elements::must_be_packed) {
+        if constexpr (Elements::packing != Packing::never) {
+            if (packs_) {
+                multiply_packed(block);
+                return;
+            }
+        }
+        if constexpr (Elements::packing != Packing::always) {
             multiply_rows<tile_rows>(block, [&](Index vector, Index width) {
                 const Index start = block.first * b_.stride + vector * lanes;
                 return Panel{Elements::offset(b_.data, start),
@@ -123,6 +123,20 @@ class Matmul {
                              width};
             });
         }
+    }
+
+    void multiply_packed(const Block& block) const {
+        const PackedOutput packed = Elements::packed(packing_memory());
+        pack(block, packed);
+        multiply_rows<tile_rows>(block, [&](Index vector, Index width) {
+            const Index start = (vector - block.vector) * lanes * block.count;
+            return Panel{Elements::offset_packed(packed, start),
+                         width * lanes,
+                         block.first,
+                         block.count,
+                         vector * lanes,
+                         width};
+        });
     }
 
     /// Calls `body(vector, width)` for each panel of a block, as wide as a tile or a vector less:
@@ -312,6 +326,19 @@ void strided_product(StridedRows<const typename Elements::Element> A,
     Matmul<Elements, Kind>({Elements::input(A.data), A.stride}, {Elements::input(B.data), B.stride},
                            {Elements::output(C.data), C.stride}, extents)
         .run();
+}
+
+/// The same of interleaved elements, which are packed where enough rows pass over B.
+template <typename Set, Update Kind>
+void strided_interleaved_product(StridedRows<const std::complex<typename Set::Component>> A,
+                                 StridedRows<const std::complex<typename Set::Component>> B,
+                                 StridedRows<std::complex<typename Set::Component>> C,
+                                 ProductExtents extents) {
+    if (extents.rows < 2 * InterleavedElements<Set>::tile_rows) {
+        strided_product<UnpackedInterleavedElements<Set>, Kind>(A, B, C, extents);
+    } else {
+        strided_product<InterleavedElements<Set>, Kind>(A, B, C, extents);
+    }
 }
 
 /// The rows [begin, end) of a product of real matrices, or of complex ones in two planes.

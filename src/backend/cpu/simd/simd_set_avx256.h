@@ -25,7 +25,7 @@ struct Avx256 {
     static constexpr bool fuses = false;
     static constexpr bool keeps_one_nan = false;
     // Tiles of products: rows, and vectors across, that the 16 registers hold.
-    static constexpr std::size_t real_tile_rows = 5;
+    static constexpr std::size_t real_tile_rows = 6;
     static constexpr std::size_t real_tile_vectors = 2;
     static constexpr std::size_t split_tile_rows = 2;
     static constexpr std::size_t split_tile_vectors = 2;

@@ -21,7 +21,7 @@ struct Avx256Double {
     static constexpr std::size_t lanes = 4;
     static constexpr bool fuses = false;
     static constexpr bool keeps_one_nan = false;
-    static constexpr std::size_t real_tile_rows = 5;
+    static constexpr std::size_t real_tile_rows = 6;
     static constexpr std::size_t real_tile_vectors = 2;
     static constexpr std::size_t split_tile_rows = 2;
     static constexpr std::size_t split_tile_vectors = 2;

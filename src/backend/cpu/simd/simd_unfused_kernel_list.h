@@ -19,23 +19,39 @@ struct Unfused : Set {
 };
 
 template <typename Elements>
-constexpr UnfusedKernels<typename Elements::Element> make_unfused_kernels() {
+constexpr UnfusedKernels<typename Elements::Element> make_unfused_kernels(
+    typename UnfusedKernels<typename Elements::Element>::Product multiply,
+    typename UnfusedKernels<typename Elements::Element>::Product subtract_product) {
     return {
-        .multiply = strided_product<Elements, Update::replace>,
-        .subtract_product = strided_product<Elements, Update::subtract>,
+        .multiply = multiply,
+        .subtract_product = subtract_product,
         .row_products = strided_row_products<Elements>,
         .kron = Kron<Elements>::kron,
         .sum_of_runs = sum_of_runs<Elements>,
     };
 }
 
+template <typename Set>
+constexpr auto make_real_kernels() {
+    using Elements = RealElements<Set>;
+    return make_unfused_kernels<Elements>(strided_product<Elements, Update::replace>,
+                                          strided_product<Elements, Update::subtract>);
+}
+
+template <typename Set>
+constexpr auto make_interleaved_kernels() {
+    return make_unfused_kernels<InterleavedElements<Set>>(
+        strided_interleaved_product<Set, Update::replace>,
+        strided_interleaved_product<Set, Update::subtract>);
+}
+
 template <typename FloatSet, typename DoubleSet>
 constexpr UnfusedTable make_unfused_table() {
     return {
-        make_unfused_kernels<RealElements<Unfused<FloatSet>>>(),
-        make_unfused_kernels<RealElements<Unfused<DoubleSet>>>(),
-        make_unfused_kernels<InterleavedElements<Unfused<FloatSet>>>(),
-        make_unfused_kernels<InterleavedElements<Unfused<DoubleSet>>>(),
+        make_real_kernels<Unfused<FloatSet>>(),
+        make_real_kernels<Unfused<DoubleSet>>(),
+        make_interleaved_kernels<Unfused<FloatSet>>(),
+        make_interleaved_kernels<Unfused<DoubleSet>>(),
         {
             .widen_binary16 = Conversions<FloatSet>::widen_binary16,
             .round_binary16 = Conversions<FloatSet>::round_binary16,

@@ -3,7 +3,8 @@
 
 // Products without fused operations, compiled for wide vectors: the inner loops of the floating
 // kernels and of the LU factorisations. They give the bits of plain loops, but that every NaN they
-// store is the positive quiet one. They are serial and check nothing.
+// store is the positive quiet one. They are serial, check nothing and allocate nothing but a
+// thread's packing memory (simd_packing_memory.h).
 //
 // Included by units for every instruction set, so nothing here is more than a declaration.
 
