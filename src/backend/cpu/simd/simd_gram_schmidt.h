@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+// Projections of complex columns: many at once with a lane for each, or a single one, whose
+// products are made in vectors and summed one by one.
+
 #include "backend/cpu/simd/simd_arithmetic.h"
 #include "backend/cpu/simd/simd_gram_schmidt_kernels.h"
 
