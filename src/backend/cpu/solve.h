@@ -54,9 +54,6 @@ template <typename Matrix, typename T>
 void substitute_forward(Matrix factors, T* b, const EliminationParts<T>& parts = {}) {
     if (Matrix::rows_are_contiguous || !parts) {
         plain_substitute_forward(factors, b);
-    } else if constexpr (is_complex_element<T>) {
-        UnitTriangle<T>(*parts.products, *parts.panels, factors.data, factors.order)
-            .solve(b, factors.order);
     } else {
         parts.panels->substitute_forward(factors.data, factors.order, b, factors.order);
     }

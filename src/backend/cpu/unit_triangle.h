@@ -5,7 +5,6 @@
 
 #include "backend/cpu/simd/simd_elimination_kernels.h"
 #include "backend/cpu/simd/simd_unfused_kernels.h"
-#include "tessaline/storage/element_traits.h"
 
 #include <bit>
 
@@ -39,15 +38,6 @@ class UnitTriangle {
         solve(first + upper, order - upper, B, b_stride, columns);
     }
 
-    /// b = L^-1 b. A few columns at a time run down the memory in parallel.
-    void solve(T* b, Index order) const {
-        for (Index first = 0; first < order; first += block) {
-            const Index end = first + block < order ? first + block : order;
-            solve_block(first, end - first, b, order, 1);
-            subtract_product(end, order - end, first, end - first, b, order, 1);
-        }
-    }
-
     /// Subtracts from rows of B the products of L's elements in some columns with the rows of B
     /// that these columns belong to.
     void subtract_product(Index row, Index rows, Index column, Index inner, T* B, Index b_stride,
@@ -71,12 +61,9 @@ class UnitTriangle {
     const T* at(Index row, Index column) const { return matrix_ + column * stride_ + row; }
 
     void solve_block(Index first, Index order, T* B, Index b_stride, Index columns) const {
-        if constexpr (!is_complex_element<T>) {
-            if (order == block) {
-                SimdKernels::elimination_kernels<T>()->solve_triangle(at(first, first), stride_,
-                                                                      B + first, b_stride, columns);
-                return;
-            }
+        if (order == block) {
+            blocks_.solve_triangle(at(first, first), stride_, B + first, b_stride, columns);
+            return;
         }
         for (Index k = first; k + 1 < first + order; ++k) {
             subtract_multiples(k, first + order, B, b_stride, columns);

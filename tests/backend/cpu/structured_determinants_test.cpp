@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/floating_policies.h"
+#include "backend/cpu/log_magnitude.h"
 #include "backend/cpu/lu_problems.h"
 #include "backend/cpu/number_parts.h"
 #include "backend/cpu/quad.h"
@@ -327,6 +328,82 @@ TYPED_TEST(StructuredDeterminant, RangeOfThePositiveDefinitePaths) {
     refused({1e-320, 1, 1, 1e300}, -1, "determinant scaling would overflow",
             "tessaline.logdet_positive_definite - subnormal factorisation range cannot be "
             "preserved");
+}
+
+/// signed_logdet() row by row, without scaling: for matrices that are not singular.
+template <typename C>
+std::pair<C, double> plain_signed_logdet(SquareMatrix<C> a) {
+    C sign = 1;
+    double total = 0;
+    for (std::size_t k = 0; k < a.order; ++k) {
+        std::size_t pivot = k;
+        for (std::size_t row = k + 1; row < a.order; ++row) {
+            pivot = NumberParts::largest_part(a(row, k)) > NumberParts::largest_part(a(pivot, k))
+                        ? row
+                        : pivot;
+        }
+        for (std::size_t j = 0; j < a.order && pivot != k; ++j) {
+            std::swap(a(k, j), a(pivot, j));
+        }
+        sign = pivot == k ? sign : -sign;
+        const C value = a(k, k);
+        const C direction = NumberParts::divided(value, NumberParts::largest_part(value));
+        sign *= NumberParts::divided(direction, std::abs(direction));
+        total += log_magnitude(value);
+        for (std::size_t row = k + 1; row < a.order; ++row) {
+            const C multiplier = a(row, k) / value;
+            for (std::size_t j = k + 1; j < a.order; ++j) {
+                a(row, j) -= multiplier * a(k, j);
+            }
+        }
+    }
+    return {NumberParts::divided(sign, std::abs(sign)), total};
+}
+
+/// rooted_positive_definite_logdet() column by column, without scaling.
+template <typename C>
+std::optional<double> plain_rooted_logdet(SquareMatrix<C> a) {
+    double total = 0;
+    for (std::size_t k = 0; k < a.order; ++k) {
+        const double diagonal = std::real(a(k, k));
+        double pivot = diagonal;
+        for (std::size_t j = 0; j < k; ++j) {
+            pivot -= std::norm(a(k, j));
+        }
+        if (pivot <= (4 * static_cast<double>(k) + 1) * (std::abs(diagonal) * epsilon)) {
+            return std::nullopt;
+        }
+        total += std::log(pivot);
+        for (std::size_t row = k + 1; row < a.order; ++row) {
+            for (std::size_t j = 0; j < k; ++j) {
+                a(row, k) -= conjugated(a(k, j)) * a(row, j);
+            }
+            a(row, k) = NumberParts::divided(a(row, k), std::sqrt(pivot));
+        }
+    }
+    return total;
+}
+
+TYPED_TEST(StructuredDeterminant, BlocksHaveTheBitsOfPlainLoops) {
+    using C = TypeParam;
+    CounterRandom random(8);
+    for (const std::size_t n : {7, 8, 9, 16, 17, 33, 64, 65, 100}) {
+        const auto A = make_matrix<C>(matrix_kinds[0], n, random);
+        EXPECT_EQ(signed_logdet_of(A.elements), plain_signed_logdet(A)) << n;
+        // From well inside the positive definite matrices to their edge.
+        for (const double diagonal : {2.0 * static_cast<double>(n), 1.0}) {
+            auto positive = A;
+            for (std::size_t i = 0; i < n; ++i) {
+                for (std::size_t j = 0; j < i; ++j) {
+                    positive(i, j) = diagonal == 1 ? C(i + j < n ? 0.5 : 1) : A(i, j);
+                }
+                positive(i, i) = diagonal;
+            }
+            auto copy = positive.elements;
+            EXPECT_EQ(rooted_positive_definite_logdet<C>(copy, n), plain_rooted_logdet(positive))
+                << n << ", diagonal " << diagonal;
+        }
+    }
 }
 
 TEST(PositiveDefiniteComplex, PhasesOffTheDiagonalCancel) {

@@ -4,8 +4,8 @@
 // Division of the elements of a column by one complex number, with the bits of ComplexDivisor (see
 // floating_complex_division.h) where its fast form stands.
 
-#include "backend/cpu/simd/simd_elimination_kernels.h"
 #include "backend/cpu/simd/simd_elements.h"
+#include "backend/cpu/simd/simd_elimination_kernels.h"
 
 #include <limits>
 

@@ -6,6 +6,7 @@
 
 #include "backend/cpu/simd/simd_arithmetic.h"
 #include "backend/cpu/simd/simd_complex_division.h"
+#include "backend/cpu/simd/simd_complex_triangle.h"
 #include "backend/cpu/simd/simd_elimination_kernels.h"
 
 #include <type_traits>
@@ -51,20 +52,36 @@ class Elimination {
         /// The row of the largest, counted from the first that was included; `found` is false where
         /// all are zero.
         Index row(bool& found) const {
-            T largest = 0;
-            Index row = 0;
-            for (Index lane = 0; lane < lanes; ++lane) {
-                const auto candidate = static_cast<Index>(rows_[lane]);
-                if (largest_[lane] > largest || (largest_[lane] == largest && candidate < row)) {
-                    largest = largest_[lane];
-                    row = candidate;
-                }
-            }
-            found = largest != 0;
-            return row;
+            const Register largest =
+                in_all_lanes<lanes / 2>(largest_, [](auto a, auto b) { return a < b ? b : a; });
+            found = largest[0] != 0;
+            const Integers others =
+                Integers{} + static_cast<RowNumber>(~(RowNumber{1} << sign_bit));
+            const Integers rows = in_all_lanes<lanes / 2>(
+                largest_ == largest ? rows_ : others, [](auto a, auto b) { return a < b ? a : b; });
+            return static_cast<Index>(rows[0]);
         }
 
       private:
+        /// Combines all lanes, in each of them: those `Distance` apart first.
+        template <Index Distance, typename Vector, typename Combine>
+        [[gnu::always_inline]] static inline Vector in_all_lanes(Vector vector,
+                                                                 const Combine& combine) {
+            if constexpr (Distance == 0) {
+                return vector;
+            } else {
+                return in_all_lanes<Distance / 2>(
+                    combine(vector, rotated<Distance>(vector, std::make_index_sequence<lanes>{})),
+                    combine);
+            }
+        }
+        template <Index Distance, typename Vector, Index... Lane>
+        [[gnu::always_inline]] static inline Vector rotated(Vector vector,
+                                                            std::integer_sequence<Index, Lane...>) {
+            return __builtin_shufflevector(vector, vector,
+                                           static_cast<int>((Lane + Distance) % lanes)...);
+        }
+
         using RowNumber = std::remove_reference_t<decltype(Integers{}[0])>;
         static constexpr int sign_bit = 8 * sizeof(RowNumber) - 1;
 
@@ -308,8 +325,10 @@ constexpr EliminationTable make_elimination_table() {
              Elimination<FloatSet>::substitute_forward, Elimination<FloatSet>::multiply_rows},
             {Elimination<DoubleSet>::factor_panel, Elimination<DoubleSet>::solve_triangle,
              Elimination<DoubleSet>::substitute_forward, Elimination<DoubleSet>::multiply_rows},
-            {ComplexDivision<FloatSet>::divide},
-            {ComplexDivision<DoubleSet>::divide}};
+            {ComplexDivision<FloatSet>::divide, ComplexTriangle<FloatSet>::solve,
+             ComplexTriangle<FloatSet>::substitute_forward},
+            {ComplexDivision<DoubleSet>::divide, ComplexTriangle<DoubleSet>::solve,
+             ComplexTriangle<DoubleSet>::substitute_forward}};
 }
 
 } // namespace

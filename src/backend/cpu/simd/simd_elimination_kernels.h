@@ -62,6 +62,11 @@ struct EliminationKernels<std::complex<Real>> {
     /// scaling left the normal range, or a part is lost or small beside the other. Returns how many
     /// are done. The divisor is finite and not zero, and scaling kept its parts normal.
     Index (*divide)(std::complex<Real>* elements, Index count, const ScaledDivisor<Real>& divisor);
+    /// As for real matrices. Products recover infinities as C99 Annex G does.
+    void (*solve_triangle)(const std::complex<Real>* L, Index l_stride, std::complex<Real>* B,
+                           Index b_stride, Index columns);
+    void (*substitute_forward)(const std::complex<Real>* L, Index stride, std::complex<Real>* b,
+                               Index order);
 };
 
 struct EliminationTable : EliminationKernels<float>,

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+// Projections of complex columns: many at once with a lane for each, or a single one, whose
+// products are made in vectors and summed one by one.
+
 #include "backend/cpu/simd/simd_arithmetic.h"
 #include "backend/cpu/simd/simd_gram_schmidt_kernels.h"
 
@@ -8,8 +11,15 @@ namespace Tessaline::SimdKernels {
 
 namespace {
 
-template <typename Set>
+/// The same vectors, with products that round every operation.
+template <typename InstructionSet>
+struct WithoutFusing : InstructionSet {
+    static constexpr bool fuses = false;
+};
+
+template <typename InstructionSet>
 class GramSchmidt {
+    using Set = WithoutFusing<InstructionSet>;
     using Register = typename Set::Register;
     using Vector = Complex<Set>;
     static constexpr Index lanes = Set::lanes;

@@ -4,7 +4,6 @@
 #include "backend/cpu/simd/simd_rotations.h"
 #include "backend/cpu/simd/simd_set_avx256.h"
 #include "backend/cpu/simd/simd_set_avx256_double.h"
-#include "backend/cpu/simd/simd_unfused_kernel_list.h"
 
 namespace Tessaline::SimdKernels {
 
@@ -12,6 +11,6 @@ constinit const RotationTable avx256_rotation_table = make_rotation_table<Avx256
 constinit const EliminationTable avx256_elimination_table =
     make_elimination_table<Avx256, Avx256Double>();
 constinit const GramSchmidtKernels avx256_gram_schmidt_kernels =
-    make_gram_schmidt_kernels<Unfused<Avx256Double>>();
+    make_gram_schmidt_kernels<Avx256Double>();
 
 } // namespace Tessaline::SimdKernels

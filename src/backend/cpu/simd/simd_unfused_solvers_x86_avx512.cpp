@@ -4,7 +4,6 @@
 #include "backend/cpu/simd/simd_rotations.h"
 #include "backend/cpu/simd/simd_set_avx512.h"
 #include "backend/cpu/simd/simd_set_avx512_double.h"
-#include "backend/cpu/simd/simd_unfused_kernel_list.h"
 
 namespace Tessaline::SimdKernels {
 
@@ -12,6 +11,6 @@ constinit const RotationTable avx512_rotation_table = make_rotation_table<Avx512
 constinit const EliminationTable avx512_elimination_table =
     make_elimination_table<Avx512, Avx512Double>();
 constinit const GramSchmidtKernels avx512_gram_schmidt_kernels =
-    make_gram_schmidt_kernels<Unfused<Avx512Double>>();
+    make_gram_schmidt_kernels<Avx512Double>();
 
 } // namespace Tessaline::SimdKernels

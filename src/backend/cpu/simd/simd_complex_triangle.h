@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Small unit lower triangles of complex numbers, solved a column of the right-hand side at a time.
+
+#include "backend/cpu/simd/simd_elements.h"
+#include "backend/cpu/simd/simd_elimination_kernels.h"
+#include "backend/cpu/simd/simd_infinity_recovery.h"
+
+namespace Tessaline::SimdKernels {
+
+namespace {
+
+template <typename Set>
+class ComplexTriangle {
+    using Real = typename Set::Component;
+    using BuiltIn = typename BuiltInComplex<Real>::Type;
+    static constexpr Index block = elimination_block;
+    /// A plane of a column of a block, whatever the set's registers.
+    typedef Real Plane __attribute__((vector_size(block * sizeof(Real))));
+    using Rows = decltype(Plane{} < Plane{});
+
+    struct Column {
+        Plane real;
+        Plane imag;
+    };
+
+  public:
+    static void solve(const std::complex<Real>* L, Index l_stride, std::complex<Real>* B,
+                      Index b_stride, Index columns) {
+        Column of_L[block];
+        for_places<block>([&](auto k) {
+            load(reinterpret_cast<const Real*>(L + k.value * l_stride), of_L[k.value]);
+        });
+        for (Index j = 0; j < columns; ++j) {
+            Real* const parts = reinterpret_cast<Real*>(B + j * b_stride);
+            Column b;
+            load(parts, b);
+            for_places<block - 1>([&](auto k) {
+                constexpr Rows below = Rows{0, 1, 2, 3, 4, 5, 6, 7} > static_cast<int>(k.value);
+                const Column& l = of_L[k.value];
+                const Real real = b.real[k.value];
+                const Real imag = b.imag[k.value];
+                // Zeros above are not subtracted: that would change the sign of a negative zero.
+                b.real = below ? b.real - (l.real * real - l.imag * imag) : b.real;
+                b.imag = below ? b.imag - (l.real * imag + l.imag * real) : b.imag;
+            });
+            if (is_finite(b)) {
+                store(parts, b);
+            } else {
+                solve_plainly(L, l_stride, parts);
+            }
+        }
+    }
+
+    static void substitute_forward(const std::complex<Real>* L, Index stride, std::complex<Real>* b,
+                                   Index order) {
+        Index first = 0;
+        for (; first + block <= order; first += block) {
+            const std::complex<Real>* const triangle = L + first * stride + first;
+            solve(triangle, stride, b + first, order, 1);
+            for (Index k = 0; k < block; k += streams) {
+                subtract_columns(reinterpret_cast<const Real*>(triangle + k * stride + block),
+                                 stride, reinterpret_cast<const Real*>(b + first + k),
+                                 reinterpret_cast<Real*>(b + first + block), order - first - block);
+            }
+        }
+        for (Index k = first; k < order; ++k) {
+            subtract_plainly<1>(reinterpret_cast<const Real*>(L + k * stride), stride,
+                                reinterpret_cast<const Real*>(b + k), reinterpret_cast<Real*>(b),
+                                k + 1, order);
+        }
+    }
+
+  private:
+    using Elements = InterleavedElements<Set>;
+
+    /// Columns that run down the memory at once, as for real matrices.
+    static constexpr Index streams = 4;
+
+    /// Subtracts from b the products of some columns with the elements of x.
+    static void subtract_columns(const Real* columns, Index stride, const Real* x, Real* b,
+                                 Index rows) {
+        Complex<Set> of_x[streams];
+        for_places<streams>([&](auto k) { of_x[k.value] = Elements::broadcast(x, k.value); });
+        Index i = 0;
+        for (; i + Set::lanes <= rows; i += Set::lanes) {
+            Complex<Set> sum = Elements::load(b, i, AllLanes{});
+            for_places<streams>([&](auto k) {
+                const Complex<Set> l =
+                    Elements::load(columns + 2 * k.value * stride, i, AllLanes{});
+                const Complex<Set> x_k = of_x[k.value];
+                sum.real = sum.real - (l.real * x_k.real - l.imag * x_k.imag);
+                sum.imag = sum.imag - (l.real * x_k.imag + l.imag * x_k.real);
+            });
+            if ((Set::nan_lanes(sum.real) & Set::nan_lanes(sum.imag)) == 0) [[likely]] {
+                Elements::store(b, i, sum, AllLanes{});
+            } else {
+                subtract_plainly<streams>(columns, stride, x, b, i, i + Set::lanes);
+            }
+        }
+        subtract_plainly<streams>(columns, stride, x, b, i, rows);
+    }
+
+    /// The same in some rows, by products that recover infinities.
+    template <Index Columns>
+    [[gnu::noinline]] static void subtract_plainly(const Real* columns, Index stride, const Real* x,
+                                                   Real* b, Index begin, Index end) {
+        for (Index row = begin; row < end; ++row) {
+            BuiltIn sum = element(b + 2 * row);
+            for (Index k = 0; k < Columns; ++k) {
+                sum -= element(columns + 2 * (k * stride + row)) * element(x + 2 * k);
+            }
+            b[2 * row] = __real__ sum;
+            b[2 * row + 1] = __imag__ sum;
+        }
+    }
+
+    [[gnu::always_inline]] static inline void load(const Real* parts, Column& column) {
+        Plane low;
+        Plane high;
+        __builtin_memcpy(&low, parts, sizeof(Plane));
+        __builtin_memcpy(&high, parts + block, sizeof(Plane));
+        column.real = __builtin_shufflevector(low, high, 0, 2, 4, 6, 8, 10, 12, 14);
+        column.imag = __builtin_shufflevector(low, high, 1, 3, 5, 7, 9, 11, 13, 15);
+    }
+
+    [[gnu::always_inline]] static inline void store(Real* parts, const Column& column) {
+        const Plane low =
+            __builtin_shufflevector(column.real, column.imag, 0, 8, 1, 9, 2, 10, 3, 11);
+        const Plane high =
+            __builtin_shufflevector(column.real, column.imag, 4, 12, 5, 13, 6, 14, 7, 15);
+        __builtin_memcpy(parts, &low, sizeof(Plane));
+        __builtin_memcpy(parts + block, &high, sizeof(Plane));
+    }
+
+    [[gnu::always_inline]] static inline bool is_finite(const Column& column) {
+        const Plane zeros = (column.real - column.real) + (column.imag - column.imag);
+        const Real sum = ((zeros[0] + zeros[1]) + (zeros[2] + zeros[3])) +
+                         ((zeros[4] + zeros[5]) + (zeros[6] + zeros[7]));
+        return sum == 0;
+    }
+
+    static BuiltIn element(const Real* parts) {
+        BuiltIn value;
+        __real__ value = parts[0];
+        __imag__ value = parts[1];
+        return value;
+    }
+
+    [[gnu::noinline]] static void solve_plainly(const std::complex<Real>* L, Index l_stride,
+                                                Real* b) {
+        for (Index k = 0; k < block; ++k) {
+            const Real* const l = reinterpret_cast<const Real*>(L + k * l_stride);
+            for (Index row = k + 1; row < block; ++row) {
+                const BuiltIn left =
+                    element(b + 2 * row) - element(l + 2 * row) * element(b + 2 * k);
+                b[2 * row] = __real__ left;
+                b[2 * row + 1] = __imag__ left;
+            }
+        }
+    }
+};
+
+} // namespace
+
+} // namespace Tessaline::SimdKernels
