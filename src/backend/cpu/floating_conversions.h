@@ -82,4 +82,15 @@ void store_results(const ComputeOf<T>* from, T* to, std::uint64_t count) {
     std::transform(from, from + count, to, result_as<T>);
 }
 
+/// Elements of a chunk that are in compute type at once, in the first cache.
+constexpr std::uint64_t conversion_piece = 512;
+
+/// Calls `body(first, count)` for pieces of [begin, end).
+template <typename Body>
+void for_conversion_pieces(std::uint64_t begin, std::uint64_t end, const Body& body) {
+    for (std::uint64_t first = begin; first < end; first += conversion_piece) {
+        body(first, std::min(conversion_piece, end - first));
+    }
+}
+
 } // namespace Tessaline

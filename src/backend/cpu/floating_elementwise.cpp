@@ -2,7 +2,10 @@
 #include "backend/cpu/floating_elementwise.h"
 
 #include "backend/cpu/floating_complex_division.h"
+#include "backend/cpu/floating_conversions.h"
 #include "backend/cpu/floating_loops.h"
+
+#include <algorithm>
 
 namespace Tessaline {
 
@@ -14,8 +17,17 @@ void map(BackendExecutionBindings& bindings, const Function& function) {
     const auto in = input_vector<T>(bindings, input_role(0));
     const auto out = output_vector<T>(bindings, output_role(0), in.size());
     for_chunks(in.size(), in.size(), [&](std::uint64_t begin, std::uint64_t end) {
-        for (std::uint64_t i = begin; i < end; ++i) {
-            out[i] = result_as<T>(function(widened(in[i])));
+        if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+            for (std::uint64_t i = begin; i < end; ++i) {
+                out[i] = result_as<T>(function(in[i]));
+            }
+        } else {
+            for_conversion_pieces(begin, end, [&](std::uint64_t first, std::uint64_t count) {
+                ComputeOf<T> piece[conversion_piece];
+                widen_elements(in.data() + first, piece, count);
+                std::transform(piece, piece + count, piece, function);
+                store_results(piece, out.data() + first, count);
+            });
         }
     });
 }
@@ -27,8 +39,19 @@ void combine(BackendExecutionBindings& bindings, const Function& function) {
     const auto b = input_vector<T>(bindings, input_role(1), a.size());
     const auto out = output_vector<T>(bindings, output_role(0), a.size());
     for_chunks(a.size(), a.size(), [&](std::uint64_t begin, std::uint64_t end) {
-        for (std::uint64_t i = begin; i < end; ++i) {
-            out[i] = result_as<T>(function(widened(a[i]), widened(b[i])));
+        if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+            for (std::uint64_t i = begin; i < end; ++i) {
+                out[i] = result_as<T>(function(a[i], b[i]));
+            }
+        } else {
+            for_conversion_pieces(begin, end, [&](std::uint64_t first, std::uint64_t count) {
+                ComputeOf<T> of_a[conversion_piece];
+                ComputeOf<T> of_b[conversion_piece];
+                widen_elements(a.data() + first, of_a, count);
+                widen_elements(b.data() + first, of_b, count);
+                std::transform(of_a, of_a + count, of_b, of_a, function);
+                store_results(of_a, out.data() + first, count);
+            });
         }
     });
 }
