@@ -11,4 +11,16 @@ MatrixEntity::~MatrixEntity() = default;
 LuDecompEntity::~LuDecompEntity() = default;
 EigenValsEntity::~EigenValsEntity() = default;
 
+ErasedBufferAccess* ScalarEntity::buffer_access() {
+    return dynamic_cast<ErasedBufferAccess*>(this);
+}
+
+ErasedBufferAccess* VectorEntity::buffer_access() {
+    return dynamic_cast<ErasedBufferAccess*>(this);
+}
+
+ErasedBufferAccess* MatrixEntity::buffer_access() {
+    return dynamic_cast<ErasedBufferAccess*>(this);
+}
+
 } // namespace Tessaline

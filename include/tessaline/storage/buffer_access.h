@@ -92,18 +92,19 @@ TESSALINE_API void validate_compatible_buffers(const ErasedBufferAccess& source,
 
 /// The buffers of an entity of any kind. Raises std::logic_error for an entity that offers none.
 template <typename Entity>
-const ErasedBufferAccess& erased_buffers(const Entity& entity, std::string_view what) {
-    if (const auto* access = dynamic_cast<const ErasedBufferAccess*>(&entity)) {
-        return *access;
+ErasedBufferAccess& erased_buffers(Entity& entity, std::string_view what) {
+    if constexpr (std::is_base_of_v<ErasedBufferAccess, Entity>) {
+        return entity;
+    } else {
+        if (ErasedBufferAccess* access = entity.buffer_access()) {
+            return *access;
+        }
+        BufferAccessDetail::fail_without_buffers(what);
     }
-    BufferAccessDetail::fail_without_buffers(what);
 }
 template <typename Entity>
-ErasedBufferAccess& erased_buffers(Entity& entity, std::string_view what) {
-    if (auto* access = dynamic_cast<ErasedBufferAccess*>(&entity)) {
-        return *access;
-    }
-    BufferAccessDetail::fail_without_buffers(what);
+const ErasedBufferAccess& erased_buffers(const Entity& entity, std::string_view what) {
+    return erased_buffers(const_cast<Entity&>(entity), what);
 }
 
 } // namespace Tessaline

@@ -38,6 +38,7 @@ class OneBuffer : public Interface, public Access {
     using Element = typename Buffer::value_type;
 
     const Descriptor& descriptor() const override { return descriptor_; }
+    ErasedBufferAccess* buffer_access() override { return this; }
     Element* data() override { return data_.data(); }
     const Element* data() const override { return data_.data(); }
     std::uint64_t element_count() const override { return data_.size(); }
@@ -62,6 +63,7 @@ class TwoBuffers : public Interface, public Access {
     using Element = typename Buffer::value_type;
 
     const Descriptor& descriptor() const override { return descriptor_; }
+    ErasedBufferAccess* buffer_access() override { return this; }
     Element* data_real() override { return real_.data(); }
     const Element* data_real() const override { return real_.data(); }
     Element* data_imag() override { return imag_.data(); }

@@ -16,6 +16,9 @@ class TESSALINE_API ScalarEntity {
     ScalarEntity& operator=(const ScalarEntity&) = delete;
     virtual ~ScalarEntity();
     virtual const ScalarDescriptor& descriptor() const = 0;
+    /// The access to its buffers that the entity also is, null where it is none. Storage overrides
+    /// it to spare each operation the search of a cast.
+    virtual ErasedBufferAccess* buffer_access();
 };
 
 class TESSALINE_API VectorEntity {
@@ -25,6 +28,9 @@ class TESSALINE_API VectorEntity {
     VectorEntity& operator=(const VectorEntity&) = delete;
     virtual ~VectorEntity();
     virtual const VectorDescriptor& descriptor() const = 0;
+    /// The access to its buffers that the entity also is, null where it is none. Storage overrides
+    /// it to spare each operation the search of a cast.
+    virtual ErasedBufferAccess* buffer_access();
 };
 
 class TESSALINE_API MatrixEntity {
@@ -34,6 +40,9 @@ class TESSALINE_API MatrixEntity {
     MatrixEntity& operator=(const MatrixEntity&) = delete;
     virtual ~MatrixEntity();
     virtual const MatrixDescriptor& descriptor() const = 0;
+    /// The access to its buffers that the entity also is, null where it is none. Storage overrides
+    /// it to spare each operation the search of a cast.
+    virtual ErasedBufferAccess* buffer_access();
 };
 
 class TESSALINE_API LuDecompEntity : public ErasedBufferAccess {
