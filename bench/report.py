@@ -3,10 +3,20 @@
 
 import argparse
 import json
+import os
 import re
 import subprocess
 import sys
+import time
+import timeit
+from collections.abc import Callable
 from pathlib import Path
+from statistics import median
+
+import numpy as np
+
+import tessaline
+from tessaline import _native
 
 REPETITIONS = 9
 EXAMPLES = Path(__file__).resolve().parent.parent / "examples"
@@ -43,6 +53,56 @@ def demo_megabytes(build: Path) -> list[tuple[str, float]]:
     return [(language, float(megabytes)) for language, megabytes in found]
 
 
+def interleaved_microseconds(calls: dict[str, Callable[[], object]]) -> dict[str, float]:
+    """The median processor time of each call, in turns."""
+    number = 5_000
+    times: dict[str, list[float]] = {name: [] for name in calls}
+    for _ in range(2 * REPETITIONS):
+        for name, call in calls.items():
+            times[name].append(timeit.timeit(call, timer=time.process_time, number=number))
+    return {name: median(each) / number * 1e6 for name, each in times.items()}
+
+
+def print_python_calls() -> None:
+    """Small products from Python beside NumPy's."""
+    a, b, out = (np.ones((4, 4), np.float32) for _ in range(3))
+    bindings = {0: a, 1: b, 1 << 31: out}
+    locations = dict.fromkeys(bindings, "host")
+    unpinned, pinned = _native.Context(pinning_policy="disabled"), _native.Context()
+    found = interleaved_microseconds(
+        {
+            "numpy": lambda: np.matmul(a, b),
+            "execute": lambda: unpinned.execute("tessaline.matmul@1", bindings, locations),
+            "pinned": lambda: pinned.execute("tessaline.matmul@1", bindings, locations),
+            "function": lambda: tessaline.matmul(a, b),
+        }
+    )
+    twice = 2 * found["numpy"]
+    print("\nProduct of two 4 by 4 float32 matrices from Python")
+    print_row("numpy.matmul", found["numpy"], "us")
+    print_row("Context.execute", found["execute"], "us", twice)
+    print_row("  with pinning, its default", found["pinned"], "us")
+    print_row("tessaline.matmul", found["function"], "us", twice)
+
+
+def print_comparisons(build: Path) -> None:
+    """The tables of the programs that compare with OpenBLAS, where it is installed."""
+    own_choice = {n: v for n, v in os.environ.items() if not n.startswith("OPENBLAS_")}
+    narrow = {"OPENBLAS_CORETYPE": "Haswell", "TESSALINE_CPU_SIMD_RUNTIME": "AVX2"}
+    for name, environment in (
+        ("products", own_choice),
+        ("products", own_choice | narrow),
+        ("solvers", own_choice),
+        ("memory", own_choice),
+    ):
+        program = build / "bench" / f"compare_{name}"
+        if program.exists():
+            settings = [f"{n}={v}" for n, v in environment.items() if n in narrow]
+            print(f"\n{' '.join([*settings, program.name])}")
+            sys.stdout.flush()
+            subprocess.run([program], env=environment, check=True)
+
+
 def print_row(figure: str, value: float, unit: str, target: float | None = None) -> None:
     aim = "" if target is None else f"at most {target:g}" + ("" if value <= target else "  MISSED")
     print(f"{figure:<52}{value:>9.2f} {unit:<12}{aim}")
@@ -74,6 +134,8 @@ def main() -> None:
     print_row("  its allocations", dispatch["allocations"], "a call")
     for language, megabytes in demo_megabytes(build):
         print_row(f"peak memory of the demo, {language}", megabytes, "MB", 100)
+    print_python_calls()
+    print_comparisons(build)
 
 
 if __name__ == "__main__":
