@@ -2,9 +2,9 @@
 #pragma once
 
 // The functions that an engine has compiled for its instruction set. They are serial, check nothing
-// and allocate nothing but a thread's packing memory (simd_packing_memory.h): the engine around them
-// (x86_simd_engine.h) cuts the work and knows the shapes. Included by units for every instruction
-// set, so nothing here is more than a declaration.
+// and allocate nothing but a thread's packing memory (simd_packing_memory.h): the engine around
+// them (x86_simd_engine.h) cuts the work and knows the shapes. Included by units for every
+// instruction set, so nothing here is more than a declaration.
 //
 // Elements of matrices lie in row-major order, whatever the views say. A kernel with `begin` and
 // `end` computes those rows of its result only.
