@@ -104,7 +104,7 @@ def print_comparisons(build: Path) -> None:
 
 
 def print_row(figure: str, value: float, unit: str, target: float | None = None) -> None:
-    aim = "" if target is None else f"at most {target:g}" + ("" if value <= target else "  MISSED")
+    aim = "" if target is None else f"at most {target:.3g}" + ("" if value <= target else "  MISSED")
     print(f"{figure:<52}{value:>9.2f} {unit:<12}{aim}")
 
 
