@@ -28,9 +28,9 @@ class ComplexTriangle {
   public:
     static void solve(const std::complex<Real>* L, Index l_stride, std::complex<Real>* B,
                       Index b_stride, Index columns) {
-        Column of_L[block];
+        Column of_lower[block];
         for_places<block>([&](auto k) {
-            load(reinterpret_cast<const Real*>(L + k.value * l_stride), of_L[k.value]);
+            load(reinterpret_cast<const Real*>(L + k.value * l_stride), of_lower[k.value]);
         });
         for (Index j = 0; j < columns; ++j) {
             Real* const parts = reinterpret_cast<Real*>(B + j * b_stride);
@@ -38,7 +38,7 @@ class ComplexTriangle {
             load(parts, b);
             for_places<block - 1>([&](auto k) {
                 constexpr Rows below = Rows{0, 1, 2, 3, 4, 5, 6, 7} > static_cast<int>(k.value);
-                const Column& l = of_L[k.value];
+                const Column& l = of_lower[k.value];
                 const Real real = b.real[k.value];
                 const Real imag = b.imag[k.value];
                 // Zeros above are not subtracted: that would change the sign of a negative zero.

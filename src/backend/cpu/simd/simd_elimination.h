@@ -117,9 +117,9 @@ class Elimination {
     static void solve_triangle(const T* L, Index l_stride, T* B, Index b_stride, Index columns) {
         // One column of L below the diagonal, zeros above. They are not subtracted: that would turn
         // a negative zero into a positive one.
-        Column of_L[elimination_block];
+        Column of_lower[elimination_block];
         for (Index k = 0; k < elimination_block; ++k) {
-            __builtin_memcpy(&of_L[k], L + k * l_stride, sizeof(Column));
+            __builtin_memcpy(&of_lower[k], L + k * l_stride, sizeof(Column));
         }
         for (Index j = 0; j < columns; ++j) {
             Column b;
@@ -127,7 +127,7 @@ class Elimination {
             for_places<elimination_block - 1>([&](auto k) {
                 constexpr ColumnMask below =
                     ColumnMask{0, 1, 2, 3, 4, 5, 6, 7} > static_cast<int>(k.value);
-                b = below ? b - of_L[k.value] * b[k.value] : b;
+                b = below ? b - of_lower[k.value] * b[k.value] : b;
             });
             __builtin_memcpy(B + j * b_stride, &b, sizeof(Column));
         }
