@@ -25,17 +25,6 @@ OperandKind kind_of(const nb::tuple& shape) {
     return static_cast<OperandKind>(shape.size());
 }
 
-OperandFormat dense_format(OperandKind kind) {
-    switch (kind) {
-    case OperandKind::Vector:
-        return OperandFormat::of(DataVectorFormat::dense);
-    case OperandKind::Matrix:
-        return OperandFormat::of(DataMatrixFormat::dense);
-    default:
-        return {};
-    }
-}
-
 /// The layout of arrays of a kind.
 std::optional<DataMatrixLayout> array_layout(OperandKind kind) {
     return kind == OperandKind::Matrix ? std::optional(DataMatrixLayout::row_major) : std::nullopt;
@@ -50,7 +39,7 @@ BackendOperandKey input_key(nb::handle input) {
     key.storage = scalar_type_named(nb::cast<std::string_view>(entries[0]));
     key.compute = scalar_type_named(nb::cast<std::string_view>(entries[1]));
     key.kind = kind_of(nb::cast<nb::tuple>(entries[2]));
-    key.format = dense_format(key.kind);
+    key.format = OperandFormat::dense(key.kind);
     key.layout = array_layout(key.kind);
     const ScalarCategory category = scalar_metadata(key.storage).category;
     const bool complex =

@@ -24,17 +24,6 @@ void validate_request(const DenseResultRequest& request) {
     }
 }
 
-OperandFormat dense_format(OperandKind kind) {
-    switch (kind) {
-    case OperandKind::Scalar:
-        return {};
-    case OperandKind::Vector:
-        return OperandFormat::of(DataVectorFormat::dense);
-    default:
-        return OperandFormat::of(DataMatrixFormat::dense);
-    }
-}
-
 /// The output that the runtime would make for the caller, with the types of a row's output. A
 /// complex vector or matrix that is made for a caller is interleaved.
 BackendOperandKey wanted_output(const DenseResultRequest& request, const BackendOperandKey& out) {
@@ -44,7 +33,7 @@ BackendOperandKey wanted_output(const DenseResultRequest& request, const Backend
     BackendOperandKey wanted;
     wanted.kind = request.kind;
     wanted.location = request.location;
-    wanted.format = dense_format(request.kind);
+    wanted.format = OperandFormat::dense(request.kind);
     wanted.storage = out.storage;
     wanted.compute = out.compute;
     wanted.complex = complex && request.kind != OperandKind::Scalar ? DataComplexLayout::interleaved

@@ -7,17 +7,6 @@ namespace Tessaline {
 
 namespace {
 
-OperandFormat dense_format(OperandKind kind) {
-    switch (kind) {
-    case OperandKind::Scalar:
-        return {};
-    case OperandKind::Vector:
-        return OperandFormat::of(DataVectorFormat::dense);
-    default:
-        return OperandFormat::of(DataMatrixFormat::dense);
-    }
-}
-
 bool is_row_or_column_major(const BackendOperandKey& key) {
     return key.layout == DataMatrixLayout::row_major ||
            key.layout == DataMatrixLayout::column_major;
@@ -48,7 +37,7 @@ bool lu_passes(const BackendOperandKey& key, ScalarCategory category) {
 
 bool dense_storage_contract(const BackendOperandKey& key) {
     // A scalar's format has no value to speak of, yet a set one is no dense scalar.
-    if (key.format != dense_format(key.kind) || key.format.value != 0) {
+    if (key.format != OperandFormat::dense(key.kind) || key.format.value != 0) {
         return false;
     }
     const ScalarCategory category = scalar_metadata(key.storage).category;

@@ -66,6 +66,18 @@ struct OperandFormat {
     static constexpr OperandFormat of(DataMatrixFormat format) {
         return {Tag::matrix, static_cast<std::int32_t>(format)};
     }
+    /// The dense format of a kind: none for scalars, and that of their matrices for structured
+    /// ones.
+    static constexpr OperandFormat dense(OperandKind kind) {
+        switch (kind) {
+        case OperandKind::Scalar:
+            return {};
+        case OperandKind::Vector:
+            return of(DataVectorFormat::dense);
+        default:
+            return of(DataMatrixFormat::dense);
+        }
+    }
 
     friend constexpr bool operator==(const OperandFormat& a, const OperandFormat& b) {
         return a.tag == b.tag && (a.tag == Tag::none || a.value == b.value);

@@ -70,17 +70,6 @@ void set_matrix_layout(BackendOperandKey& key, const tessaline_backend_operand& 
     }
 }
 
-OperandFormat dense_format(OperandKind kind) {
-    switch (kind) {
-    case OperandKind::Scalar:
-        return {};
-    case OperandKind::Vector:
-        return OperandFormat::of(DataVectorFormat::dense);
-    default:
-        return OperandFormat::of(DataMatrixFormat::dense);
-    }
-}
-
 void set_square(tessaline_operand_view& view, std::uint64_t order, DataMatrixLayout layout) {
     view.rows = order;
     view.cols = order;
@@ -178,12 +167,12 @@ BackendOperandKey backend_operand_key(const tessaline_backend_operand& record) {
     const auto type = DataTypeDescriptor::from_scalar_types(key.storage, key.compute);
     set_complex_layout(key, record, type);
     set_matrix_layout(key, record);
-    key.format = dense_format(key.kind);
+    key.format = OperandFormat::dense(key.kind);
     return key;
 }
 
 tessaline_operand_view abi_operand_view(const OperandDescriptor& descriptor, OperandAccess access) {
-    require(descriptor.format() == dense_format(descriptor.kind()),
+    require(descriptor.format() == OperandFormat::dense(descriptor.kind()),
             "native kernel invocation requires dense storage");
     tessaline_operand_view view{};
     view.struct_size = sizeof(view);
