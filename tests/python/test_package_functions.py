@@ -328,6 +328,15 @@ def test_memory_stays_flat_over_many_calls() -> None:
     assert calls(10_000) - before < 1_000
 
 
+def test_large_operands_are_not_copied() -> None:
+    x, y = np.ones(1 << 27, np.float32), np.ones(1 << 27, np.float32)
+    before = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
+    tessaline.add(x, y, out=x)
+    # A copy of one operand would show as 524,288 KiB.
+    assert resource.getrusage(resource.RUSAGE_SELF).ru_maxrss - before < 20_000
+    assert x[0] == x[-1] == 2
+
+
 @pytest.mark.parametrize(
     "module",
     [
