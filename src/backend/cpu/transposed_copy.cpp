@@ -253,6 +253,9 @@ template <typename Bits>
 void copy_transposed(const Bits* source, std::uint64_t source_stride, Bits* target,
                      std::uint64_t target_stride, std::uint64_t rows, std::uint64_t cols,
                      Bits flipped, bool past_caches) {
+    if (rows == 0) {
+        return;
+    }
     // Elements that lie across cache lines are written through the caches.
     const bool lined_up = reinterpret_cast<std::uintptr_t>(target) % sizeof(Bits) == 0;
     TransposedCopy<Bits>(source, source_stride, target, target_stride, rows, flipped)
