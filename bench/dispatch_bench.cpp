@@ -3,7 +3,7 @@
 // What the catalogue costs: to build the default context, and to find and make the process of one
 // call in it.
 
-#include "allocation_counter.h"
+#include "support/allocation_counter.h"
 #include "tessaline/catalogue/builtin_operation_ids.h"
 #include "tessaline/frontend/tessaline_context.h"
 
@@ -34,12 +34,13 @@ void dispatch_add(benchmark::State& state, const DataTypeDescriptor& type) {
     const OperationDescriptor add(context.operation(BuiltinOperations::add),
                                   {vector(input_role(0), type), vector(input_role(1), type)},
                                   vector(output_role(0), type), CrossDevicePolicy::Reject, {});
-    const std::uint64_t before = allocation_count();
+    const std::uint64_t before = Testing::allocation_count();
     for (auto _ : state) {
         benchmark::DoNotOptimize(context.dispatcher().dispatch(add));
     }
-    state.counters["allocations"] = benchmark::Counter(
-        static_cast<double>(allocation_count() - before), benchmark::Counter::kAvgIterations);
+    state.counters["allocations"] =
+        benchmark::Counter(static_cast<double>(Testing::allocation_count() - before),
+                           benchmark::Counter::kAvgIterations);
 }
 BENCHMARK_CAPTURE(dispatch_add, float32, DataTypeDescriptor::real_float());
 BENCHMARK_CAPTURE(dispatch_add, float64, DataTypeDescriptor::real_double());

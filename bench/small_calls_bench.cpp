@@ -4,8 +4,8 @@
 // of a plugin beside a built-in one, and the storage of a small vector beside the allocation that
 // it cannot do without.
 
-#include "allocation_counter.h"
 #include "frontend/plugin/plugin_kernel.h"
+#include "support/allocation_counter.h"
 #include "tessaline/catalogue/builtin_operation_ids.h"
 #include "tessaline/frontend/operation_bindings.h"
 #include "tessaline/frontend/tessaline_context.h"
@@ -39,12 +39,13 @@ void execute_add(benchmark::State& state) {
     bindings.bind(input_role(0), a).bind(input_role(1), b).bind(output_role(0), sum);
     executor.execute(add, bindings);
 
-    const std::uint64_t before = allocation_count();
+    const std::uint64_t before = Testing::allocation_count();
     for (auto _ : state) {
         executor.execute(add, bindings);
     }
-    state.counters["allocations"] = benchmark::Counter(
-        static_cast<double>(allocation_count() - before), benchmark::Counter::kAvgIterations);
+    state.counters["allocations"] =
+        benchmark::Counter(static_cast<double>(Testing::allocation_count() - before),
+                           benchmark::Counter::kAvgIterations);
 }
 BENCHMARK(execute_add)->ArgName("pinning")->Arg(0)->Arg(1);
 
@@ -97,12 +98,13 @@ void process_of_add(benchmark::State& state) {
     BackendExecutionSession session;
     process.execute(session, bound);
 
-    const std::uint64_t before = allocation_count();
+    const std::uint64_t before = Testing::allocation_count();
     for (auto _ : state) {
         process.execute(session, bound);
     }
-    state.counters["allocations"] = benchmark::Counter(
-        static_cast<double>(allocation_count() - before), benchmark::Counter::kAvgIterations);
+    state.counters["allocations"] =
+        benchmark::Counter(static_cast<double>(Testing::allocation_count() - before),
+                           benchmark::Counter::kAvgIterations);
 }
 BENCHMARK(process_of_add)->ArgName("plugin")->Arg(0)->Arg(1);
 

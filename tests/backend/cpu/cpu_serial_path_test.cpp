@@ -3,15 +3,13 @@
 // mutex functions by ones that count.
 
 #include "backend/cpu/cpu_test_support.h"
+#include "support/allocation_counter.h"
 
-#include <cstdlib>
 #include <dlfcn.h>
-#include <new>
 #include <pthread.h>
 
 namespace {
 
-thread_local int allocations = 0;
 thread_local int locks = 0;
 
 using MutexFunction = int (*)(pthread_mutex_t*);
@@ -21,20 +19,6 @@ MutexFunction next_function(const char* name) {
 }
 
 } // namespace
-
-void* operator new(std::size_t bytes) {
-    ++allocations;
-    if (void* memory = std::malloc(bytes)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
     static const MutexFunction real = next_function("pthread_mutex_lock");
@@ -63,15 +47,15 @@ TEST(SerialPath, NeitherAllocatesNorLocks) {
             sum += large_capture[begin] + end;
         };
         runtime.parallel_for_chunks(0, 8, 1, body); // what is asked once per process
-        allocations = 0;
+        const std::uint64_t before = Testing::allocation_count();
         locks = 0;
         runtime.parallel_for_chunks(0, 8, 32767, body);
-        EXPECT_EQ(allocations, 0);
+        EXPECT_EQ(Testing::allocation_count(), before);
         EXPECT_EQ(locks, 0);
         EXPECT_EQ(sum, 18U);
 
         runtime.parallel_for_chunks(0, 8, 32768, [](std::size_t, std::size_t) {});
-        EXPECT_GT(allocations, 0) << "the counter counts";
+        EXPECT_GT(Testing::allocation_count(), before) << "the counter counts";
         EXPECT_GT(locks, 0) << "the counter counts";
     }
 }

@@ -6,29 +6,7 @@
 #include "backend/cpu/fallback_complex_eigen_solver.h"
 #include "backend/cpu/floating_test_support.h"
 #include "backend/cpu/structured_solver.h"
-
-#include <cstdlib>
-#include <new>
-
-namespace {
-
-int allocations = 0;
-
-} // namespace
-
-void* operator new(std::size_t bytes) {
-    ++allocations;
-    if (void* memory = std::malloc(bytes)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
+#include "support/allocation_counter.h"
 
 namespace Tessaline {
 namespace {
@@ -39,10 +17,10 @@ constexpr std::size_t n = 12;
 constexpr DataMatrixLayout row_major = DataMatrixLayout::row_major;
 
 template <typename Call>
-int allocations_of(const Call& call) {
-    const int before = allocations;
+std::uint64_t allocations_of(const Call& call) {
+    const std::uint64_t before = allocation_count();
     call();
-    return allocations - before;
+    return allocation_count() - before;
 }
 
 template <typename C>
@@ -54,7 +32,7 @@ SquareMatrix<C> identity() {
 template <typename C, typename Solve>
 void expect_same_allocations(const SquareMatrix<C>& hard, const Solve& solve) {
     const auto count = [&](SquareMatrix<C> A) { return allocations_of([&] { solve(A); }); };
-    const int expected = count(identity<C>());
+    const std::uint64_t expected = count(identity<C>());
     EXPECT_GT(expected, 0);
     EXPECT_EQ(count(hard), expected);
 }

@@ -2,8 +2,8 @@
 // What the call of a plugin's kernel allocates. This program replaces the allocator by one that
 // counts.
 
-#include "allocation_counter.h"
 #include "frontend/plugin/plugin_kernel.h"
+#include "support/allocation_counter.h"
 #include "tessaline/storage/storage_factory.h"
 
 #include <gtest/gtest.h>
@@ -45,9 +45,9 @@ TEST(PluginKernel, ACallAllocatesOneArrayOfOperandsAndOneOfBuffers) {
     BackendExecutionSession session;
     process.execute(session, bindings); // the run's own tables get their room
 
-    const std::uint64_t before = Bench::allocation_count();
+    const std::uint64_t before = Testing::allocation_count();
     process.execute(session, bindings);
-    EXPECT_EQ(Bench::allocation_count() - before, 2U);
+    EXPECT_EQ(Testing::allocation_count() - before, 2U);
 }
 
 } // namespace

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "allocation_counter.h"
+#include "support/allocation_counter.h"
 
 #include <cstdlib>
 #include <new>
 
-namespace Tessaline::Bench {
+namespace Tessaline::Testing {
 
 namespace {
 
@@ -25,17 +25,17 @@ std::uint64_t allocation_count() noexcept {
     return count;
 }
 
-} // namespace Tessaline::Bench
+} // namespace Tessaline::Testing
 
 // The array and nothrow forms of the standard library call these.
 
 void* operator new(std::size_t size) {
-    return Tessaline::Bench::checked(std::malloc(size));
+    return Tessaline::Testing::checked(std::malloc(size));
 }
 
 void* operator new(std::size_t size, std::align_val_t alignment) {
     const auto step = static_cast<std::size_t>(alignment);
-    return Tessaline::Bench::checked(std::aligned_alloc(step, (size + step - 1) / step * step));
+    return Tessaline::Testing::checked(std::aligned_alloc(step, (size + step - 1) / step * step));
 }
 
 void operator delete(void* memory) noexcept {

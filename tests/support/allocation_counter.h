@@ -6,9 +6,9 @@
 
 #include <cstdint>
 
-namespace Tessaline::Bench {
+namespace Tessaline::Testing {
 
 /// Calls of operator new by this thread so far, whatever their form.
 std::uint64_t allocation_count() noexcept;
 
-} // namespace Tessaline::Bench
+} // namespace Tessaline::Testing
