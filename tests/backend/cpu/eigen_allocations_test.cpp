@@ -32,6 +32,7 @@ SquareMatrix<C> identity() {
 template <typename C, typename Solve>
 void expect_same_allocations(const SquareMatrix<C>& hard, const Solve& solve) {
     const auto count = [&](SquareMatrix<C> A) { return allocations_of([&] { solve(A); }); };
+    count(hard); // a thread's first product allocates what later ones use
     const std::uint64_t expected = count(identity<C>());
     EXPECT_GT(expected, 0);
     EXPECT_EQ(count(hard), expected);
