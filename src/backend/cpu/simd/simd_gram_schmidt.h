@@ -6,6 +6,7 @@
 
 #include "backend/cpu/simd/simd_arithmetic.h"
 #include "backend/cpu/simd/simd_gram_schmidt_kernels.h"
+#include "backend/cpu/simd/simd_hypotenuse.h"
 
 namespace Tessaline::SimdKernels {
 
@@ -69,7 +70,7 @@ class GramSchmidt {
         for (Index column = 0; column < columns; column += lanes) {
             Register norm = magnitude(load(set + column, shape.imaginary));
             for (Index i = 1; i < rows; ++i) {
-                norm = hypotenuse(
+                norm = hypotenuse<Set>(
                     norm, magnitude(load(set + i * shape.stride + column, shape.imaginary)));
             }
             Set::store(norms + column, norm);
@@ -118,33 +119,7 @@ class GramSchmidt {
         }
     }
 
-    static Register magnitude(Vector value) { return hypotenuse(value.real, value.imag); }
-
-    /// As the function of this name has it for single numbers; see hypotenuse.h.
-    static Register hypotenuse(Register x, Register y) {
-        x = x < 0 ? -x : x;
-        y = y < 0 ? -y : y;
-        const Register a = x < y ? y : x;
-        const Register b = x < y ? x : y;
-        const Register root = Set::root(a * a + b * b);
-        const Register above_b = root - b;
-        const Register near_half = a * (2 * above_b - a) + (above_b - 2 * (a - b)) * above_b;
-        const Register above_a = root - a;
-        const Register near_whole =
-            2 * above_a * (a - 2 * b) + ((4 * above_a - b) * b + above_a * above_a);
-        const Register excess = root <= 2 * b ? near_half : near_whole;
-        Register result = root - excess / (2 * root);
-        const auto ordinary = (a <= 0x1p500) & (b >= 0x1p-450) & (b >= a * 0x1p-50);
-        const Register doubtful = ordinary ? Set::zero() : Set::broadcast(__builtin_nan(""));
-        if (const unsigned others = Set::nan_lanes(doubtful); others != 0) {
-            for (Index lane = 0; lane < lanes; ++lane) {
-                if ((others >> lane & 1U) != 0) {
-                    result[lane] = __builtin_hypot(x[lane], y[lane]);
-                }
-            }
-        }
-        return result;
-    }
+    static Register magnitude(Vector value) { return hypotenuse<Set>(value.real, value.imag); }
 };
 
 template <typename Set>
