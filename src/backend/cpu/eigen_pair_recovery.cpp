@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/eigen_pair_recovery.h"
 
+#include "backend/cpu/hypotenuse.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -38,7 +40,7 @@ Complex BackSubstitution::element(const SchurForm& schur, Complex lambda,
 Complex BackSubstitution::denominator(std::span<const Complex> coefficients) {
     double largest = 0;
     for (const Complex coefficient : coefficients) {
-        largest = std::max(largest, std::abs(coefficient));
+        include_magnitude(largest, coefficient);
     }
     const double floor = std::max(largest * epsilon_, smallest_);
     const Complex difference = coefficients[1] - coefficients[0];
@@ -89,7 +91,7 @@ double ScaledInput::residual(Complex lambda, std::span<const Complex> vector) co
         for (std::size_t j = 0; j < n; ++j) {
             sum += matrix[i * n + j] * vector[j];
         }
-        residual = std::hypot(residual, std::abs(sum - lambda * vector[i]));
+        residual = hypotenuse(residual, hypotenuse(sum - lambda * vector[i]));
     }
     const double denominator = (std::abs(lambda) + norm) * chain_norm(vector);
     return denominator != 0 ? residual / denominator : residual;

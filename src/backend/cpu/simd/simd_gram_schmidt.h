@@ -8,6 +8,8 @@
 #include "backend/cpu/simd/simd_gram_schmidt_kernels.h"
 #include "backend/cpu/simd/simd_hypotenuse.h"
 
+#include <utility>
+
 namespace Tessaline::SimdKernels {
 
 namespace {
@@ -38,7 +40,59 @@ class GramSchmidt {
         }
     }
 
-    static void project_column(const double* q, double* column, Index imaginary, Index rows) {
+    static void project_column(const double* basis, const PlanarShape& shape, Index count,
+                               double* column, Index rows) {
+        for (Index k = 0; k < count; ++k) {
+            take_part(basis + k * shape.stride, column, shape.imaginary, rows);
+        }
+    }
+
+    static void set_norms(const double* set, const PlanarShape& shape, Index rows, Index columns,
+                          double* norms) {
+        constexpr Index wide = 4 * lanes;
+        Index column = 0;
+        for (; column + wide <= columns; column += wide) {
+            vector_norms<4>(set + column, shape, rows, norms + column);
+        }
+        for (; column < columns; column += lanes) {
+            vector_norms<1>(set + column, shape, rows, norms + column);
+        }
+    }
+
+    static void magnitudes(const double* column, Index imaginary, Index rows, double* magnitudes) {
+        for (Index i = 0; i < rows; i += lanes) {
+            Set::store(magnitudes + i, magnitude(load(column + i, imaginary)));
+        }
+    }
+
+    static bool divide_ordinary(double* column, Index imaginary, Index rows, double divisor) {
+        unsigned others = 0;
+        for (Index i = 0; i < rows; i += lanes) {
+            const Vector element = load(column + i, imaginary);
+            others |= true_lanes<Set>(~(is_ordinary(element.real) & is_ordinary(element.imag)));
+        }
+        const Register divisors = Set::broadcast(divisor);
+        for (Index i = 0; i < rows && others == 0; i += lanes) {
+            const Vector element = load(column + i, imaginary);
+            Set::store(column + i, element.real / divisors);
+            Set::store(column + imaginary + i, element.imag / divisors);
+        }
+        return others == 0;
+    }
+
+    static double chain_norm(const double* magnitudes, Index count) {
+        double norm = magnitudes[0];
+        for (Index i = 1; i < count;) {
+            i += prolong_chain(norm, magnitudes + i, least(lanes, count - i));
+        }
+        return norm;
+    }
+
+  private:
+    static constexpr Index chunk = 64;
+    using Bits = BitsOf<Set>;
+
+    static void take_part(const double* q, double* column, Index imaginary, Index rows) {
         double real = 0;
         double imag = 0;
         for (Index first = 0; first < rows; first += chunk) {
@@ -51,7 +105,15 @@ class GramSchmidt {
                 Set::store(terms[0] + i, term.real);
                 Set::store(terms[1] + i, term.imag);
             }
-            for (Index i = 0; i < count; ++i) {
+            Index i = 0;
+            // A loop of few rounds, whose end is foreseen.
+            for (; i + column_group <= count; i += column_group) {
+                for_places<column_group>([&](auto place) {
+                    real += terms[0][i + place.value];
+                    imag += terms[1][i + place.value];
+                });
+            }
+            for (; i < count; ++i) {
                 real += terms[0][i];
                 imag += terms[1][i];
             }
@@ -65,26 +127,66 @@ class GramSchmidt {
         }
     }
 
-    static void set_norms(const double* set, const PlanarShape& shape, Index rows, Index columns,
-                          double* norms) {
-        for (Index column = 0; column < columns; column += lanes) {
-            Register norm = magnitude(load(set + column, shape.imaginary));
-            for (Index i = 1; i < rows; ++i) {
-                norm = hypotenuse<Set>(
-                    norm, magnitude(load(set + i * shape.stride + column, shape.imaginary)));
-            }
-            Set::store(norms + column, norm);
+    /// Takes the chain of a norm over some of `count` magnitudes, at least one. Returns how many.
+    ///
+    /// The norms on the way are foretold by sums of squares, to a few units in the last place, and
+    /// the hypotenuses found of each with its next magnitude, and of both its neighbours too. Of
+    /// these the chain has only to choose, until it comes to a norm that is no neighbour.
+    static Index prolong_chain(double& norm, const double* magnitudes, Index count) {
+        const Register terms = Set::load(magnitudes);
+        const Register start = Set::broadcast(norm);
+        const Register foretold = Set::root(start * start + prefix_sums(terms * terms));
+        const Bits former = Bits(shifted<1>(foretold, start));
+        alignas(64) double found[3][lanes];
+        Bits choices = Bits{} + (lost << lost);
+        for_places<3>([&](auto place) {
+            const Register candidate = Register(former + (static_cast<long>(place.value) - 1));
+            const Register next = hypotenuse<Set>(candidate, terms);
+            Set::store(found[place.value], next);
+            const Bits distance = Bits(next) - Bits(foretold) + 1;
+            const Bits choice = (distance >= 0) & (distance <= 2) ? distance * 8 : Bits{} + lost;
+            choices |= choice << (8 * place.value);
+        });
+        alignas(64) long choice[lanes];
+        Set::store(reinterpret_cast<double*>(choice), Register(choices));
+        long place = 8;
+        Index taken = 0;
+        long next = place;
+        do {
+            place = next;
+            next = choice[taken] >> place & 0xff;
+            ++taken;
+        } while (taken < count && next != lost);
+        norm = found[place / 8][taken - 1];
+        return taken;
+    }
+    static constexpr long lost = 24;
+
+    static Register prefix_sums(Register value) {
+        value += shifted<1>(value, Set::zero());
+        if constexpr (lanes >= 4) {
+            value += shifted<2>(value, Set::zero());
         }
+        if constexpr (lanes >= 8) {
+            value += shifted<4>(value, Set::zero());
+        }
+        return value;
+    }
+    /// The lanes moved up by `Count`, and the last ones of `before` below.
+    template <int Count>
+    static Register shifted(Register value, Register before) {
+        return shifted<Count>(value, before,
+                              std::make_integer_sequence<int, static_cast<int>(lanes)>{});
+    }
+    template <int Count, int... Lane>
+    static Register shifted(Register value, Register before, std::integer_sequence<int, Lane...>) {
+        return __builtin_shufflevector(before, value, (Lane + static_cast<int>(lanes) - Count)...);
     }
 
-    static void magnitudes(const double* column, Index imaginary, Index rows, double* magnitudes) {
-        for (Index i = 0; i < rows; i += lanes) {
-            Set::store(magnitudes + i, magnitude(load(column + i, imaginary)));
-        }
+    static auto is_ordinary(Register part) {
+        const Register size = absolute<Set>(part);
+        return (part == 0) | ((size <= largest_ordinary) & (size >= 1 / largest_ordinary));
     }
-
-  private:
-    static constexpr Index chunk = 64;
 
     static Index least(Index a, Index b) { return a < b ? a : b; }
 
@@ -119,6 +221,23 @@ class GramSchmidt {
         }
     }
 
+    template <Index Vectors>
+    static void vector_norms(const double* set, const PlanarShape& shape, Index rows,
+                             double* norms) {
+        Register norm[Vectors];
+        for_places<Vectors>([&](auto v) {
+            norm[v.value] = magnitude(load(set + v.value * lanes, shape.imaginary));
+        });
+        for (Index i = 1; i < rows; ++i) {
+            const double* const row = set + i * shape.stride;
+            for_places<Vectors>([&](auto v) {
+                norm[v.value] = hypotenuse<Set>(
+                    norm[v.value], magnitude(load(row + v.value * lanes, shape.imaginary)));
+            });
+        }
+        for_places<Vectors>([&](auto v) { Set::store(norms + v.value * lanes, norm[v.value]); });
+    }
+
     static Register magnitude(Vector value) { return hypotenuse<Set>(value.real, value.imag); }
 };
 
@@ -129,6 +248,8 @@ constexpr GramSchmidtKernels make_gram_schmidt_kernels() {
         .project_column = GramSchmidt<Set>::project_column,
         .set_norms = GramSchmidt<Set>::set_norms,
         .magnitudes = GramSchmidt<Set>::magnitudes,
+        .chain_norm = GramSchmidt<Set>::chain_norm,
+        .divide_ordinary = GramSchmidt<Set>::divide_ordinary,
     };
 }
 

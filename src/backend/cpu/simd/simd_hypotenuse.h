@@ -39,8 +39,22 @@ unsigned true_lanes(Truth truth) {
     return Set::nan_lanes(truth ? Set::broadcast(__builtin_nan("")) : Set::zero());
 }
 
+/// The lanes of `others` by the library's function.
 template <typename Set>
-typename Set::Register hypotenuse(typename Set::Register x, typename Set::Register y) {
+[[gnu::noinline]] typename Set::Register
+with_plain_hypotenuses(typename Set::Register result, typename Set::Register x,
+                       typename Set::Register y, unsigned others) {
+    for (std::size_t lane = 0; lane < Set::lanes; ++lane) {
+        if ((others >> lane & 1U) != 0) {
+            result[lane] = __builtin_hypot(x[lane], y[lane]);
+        }
+    }
+    return result;
+}
+
+template <typename Set>
+[[gnu::always_inline]] inline typename Set::Register hypotenuse(typename Set::Register x,
+                                                                typename Set::Register y) {
     using Register = typename Set::Register;
     x = absolute<Set>(x);
     y = absolute<Set>(y);
@@ -55,14 +69,10 @@ typename Set::Register hypotenuse(typename Set::Register x, typename Set::Regist
         2 * above_a * (a - 2 * b) + ((4 * above_a - b) * b + above_a * above_a);
     const Register excess = root <= 2 * b ? near_half : near_whole;
     const auto is_whole = b <= a * 0x1p-50;
-    Register result = is_whole ? a : root - excess / (2 * root);
+    const Register result = is_whole ? a : root - excess / (2 * root);
     const auto ordinary = ((a <= 0x1p500) & (b >= 0x1p-450)) | is_whole;
     if (const unsigned others = true_lanes<Set>(~ordinary); others != 0) [[unlikely]] {
-        for (std::size_t lane = 0; lane < Set::lanes; ++lane) {
-            if ((others >> lane & 1U) != 0) {
-                result[lane] = __builtin_hypot(x[lane], y[lane]);
-            }
-        }
+        return with_plain_hypotenuses<Set>(result, x, y, others);
     }
     return result;
 }
