@@ -99,6 +99,16 @@ bool survives_scaling(Complex value, int exponent) {
 }
 
 bool survive_scaling(std::span<const Complex> values, int exponent) {
+    using Limits = std::numeric_limits<double>;
+    const double smallest =
+        combined(parts_of(values), Limits::max(), [](double least, double part) {
+            const double magnitude = std::abs(part);
+            return part != 0 && magnitude < least ? magnitude : least;
+        });
+    // No bit is lost where the results are normal numbers. NaN is not among them.
+    if (exponent <= 0 && scaled(smallest, exponent) >= Limits::min() && are_finite(values)) {
+        return true;
+    }
     return std::ranges::all_of(values,
                                [=](Complex value) { return survives_scaling(value, exponent); });
 }
