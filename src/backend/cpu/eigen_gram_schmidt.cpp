@@ -90,7 +90,7 @@ GramSchmidt::GramSchmidt(std::size_t n, const SimdKernels::GramSchmidtKernels* k
       set_(n, n),
       basis_(n, n),
       norms_(whole_groups(n)),
-      magnitudes_(whole_groups(n) + column_group),
+      magnitudes_(whole_groups(n) + 2 * column_group),
       column_(n) {}
 
 void GramSchmidt::orthonormalise(std::span<Complex> columns, std::size_t m, double epsilon) {

@@ -83,7 +83,7 @@ class GramSchmidt {
     static double chain_norm(const double* magnitudes, Index count) {
         double norm = magnitudes[0];
         for (Index i = 1; i < count;) {
-            i += prolong_chain(norm, magnitudes + i, least(lanes, count - i));
+            i += prolong_chain(norm, magnitudes + i, least(chain_length, count - i));
         }
         return norm;
     }
@@ -105,15 +105,7 @@ class GramSchmidt {
                 Set::store(terms[0] + i, term.real);
                 Set::store(terms[1] + i, term.imag);
             }
-            Index i = 0;
-            // A loop of few rounds, whose end is foreseen.
-            for (; i + column_group <= count; i += column_group) {
-                for_places<column_group>([&](auto place) {
-                    real += terms[0][i + place.value];
-                    imag += terms[1][i + place.value];
-                });
-            }
-            for (; i < count; ++i) {
+            for (Index i = 0; i < count; ++i) {
                 real += terms[0][i];
                 imag += terms[1][i];
             }
@@ -129,38 +121,51 @@ class GramSchmidt {
 
     /// Takes the chain of a norm over some of `count` magnitudes, at least one. Returns how many.
     ///
-    /// The norms on the way are foretold by sums of squares, to a few units in the last place, and
-    /// the hypotenuses found of each with its next magnitude, and of both its neighbours too. Of
-    /// these the chain has only to choose, until it comes to a norm that is no neighbour.
+    /// The norms on the way are foretold by sums of squares, to a few units in the last place. Of
+    /// each and of both its neighbours the hypotenuse with the next magnitude is found. The chain
+    /// has only to choose among these, until it comes to a norm that is no neighbour.
     static Index prolong_chain(double& norm, const double* magnitudes, Index count) {
-        const Register terms = Set::load(magnitudes);
-        const Register start = Set::broadcast(norm);
-        const Register foretold = Set::root(start * start + prefix_sums(terms * terms));
-        const Bits former = Bits(shifted<1>(foretold, start));
-        alignas(64) double found[3][lanes];
-        Bits choices = Bits{} + (lost << lost);
-        for_places<3>([&](auto place) {
-            const Register candidate = Register(former + (static_cast<long>(place.value) - 1));
-            const Register next = hypotenuse<Set>(candidate, terms);
-            Set::store(found[place.value], next);
-            const Bits distance = Bits(next) - Bits(foretold) + 1;
-            const Bits choice = (distance >= 0) & (distance <= 2) ? distance * 8 : Bits{} + lost;
-            choices |= choice << (8 * place.value);
+        alignas(64) double found[neighbours][chain_length];
+        alignas(64) long choices[chain_length];
+        Register before = Set::broadcast(norm);
+        Register sum = before * before;
+        for_places<chain_vectors>([&](auto v) {
+            const Register terms = Set::load(magnitudes + v.value * lanes);
+            const Register sums = sum + prefix_sums(terms * terms);
+            const Register foretold = Set::root(sums);
+            const Bits former = Bits(shifted<1>(foretold, before));
+            sum = Set::broadcast(sums[lanes - 1]);
+            before = foretold;
+            // For a neighbour by its place, which counts in bits: the place of the norm after it.
+            Bits choice{};
+            for_places<neighbours>([&](auto place) {
+                const Register candidate = Register(former + (long{place.value} - 1));
+                const Register next = hypotenuse<Set>(candidate, terms);
+                Set::store(found[place.value] + v.value * lanes, next);
+                const Bits after = Bits(next) - Bits(foretold) + 1;
+                const auto is_neighbour = (after >= 0) & (after < long{neighbours});
+                choice |= (is_neighbour ? after * place_bits : Bits{} + lost)
+                          << (place_bits * long{place.value});
+            });
+            Set::store(reinterpret_cast<double*>(choices) + v.value * lanes, Register(choice));
         });
-        alignas(64) long choice[lanes];
-        Set::store(reinterpret_cast<double*>(choice), Register(choices));
-        long place = 8;
+        long place;
+        long next = place_bits;
         Index taken = 0;
-        long next = place;
         do {
             place = next;
-            next = choice[taken] >> place & 0xff;
+            next = choices[taken] >> place & lost;
             ++taken;
         } while (taken < count && next != lost);
-        norm = found[place / 8][taken - 1];
+        norm = found[place / place_bits][taken - 1];
         return taken;
     }
-    static constexpr long lost = 24;
+    static constexpr Index neighbours = 3;
+    static constexpr long place_bits = 8;
+    static constexpr long lost = 0xff;
+    /// A second vector shares the time that the first one waits for roots; a third brought nothing.
+    static constexpr Index chain_vectors = 2;
+    static constexpr Index chain_length = chain_vectors * lanes;
 
     static Register prefix_sums(Register value) {
         value += shifted<1>(value, Set::zero());

@@ -36,8 +36,8 @@ struct GramSchmidtKernels {
                       double* norms);
     /// The magnitudes of the elements of a column, up to a multiple of `column_group`.
     void (*magnitudes)(const double* column, Index imaginary, Index rows, double* magnitudes);
-    /// The norm of a column of these magnitudes as a chain of hypotenuses. A vector behind the last
-    /// one can be read.
+    /// The norm of a column of these magnitudes as a chain of hypotenuses. Two groups behind the
+    /// last one can be read.
     double (*chain_norm)(const double* magnitudes, Index count);
     /// Divides a column by a number. False, and nothing is done, where a part is not ordinary.
     bool (*divide_ordinary)(double* column, Index imaginary, Index rows, double divisor);
