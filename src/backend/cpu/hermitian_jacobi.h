@@ -168,10 +168,10 @@ class HermitianJacobi {
             common_.set(i, column + k, conjugated(matrix_.get(column + k, first_ + i)));
         }
         for (std::size_t earlier = first_ / block; earlier < b; ++earlier) {
-            const BlockRotations& found = found_.at(i, earlier);
-            if (found.count != 0) {
+            const SimdKernels::BlockRotations& found = found_.at(i, earlier);
+            if (found.rows != 0) {
                 kernels_.rotate_adjoint(common_.at(i, column), matrix_.at(column, earlier * block),
-                                        matrix_.shape(), found.rotations.data(), found.count);
+                                        matrix_.shape(), found);
             }
         }
         for (std::size_t k = 0; k < block; ++k) {
@@ -186,9 +186,9 @@ class HermitianJacobi {
             for (; turning != 0; turning &= turning - 1) {
                 const auto lane = static_cast<std::size_t>(std::countr_zero(turning));
                 const std::size_t i = (newest - lane) % block;
-                BlockRotations& found = found_.at(i, newest - i);
-                found.rotations[found.count++] = {row, lanes_.c[lane], lanes_.s_real[lane],
-                                                  lanes_.s_imag[lane]};
+                SimdKernels::BlockRotations& found = found_.at(i, newest - i);
+                found.rows |= 1U << row;
+                found.of_row[row] = {lanes_.c[lane], lanes_.s_real[lane], lanes_.s_imag[lane]};
             }
         }
     }
@@ -199,11 +199,8 @@ class HermitianJacobi {
             common_.set(i, b * block + k, common(k, lane));
         }
         diagonal_[first_ + i] = lanes_.common_diagonal[lane];
-        const BlockRotations& found = found_.at(i, b);
-        if (found.count != 0 && b * block != first_) {
-            kernels_.rotate(common_.at(i, first_), matrix_.at(b * block, first_), matrix_.shape(),
-                            found.rotations.data(), found.count, b * block - first_);
-        }
+        kernels_.rotate(common_.at(i, first_), matrix_.at(b * block, first_), matrix_.shape(),
+                        found_.at(i, b), b * block - first_);
         if (i + 1 == phases_) {
             take_block_from_lane(b);
         }
@@ -248,10 +245,9 @@ class HermitianJacobi {
         for (std::size_t b = first_ / block; b < blocks_; ++b) {
             for (std::size_t i = 0; i < phases_; ++i) {
                 found_.apply(i, b, matrix_, first_, kernels_);
-                const BlockRotations& found = found_.at(i, b);
                 kernels_.rotate_leading(matrix_.at(first_ + i, first_),
                                         matrix_.at(b * block, first_), matrix_.shape(),
-                                        found.rotations.data(), found.count, i);
+                                        found_.at(i, b), i);
             }
         }
         for (std::size_t i = 0; i < block; ++i) {

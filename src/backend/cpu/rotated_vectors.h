@@ -5,55 +5,42 @@
 
 #include "backend/cpu/planar_matrix.h"
 
-#include <array>
 #include <span>
 
 namespace Tessaline::CpuStructured {
 
-/// The rotations of a common row with one block of rows.
-struct BlockRotations {
-    std::size_t count = 0;
-    std::array<SimdKernels::RowRotation, SimdKernels::rotation_block> rotations;
-};
-
 /// The rotations of the rows of one block, each of them common row in turn, with that block and
 /// those after it.
 class GroupRotations {
+    using BlockRotations = SimdKernels::BlockRotations;
+    static constexpr std::size_t block = SimdKernels::rotation_block;
+
   public:
-    explicit GroupRotations(std::size_t blocks)
-        : blocks_(blocks),
-          rotations_(SimdKernels::rotation_block * blocks) {}
+    explicit GroupRotations(std::size_t blocks) : rotations_(block * blocks) {}
 
     /// Starts anew, without any rotation yet.
     void start(std::size_t group) {
         group_ = group;
         for (BlockRotations& found : rotations_) {
-            found.count = 0;
+            found.rows = 0;
         }
     }
 
     std::size_t group() const { return group_; }
-    BlockRotations& at(std::size_t phase, std::size_t block) {
-        return rotations_[block * SimdKernels::rotation_block + phase];
-    }
-    const BlockRotations& at(std::size_t phase, std::size_t block) const {
-        return rotations_[block * SimdKernels::rotation_block + phase];
+    BlockRotations& at(std::size_t phase, std::size_t b) { return rotations_[b * block + phase]; }
+    const BlockRotations& at(std::size_t phase, std::size_t b) const {
+        return rotations_[b * block + phase];
     }
 
-    /// Applies the rotations of one common row with one block in the leading columns of a matrix.
+    /// Applies those of one phase with the rows of block `b` in the leading columns of a matrix.
     template <typename C>
-    void apply(std::size_t phase, std::size_t block, const PlanarMatrix<C>& matrix,
-               std::size_t columns, const SimdKernels::RotationKernels<C>& kernels) const {
-        const BlockRotations& found = at(phase, block);
-        if (found.count != 0 && columns != 0) {
-            kernels.rotate(matrix.at(group_ * SimdKernels::rotation_block + phase, 0),
-                           matrix.at(block * SimdKernels::rotation_block, 0), matrix.shape(),
-                           found.rotations.data(), found.count, columns);
-        }
+    void apply(std::size_t phase, std::size_t b, const PlanarMatrix<C>& matrix, std::size_t columns,
+               const SimdKernels::RotationKernels<C>& kernels) const {
+        kernels.rotate(matrix.at(group_ * block + phase, 0), matrix.at(b * block, 0),
+                       matrix.shape(), at(phase, b), columns);
     }
 
   private:
-    std::size_t blocks_;
     std::size_t group_ = 0;
     std::vector<BlockRotations> rotations_;
 };
@@ -91,8 +78,8 @@ class RotatedVectors {
         }
     }
 
-    /// Does a share of the work. There are no more shares than pairs of a phase and a row that the
-    /// group had.
+    /// Does a share of the work. There are no more shares than pairs of a phase and a
+    /// block that the group had.
     void advance() {
         if (next_ < end_) {
             pending_.apply(next_ % block, next_ / block, vectors_, vectors_.padded_columns(),
@@ -112,7 +99,7 @@ class RotatedVectors {
     bool wanted_;
     PlanarMatrix<C> vectors_; ///< one vector a row
     GroupRotations pending_;
-    // Pieces of work on what is pending: block by block, and phase by phase within.
+    // Shares of what is pending: block by block, and phase by phase within.
     std::size_t end_;
     std::size_t next_;
 };
