@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// The vectors of a Jacobi method, which take its rotations late.
+// What takes the rotations of a Jacobi method late: vectors, and columns that are done for a sweep.
 
 #include "backend/cpu/planar_matrix.h"
 
@@ -45,46 +45,49 @@ class GroupRotations {
     std::vector<BlockRotations> rotations_;
 };
 
-/// The unit matrix under rotations of its rows. Those of one group are applied in pieces of work
-/// that advance() hands out while the rotations of the next one are looked for.
+/// The rotations of one group at a time, in the columns of the matrix that the sweep needs no more,
+/// and of the vectors. They are applied in shares of work that advance() hands out while the
+/// rotations of the next group are looked for.
 template <typename C>
-class RotatedVectors {
+class LateRotations {
     static constexpr std::size_t block = SimdKernels::rotation_block;
 
   public:
-    /// Where no vectors are wanted, nothing is kept.
-    RotatedVectors(std::size_t order, bool wanted, const SimdKernels::RotationKernels<C>& kernels)
+    /// The vectors begin as the unit matrix. Where none are wanted, none are kept. Refers to the
+    /// matrix.
+    LateRotations(const PlanarMatrix<C>& matrix, std::size_t order, bool vectors,
+                  const SimdKernels::RotationKernels<C>& kernels)
         : kernels_(kernels),
-          wanted_(wanted),
-          vectors_(wanted ? order : 0, order),
+          wants_vectors_(vectors),
+          matrix_(matrix),
+          vectors_(vectors ? order : 0, order),
           pending_((order + block - 1) / block),
           end_((order + block - 1) / block * block),
           next_(end_) {
-        for (std::size_t i = 0; i < order && wanted; ++i) {
+        for (std::size_t i = 0; i < order && vectors; ++i) {
             vectors_.set(i, i, 1);
         }
     }
 
-    bool wanted() const { return wanted_; }
+    bool wants_vectors() const { return wants_vectors_; }
     /// Element k of vector i, once all is finished.
-    C get(std::size_t i, std::size_t k) const { return vectors_.get(i, k); }
+    C vector_element(std::size_t i, std::size_t k) const { return vectors_.get(i, k); }
 
     /// Takes the rotations of a group, and gives those of an earlier one for them.
     void add(GroupRotations& rotations) {
-        if (wanted_) {
-            finish();
-            std::swap(pending_, rotations);
-            next_ = pending_.group() * block;
-        }
+        finish();
+        std::swap(pending_, rotations);
+        next_ = pending_.group() * block;
     }
 
-    /// Does a share of the work. There are no more shares than pairs of a phase and a
-    /// block that the group had.
+    /// Does a share of the work. There are no more shares than pairs of a phase and a block that
+    /// the group had.
     void advance() {
         if (next_ < end_) {
-            pending_.apply(next_ % block, next_ / block, vectors_, vectors_.padded_columns(),
-                           kernels_);
-            ++next_;
+            apply(next_ % block, next_ / block);
+            if (++next_ == end_) {
+                mirror_block();
+            }
         }
     }
 
@@ -95,8 +98,30 @@ class RotatedVectors {
     }
 
   private:
+    /// Left of the group every phase, in its own columns those after the column's own.
+    void apply(std::size_t phase, std::size_t b) const {
+        const std::size_t first = pending_.group() * block;
+        pending_.apply(phase, b, matrix_, first, kernels_);
+        kernels_.rotate_leading(matrix_.at(first + phase, first), matrix_.at(b * block, first),
+                                matrix_.shape(), pending_.at(phase, b), phase);
+        if (wants_vectors_) {
+            pending_.apply(phase, b, vectors_, vectors_.padded_columns(), kernels_);
+        }
+    }
+
+    /// The block on the diagonal has been rotated below it only.
+    void mirror_block() const {
+        const std::size_t first = pending_.group() * block;
+        for (std::size_t i = 0; i < block; ++i) {
+            for (std::size_t j = 0; j < i; ++j) {
+                matrix_.set(first + j, first + i, conjugated(matrix_.get(first + i, first + j)));
+            }
+        }
+    }
+
     const SimdKernels::RotationKernels<C>& kernels_;
-    bool wanted_;
+    bool wants_vectors_;
+    const PlanarMatrix<C>& matrix_;
     PlanarMatrix<C> vectors_; ///< one vector a row
     GroupRotations pending_;
     // Shares of what is pending: block by block, and phase by phase within.
