@@ -37,7 +37,6 @@ class GramSchmidt {
     const SimdKernels::GramSchmidtKernels* kernels_;
     CpuStructured::PlanarMatrix<Complex> set_;   ///< columns to come, by rows
     CpuStructured::PlanarMatrix<Complex> basis_; ///< finished columns, one a row
-    std::vector<double> norms_;                  ///< of the columns as they came
     std::vector<double> magnitudes_;
     std::vector<Complex> column_;
 };

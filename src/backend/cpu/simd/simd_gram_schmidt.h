@@ -47,18 +47,6 @@ class GramSchmidt {
         }
     }
 
-    static void set_norms(const double* set, const PlanarShape& shape, Index rows, Index columns,
-                          double* norms) {
-        constexpr Index wide = 4 * lanes;
-        Index column = 0;
-        for (; column + wide <= columns; column += wide) {
-            vector_norms<4>(set + column, shape, rows, norms + column);
-        }
-        for (; column < columns; column += lanes) {
-            vector_norms<1>(set + column, shape, rows, norms + column);
-        }
-    }
-
     static void magnitudes(const double* column, Index imaginary, Index rows, double* magnitudes) {
         for (Index i = 0; i < rows; i += lanes) {
             Set::store(magnitudes + i, magnitude(load(column + i, imaginary)));
@@ -226,23 +214,6 @@ class GramSchmidt {
         }
     }
 
-    template <Index Vectors>
-    static void vector_norms(const double* set, const PlanarShape& shape, Index rows,
-                             double* norms) {
-        Register norm[Vectors];
-        for_places<Vectors>([&](auto v) {
-            norm[v.value] = magnitude(load(set + v.value * lanes, shape.imaginary));
-        });
-        for (Index i = 1; i < rows; ++i) {
-            const double* const row = set + i * shape.stride;
-            for_places<Vectors>([&](auto v) {
-                norm[v.value] = hypotenuse<Set>(
-                    norm[v.value], magnitude(load(row + v.value * lanes, shape.imaginary)));
-            });
-        }
-        for_places<Vectors>([&](auto v) { Set::store(norms + v.value * lanes, norm[v.value]); });
-    }
-
     static Register magnitude(Vector value) { return hypotenuse<Set>(value.real, value.imag); }
 };
 
@@ -251,7 +222,6 @@ constexpr GramSchmidtKernels make_gram_schmidt_kernels() {
     return {
         .project_set = GramSchmidt<Set>::project_set,
         .project_column = GramSchmidt<Set>::project_column,
-        .set_norms = GramSchmidt<Set>::set_norms,
         .magnitudes = GramSchmidt<Set>::magnitudes,
         .chain_norm = GramSchmidt<Set>::chain_norm,
         .divide_ordinary = GramSchmidt<Set>::divide_ordinary,

@@ -31,9 +31,6 @@ struct GramSchmidtKernels {
     /// other.
     void (*project_column)(const double* basis, const PlanarShape& shape, Index count,
                            double* column, Index rows);
-    /// The norm of each column of a set as a chain of hypotenuses.
-    void (*set_norms)(const double* set, const PlanarShape& shape, Index rows, Index columns,
-                      double* norms);
     /// The magnitudes of the elements of a column, up to a multiple of `column_group`.
     void (*magnitudes)(const double* column, Index imaginary, Index rows, double* magnitudes);
     /// The norm of a column of these magnitudes as a chain of hypotenuses. Two groups behind the
