@@ -60,11 +60,10 @@ class OrthonormalBasis {
 
 constexpr std::size_t columns_at_once = 4 * column_group;
 
-/// No chain of hypotenuses over these values is larger.
+/// No chain of hypotenuses over these values is larger than their sum.
 double chain_norm_bound(std::span<const Complex> values) {
     const double room_for_roundings = 1 + 0x1p-20;
-    return largest_part(values) * std::sqrt(2 * static_cast<double>(values.size())) *
-           room_for_roundings;
+    return sum_of_magnitudes(values) * room_for_roundings;
 }
 
 std::size_t whole_groups(std::size_t columns) {

@@ -30,14 +30,7 @@ class GramSchmidt {
   public:
     static void project_set(const double* q, Index q_imaginary, double* set,
                             const PlanarShape& shape, Index rows, Index begin, Index end) {
-        constexpr Index wide = 4 * lanes;
-        Index column = begin;
-        for (; column + wide <= end; column += wide) {
-            project_vectors<4>(q, q_imaginary, set + column, shape, rows);
-        }
-        for (; column < end; column += lanes) {
-            project_vectors<1>(q, q_imaginary, set + column, shape, rows);
-        }
+        project_columns<4>(q, q_imaginary, set, shape, rows, begin, end);
     }
 
     static void project_column(const double* basis, const PlanarShape& shape, Index count,
@@ -185,6 +178,18 @@ class GramSchmidt {
 
     static Vector load(const double* from, Index imaginary) {
         return {Set::load(from), Set::load(from + imaginary)};
+    }
+
+    /// As many vectors at a time as there are, up to Most.
+    template <Index Most>
+    static void project_columns(const double* q, Index q_imaginary, double* set,
+                                const PlanarShape& shape, Index rows, Index begin, Index end) {
+        for (; begin + Most * lanes <= end; begin += Most * lanes) {
+            project_vectors<Most>(q, q_imaginary, set + begin, shape, rows);
+        }
+        if constexpr (Most > 1) {
+            project_columns<Most / 2>(q, q_imaginary, set, shape, rows, begin, end);
+        }
     }
 
     template <Index Vectors>
