@@ -95,6 +95,7 @@ GramSchmidt::GramSchmidt(std::size_t n, const SimdKernels::GramSchmidtKernels* k
     : kernels_(kernels),
       set_(n, n),
       basis_(n, n),
+      terms_(1, n),
       magnitudes_(whole_groups(n) + 2 * column_group),
       column_(n) {}
 
@@ -171,7 +172,8 @@ void GramSchmidt::project_set(std::size_t j, std::size_t m) const {
 
 /// One pass: takes from column j its parts along those before it.
 void GramSchmidt::project_out(std::size_t j, std::size_t m) const {
-    kernels_->project_column(basis_.at(0, 0), basis_.shape(), j, basis_.at(j, 0), m);
+    kernels_->project_column(basis_.at(0, 0), basis_.shape(), j, basis_.at(j, 0), terms_.at(0, 0),
+                             m);
 }
 
 double GramSchmidt::chain_norm_of(std::size_t j, std::size_t m) {

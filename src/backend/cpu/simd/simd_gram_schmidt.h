@@ -34,9 +34,25 @@ class GramSchmidt {
     }
 
     static void project_column(const double* basis, const PlanarShape& shape, Index count,
-                               double* column, Index rows) {
+                               double* column, double* terms, Index rows) {
+        const Index imaginary = shape.imaginary;
+        for (Index i = 0; i < rows && count != 0; i += lanes) {
+            const Vector of_q = load(basis + i, imaginary);
+            store(terms + i, imaginary, conjugate_product<Set>(of_q, load(column + i, imaginary)));
+        }
         for (Index k = 0; k < count; ++k) {
-            take_part(basis + k * shape.stride, column, shape.imaginary, rows);
+            const double* const q = basis + k * shape.stride;
+            const double* const next = k + 1 < count ? q + shape.stride : q;
+            const Vector part = chain_sum(terms, imaginary, rows);
+            // Vector by vector, so that the next sum need not wait for all of them.
+            for (Index i = 0; i < rows; i += lanes) {
+                const Vector before = load(column + i, imaginary);
+                const Vector taken = product<Set>(load(q + i, imaginary), part);
+                const Vector after{before.real - taken.real, before.imag - taken.imag};
+                store(column + i, imaginary, after);
+                store(terms + i, imaginary,
+                      conjugate_product<Set>(load(next + i, imaginary), after));
+            }
         }
     }
 
@@ -70,34 +86,17 @@ class GramSchmidt {
     }
 
   private:
-    static constexpr Index chunk = 64;
     using Bits = BitsOf<Set>;
 
-    static void take_part(const double* q, double* column, Index imaginary, Index rows) {
+    /// The sum of the terms one by one, in all lanes.
+    static Vector chain_sum(const double* terms, Index imaginary, Index count) {
         double real = 0;
         double imag = 0;
-        for (Index first = 0; first < rows; first += chunk) {
-            // The products in vectors, their sum one by one.
-            alignas(64) double terms[2][chunk];
-            const Index count = least(chunk, rows - first);
-            for (Index i = 0; i < count; i += lanes) {
-                const Vector term = conjugate_product<Set>(load(q + first + i, imaginary),
-                                                           load(column + first + i, imaginary));
-                Set::store(terms[0] + i, term.real);
-                Set::store(terms[1] + i, term.imag);
-            }
-            for (Index i = 0; i < count; ++i) {
-                real += terms[0][i];
-                imag += terms[1][i];
-            }
+        for (Index i = 0; i < count; ++i) {
+            real += terms[i];
+            imag += terms[imaginary + i];
         }
-        const Vector part = broadcast_complex<Set>(real, imag);
-        for (Index i = 0; i < rows; i += lanes) {
-            const Vector taken = product<Set>(load(q + i, imaginary), part);
-            const Vector before = load(column + i, imaginary);
-            Set::store(column + i, before.real - taken.real);
-            Set::store(column + imaginary + i, before.imag - taken.imag);
-        }
+        return broadcast_complex<Set>(real, imag);
     }
 
     /// Takes the chain of a norm over some of `count` magnitudes, at least one. Returns how many.
@@ -178,6 +177,10 @@ class GramSchmidt {
 
     static Vector load(const double* from, Index imaginary) {
         return {Set::load(from), Set::load(from + imaginary)};
+    }
+    static void store(double* to, Index imaginary, Vector value) {
+        Set::store(to, value.real);
+        Set::store(to + imaginary, value.imag);
     }
 
     /// As many vectors at a time as there are, up to Most.
