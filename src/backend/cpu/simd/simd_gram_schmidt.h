@@ -87,6 +87,7 @@ class GramSchmidt {
 
   private:
     using Bits = BitsOf<Set>;
+    using Words [[gnu::vector_size(sizeof(Register))]] = std::uint64_t; ///< without overflow
 
     /// The sum of the terms one by one, in all lanes.
     static Vector chain_sum(const double* terms, Index imaginary, Index count) {
@@ -113,34 +114,34 @@ class GramSchmidt {
             const Register terms = Set::load(magnitudes + v.value * lanes);
             const Register sums = sum + prefix_sums(terms * terms);
             const Register foretold = Set::root(sums);
-            const Bits former = Bits(shifted<1>(foretold, before));
+            const Words former = Words(shifted<1>(foretold, before));
             sum = Set::broadcast(sums[lanes - 1]);
             before = foretold;
-            // For a neighbour by its place, which counts in bits: the place of the norm after it.
+            // For each neighbour the place of the norm after it.
             Bits choice{};
             for_places<neighbours>([&](auto place) {
-                const Register candidate = Register(former + (long{place.value} - 1));
+                const Register candidate = Register(former + place.value - 1);
                 const Register next = hypotenuse<Set>(candidate, terms);
                 Set::store(found[place.value] + v.value * lanes, next);
-                const Bits after = Bits(next) - Bits(foretold) + 1;
-                const auto is_neighbour = (after >= 0) & (after < long{neighbours});
-                choice |= (is_neighbour ? after * place_bits : Bits{} + lost)
+                const Bits after = Bits(Words(next) - Words(foretold) + 1);
+                const auto is_neighbour = (after >= 0) & (after < neighbours);
+                choice |= (is_neighbour ? after : Bits{} + lost)
                           << (place_bits * long{place.value});
             });
             Set::store(reinterpret_cast<double*>(choices) + v.value * lanes, Register(choice));
         });
         long place;
-        long next = place_bits;
+        long next = 1;
         Index taken = 0;
         do {
             place = next;
-            next = choices[taken] >> place & lost;
+            next = choices[taken] >> (place_bits * place) & lost;
             ++taken;
         } while (taken < count && next != lost);
-        norm = found[place / place_bits][taken - 1];
+        norm = found[place][taken - 1];
         return taken;
     }
-    static constexpr Index neighbours = 3;
+    static constexpr long neighbours = 3;
     static constexpr long place_bits = 8;
     static constexpr long lost = 0xff;
     /// A second vector shares the time that the first one waits for roots; a third brought nothing.
