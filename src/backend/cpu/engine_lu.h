@@ -56,23 +56,21 @@ static inline void swap_elements(ComplexFloat& a, ComplexFloat& b) {
     b = former;
 }
 
-/// Solves L U x = b in place, terms in increasing column. Set says whether products fuse.
+/// Solves L U x = b in place, terms in increasing column, with `products` as backward substitution
+/// needs them. Set says whether products fuse.
 template <typename Set>
-static void substitute(const std::complex<float>* elements, ComplexFloat* b, std::uint64_t order) {
+static void substitute(const std::complex<float>* elements, ComplexFloat* b, float* products,
+                       std::uint64_t order) {
     SimdKernels::ComplexTriangle<Set>::substitute_forward(
         elements, order, reinterpret_cast<std::complex<float>*>(b), order);
-    const ComplexFloat* const factors = built_in(elements);
-    for (std::uint64_t row = order; row-- > 0;) {
-        ComplexFloat value = b[row];
-        for (std::uint64_t column = row + 1; column < order; ++column) {
-            value -= SimdKernels::recovering_product<Set>(factors[column * order + row], b[column]);
-        }
-        const ComplexFloat diagonal = factors[row * order + row];
-        if (is_zero(diagonal)) {
-            LuFailures::singular(row);
-        }
-        b[row] = value / diagonal;
-    }
+    SimdKernels::BackwardSubstitution<SimdKernels::ComplexRows<Set>>::solve(
+        {elements, order, order}, reinterpret_cast<std::complex<float>*>(b), products,
+        [](ComplexFloat value, ComplexFloat diagonal, std::uint64_t row) {
+            if (is_zero(diagonal)) {
+                LuFailures::singular(row);
+            }
+            return value / diagonal;
+        });
 }
 
 /// Solves A x = b from the factors of A, x in the place of b. Raises std::invalid_argument for a
@@ -85,7 +83,8 @@ static void solve(LuDecompView<const P, const std::complex<float>> lu,
     if (b.size != order) {
         LuFailures::engine_incompatible_rhs();
     }
-    const Scratch scratch(order);
+    // The solution, and products of two parts each.
+    const Scratch scratch(order + SimdKernels::backward_products<std::complex<float>>(order) / 2);
     ComplexFloat* x = scratch.data;
     for (std::uint64_t i = 0; i < order; ++i) {
         x[i] = make_complex(b.real[i], b.imag[i]);
@@ -96,7 +95,7 @@ static void solve(LuDecompView<const P, const std::complex<float>> lu,
         }
         swap_elements(x[i], x[lu.pivots[i] - 1]);
     }
-    substitute<Set>(lu.factors, x, order);
+    substitute<Set>(lu.factors, x, reinterpret_cast<float*>(x + order), order);
     for (std::uint64_t i = 0; i < order; ++i) {
         b.real[i] = __real__ x[i];
         b.imag[i] = __imag__ x[i];
