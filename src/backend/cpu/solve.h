@@ -55,7 +55,7 @@ void substitute_forward(Matrix factors, T* b, const EliminationParts<T>& parts =
     if (Matrix::rows_are_contiguous || !parts) {
         plain_substitute_forward(factors, b);
     } else {
-        parts.panels->substitute_forward(factors.data, factors.order, b, factors.order);
+        parts.kernels->substitute_forward(factors.data, factors.order, b, factors.order);
     }
 }
 
@@ -166,7 +166,7 @@ void substitute_backward(Matrix factors, T* b, const EliminationParts<T>& parts 
     std::uint64_t end = factors.order;
     if constexpr (!Matrix::rows_are_contiguous && !is_complex_element<T>) {
         if (parts) {
-            end = BackwardSubstitution<T>(*parts.panels, factors.data, factors.order, b).solve();
+            end = BackwardSubstitution<T>(*parts.kernels, factors.data, factors.order, b).solve();
         }
     }
     plain_substitute_backward(factors, b, end);

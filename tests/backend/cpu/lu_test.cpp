@@ -180,11 +180,9 @@ void for_each_parts(const Body& body) {
     using namespace SimdKernels;
     const X86Features features = detect_x86_features();
     ASSERT_TRUE(supports(features, X86Simd::avx256)) << "nothing was tested";
-    body("AVX2",
-         CpuFallback::EliminationParts<T>{&avx256_unfused_table, &avx256_elimination_table});
+    body("AVX2", CpuFallback::EliminationParts<T>{&avx256_elimination_table});
     if (supports(features, X86Simd::avx512)) {
-        body("AVX512",
-             CpuFallback::EliminationParts<T>{&avx512_unfused_table, &avx512_elimination_table});
+        body("AVX512", CpuFallback::EliminationParts<T>{&avx512_elimination_table});
     }
 }
 
@@ -192,8 +190,8 @@ void for_each_parts(const Body& body) {
 template <typename T>
 struct Outcome {
     template <typename Factor>
-    Outcome(const SquareMatrix<T>& A, const Factor& factor)
-        : lu(A, DataMatrixLayout::column_major) {
+    Outcome(const SquareMatrix<T>& A, DataMatrixLayout layout, const Factor& factor)
+        : lu(A, layout) {
         try {
             factor(lu.view());
         } catch (const std::exception& raised) {
@@ -271,20 +269,22 @@ TYPED_TEST(Lu, BlocksEndLikePlainElimination) {
             }
             const auto row = static_cast<std::size_t>(random.below(order));
             disturbance.put(A, row, static_cast<std::size_t>(random.below(row + 1)));
-            const Outcome<T> plain(A, [](auto lu) {
-                CpuFallback::plain_lu_factor(lu, DataMatrixLayout::column_major);
-            });
-            was_raised |= plain.error.find(disturbance.error) != std::string::npos;
-            for_each_parts<T>([&](const char* name, const auto& parts) {
-                SCOPED_TRACE(std::string(disturbance.name) + ", order " + std::to_string(order) +
-                             ", " + name);
-                const Outcome<T> blocked(
-                    A, [&](auto lu) { CpuFallback::blocked_lu_factor(lu, parts); });
-                EXPECT_EQ(blocked.error, plain.error);
-                EXPECT_EQ(blocked.lu.pivots, plain.lu.pivots);
-                EXPECT_EQ(blocked.lu.swaps, plain.lu.swaps);
-                EXPECT_TRUE(same_bits(blocked.lu.factors, plain.lu.factors));
-            });
+            for (const DataMatrixLayout layout : both_orders) {
+                const Outcome<T> plain(A, layout,
+                                       [&](auto lu) { CpuFallback::plain_lu_factor(lu, layout); });
+                was_raised |= plain.error.find(disturbance.error) != std::string::npos;
+                for_each_parts<T>([&](const char* name, const auto& parts) {
+                    SCOPED_TRACE(std::string(disturbance.name) + ", order " +
+                                 std::to_string(order) + ", " + name);
+                    const Outcome<T> blocked(A, layout, [&](auto lu) {
+                        CpuFallback::blocked_lu_factor(lu, layout, parts);
+                    });
+                    EXPECT_EQ(blocked.error, plain.error);
+                    EXPECT_EQ(blocked.lu.pivots, plain.lu.pivots);
+                    EXPECT_EQ(blocked.lu.swaps, plain.lu.swaps);
+                    EXPECT_TRUE(same_bits(blocked.lu.factors, plain.lu.factors));
+                });
+            }
         }
         EXPECT_TRUE(was_raised) << disturbance.name;
     }

@@ -6,11 +6,13 @@
 #include "backend/cpu/simd/simd_elements.h"
 #include "backend/cpu/simd/simd_elimination_kernels.h"
 #include "backend/cpu/simd/simd_infinity_recovery.h"
+#include "backend/cpu/simd/simd_matmul.h"
 
 namespace Tessaline::SimdKernels {
 
 namespace {
 
+/// Set says whether products fuse.
 template <typename Set>
 class ComplexTriangle {
     using Real = typename Set::Component;
@@ -39,11 +41,11 @@ class ComplexTriangle {
             for_places<block - 1>([&](auto k) {
                 constexpr Rows below = Rows{0, 1, 2, 3, 4, 5, 6, 7} > static_cast<int>(k.value);
                 const Column& l = of_lower[k.value];
-                const Real real = b.real[k.value];
-                const Real imag = b.imag[k.value];
+                Column term;
+                multiply_by_place<k.value>(l, b, term);
                 // Zeros above are not subtracted: that would change the sign of a negative zero.
-                b.real = below ? b.real - (l.real * real - l.imag * imag) : b.real;
-                b.imag = below ? b.imag - (l.real * imag + l.imag * real) : b.imag;
+                b.real = below ? b.real - term.real : b.real;
+                b.imag = below ? b.imag - term.imag : b.imag;
             });
             if (is_finite(b)) {
                 store(parts, b);
@@ -89,9 +91,7 @@ class ComplexTriangle {
             for_places<streams>([&](auto k) {
                 const Complex<Set> l =
                     Elements::load(columns + 2 * k.value * stride, i, AllLanes{});
-                const Complex<Set> x_k = of_x[k.value];
-                sum.real = sum.real - (l.real * x_k.real - l.imag * x_k.imag);
-                sum.imag = sum.imag - (l.real * x_k.imag + l.imag * x_k.real);
+                sum = subtract_product<Set>(sum, of_x[k.value], l);
             });
             if ((Set::nan_lanes(sum.real) & Set::nan_lanes(sum.imag)) == 0) [[likely]] {
                 Elements::store(b, i, sum, AllLanes{});
@@ -107,12 +107,27 @@ class ComplexTriangle {
     [[gnu::noinline]] static void subtract_plainly(const Real* columns, Index stride, const Real* x,
                                                    Real* b, Index begin, Index end) {
         for (Index row = begin; row < end; ++row) {
-            BuiltIn sum = element(b + 2 * row);
+            BuiltIn sum = built_in_element(b + 2 * row);
             for (Index k = 0; k < Columns; ++k) {
-                sum -= element(columns + 2 * (k * stride + row)) * element(x + 2 * k);
+                sum -= recovering_product<Set>(built_in_element(columns + 2 * (k * stride + row)),
+                                               built_in_element(x + 2 * k));
             }
-            b[2 * row] = __real__ sum;
-            b[2 * row + 1] = __imag__ sum;
+            store_with_one_nan(b + 2 * row, sum);
+        }
+    }
+
+    /// The products of a column with one element of another, as SimdKernels::product() forms them.
+    template <int At>
+    [[gnu::always_inline]] static inline void multiply_by_place(const Column& a, const Column& b,
+                                                                Column& products) {
+        const Plane real = __builtin_shufflevector(b.real, b.real, At, At, At, At, At, At, At, At);
+        const Plane imag = __builtin_shufflevector(b.imag, b.imag, At, At, At, At, At, At, At, At);
+        if constexpr (Set::fuses) {
+            products.real = Set::fused_subtract(a.imag, imag, a.real * real);
+            products.imag = Set::fused_add(a.imag, real, a.real * imag);
+        } else {
+            products.real = a.real * real - a.imag * imag;
+            products.imag = a.real * imag + a.imag * real;
         }
     }
 
@@ -141,26 +156,26 @@ class ComplexTriangle {
         return sum == 0;
     }
 
-    static BuiltIn element(const Real* parts) {
-        BuiltIn value;
-        __real__ value = parts[0];
-        __imag__ value = parts[1];
-        return value;
-    }
-
     [[gnu::noinline]] static void solve_plainly(const std::complex<Real>* L, Index l_stride,
                                                 Real* b) {
         for (Index k = 0; k < block; ++k) {
             const Real* const l = reinterpret_cast<const Real*>(L + k * l_stride);
             for (Index row = k + 1; row < block; ++row) {
-                const BuiltIn left =
-                    element(b + 2 * row) - element(l + 2 * row) * element(b + 2 * k);
-                b[2 * row] = __real__ left;
-                b[2 * row + 1] = __imag__ left;
+                store_with_one_nan(b + 2 * row,
+                                   built_in_element(b + 2 * row) -
+                                       recovering_product<Set>(built_in_element(l + 2 * row),
+                                                               built_in_element(b + 2 * k)));
             }
         }
     }
 };
+
+template <typename Set>
+constexpr TriangleKernels<std::complex<typename Set::Component>> make_complex_triangle_kernels() {
+    return {.subtract_product = strided_interleaved_product<Set, Update::subtract>,
+            .solve_triangle = ComplexTriangle<Set>::solve,
+            .substitute_forward = ComplexTriangle<Set>::substitute_forward};
+}
 
 } // namespace
 

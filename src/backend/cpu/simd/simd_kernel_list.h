@@ -5,6 +5,8 @@
 
 #include "backend/cpu/engine_lu.h"
 #include "backend/cpu/engine_power_methods.h"
+#include "backend/cpu/simd/simd_complex_elimination.h"
+#include "backend/cpu/simd/simd_complex_triangle.h"
 #include "backend/cpu/simd/simd_elementwise.h"
 #include "backend/cpu/simd/simd_matmul.h"
 #include "backend/cpu/simd/simd_reductions.h"
@@ -12,6 +14,13 @@
 #include "backend/cpu/simd/simd_structure.h"
 
 namespace Tessaline::SimdKernels {
+
+template <typename Set>
+constexpr EngineEliminationKernels make_engine_elimination_kernels() {
+    using Kernels = ComplexElimination<Set>;
+    return {make_complex_triangle_kernels<Set>(), Kernels::largest_square,
+            Kernels::template eliminate<WideQuotients<Set>>};
+}
 
 template <typename Set>
 constexpr Table make_table() {
@@ -33,8 +42,8 @@ constexpr Table make_table() {
         .outer = Structure<Set>::outer,
         .partial_trace_left = Structure<Set>::partial_trace_left,
         .partial_trace_right = Structure<Set>::partial_trace_right,
-        .lu_decomp = EngineLu::lu_decomp<Set::fuses, long>,
-        .solve = EngineLu::solve<Set::fuses, long>,
+        .elimination = make_engine_elimination_kernels<KeepingOneNan<Set>>(),
+        .solve = EngineLu::solve<KeepingOneNan<Set>, long>,
         .logdet = EngineLu::logdet<long>,
         .principal_eigenvect = EnginePowerMethods::principal_eigenvect<Reductions<Set>>,
     };

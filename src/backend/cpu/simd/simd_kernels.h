@@ -9,6 +9,7 @@
 // Elements of matrices lie in row-major order, whatever the views say. A kernel with `begin` and
 // `end` computes those rows of its result only.
 
+#include "backend/cpu/simd/simd_elimination_kernels.h"
 #include "tessaline/storage/kernel_views.h"
 
 #include <complex>
@@ -24,7 +25,6 @@ using RealMatrixOutput = DenseRealMatrixView<float>;
 using SplitMatrixInput = DenseComplexSplitMatrixView<const float>;
 using SplitMatrixOutput = DenseComplexSplitMatrixView<float>;
 using Element = std::complex<float>;
-using Index = std::uint64_t;
 
 struct Table {
     // Elementwise, of the size of the result, which may lie where an operand does.
@@ -68,7 +68,7 @@ struct Table {
     void (*partial_trace_right)(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end);
 
     // Solvers, whose elements are interleaved; see engine_lu.h and engine_power_methods.h.
-    void (*lu_decomp)(LuDecompView<long, Element> lu);
+    EngineEliminationKernels elimination;
     void (*solve)(LuDecompView<const long, const Element> lu, SplitOutput b);
     void (*logdet)(LuDecompView<const long, const Element> lu, ComplexScalarView<float> out);
     void (*principal_eigenvect)(DenseComplexIntlvMatrixView<const Element> A,

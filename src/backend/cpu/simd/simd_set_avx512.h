@@ -54,6 +54,14 @@ struct Avx512 {
         return _mm512_fnmadd_ps(a, b, c);
     }
 
+    /// The same of vectors of half the lanes.
+    static __m256 fused_add(__m256 a, __m256 b, __m256 c) {
+        return _mm512_castps512_ps256(fused_add(whole(a), whole(b), whole(c)));
+    }
+    static __m256 fused_subtract(__m256 a, __m256 b, __m256 c) {
+        return _mm512_castps512_ps256(fused_subtract(whole(a), whole(b), whole(c)));
+    }
+
     /// A bit for each lane that is NaN.
     static unsigned nan_lanes(Register value) {
         return _mm512_cmp_ps_mask(value, value, _CMP_UNORD_Q);
@@ -138,6 +146,9 @@ struct Avx512 {
     static Register unpack_high(Register a, Register b) { return _mm512_unpackhi_ps(a, b); }
     static Register low_pairs(Register a, Register b) { return _mm512_shuffle_ps(a, b, 0x44); }
     static Register high_pairs(Register a, Register b) { return _mm512_shuffle_ps(a, b, 0xee); }
+
+  private:
+    static Register whole(__m256 half) { return _mm512_zextps256_ps512(half); }
 };
 
 } // namespace
