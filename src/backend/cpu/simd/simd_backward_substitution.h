@@ -65,7 +65,12 @@ struct RealRows {
     static void store(Element* at, Value value) { *at = value; }
     static Value product(Value a, Value b) { return a * b; }
     static void store_product(Real* products, Index, Value value) { *products = value; }
-    static void subtract_product(Value& value, const Real* products, Index) { value -= *products; }
+    static Value without_terms(Value value, const Real* products, Index, Index count) {
+        for (Index link = 0; link < count; ++link) {
+            value -= products[link];
+        }
+        return value;
+    }
 
     static void multiply_block(const Element* columns, Index columns_stride, const Element* x,
                                Real* products, Index stride, Index) {
@@ -102,9 +107,18 @@ struct ComplexRows {
         products[0] = __real__ value;
         products[plane] = __imag__ value;
     }
-    static void subtract_product(Value& value, const Real* products, Index plane) {
-        __real__ value -= products[0];
-        __imag__ value -= products[plane];
+    static Value without_terms(Value value, const Real* products, Index plane, Index count) {
+        // Apart, or the compiler keeps them in memory, where a link of the chain takes several
+        // times as long.
+        Real real = __real__ value;
+        Real imag = __imag__ value;
+        for (Index link = 0; link < count; ++link) {
+            real -= products[link];
+            imag -= products[plane + link];
+        }
+        __real__ value = real;
+        __imag__ value = imag;
+        return value;
     }
 
     static void multiply_block(const Element* columns, Index columns_stride, const Element* x,
@@ -175,7 +189,8 @@ class BackwardSubstitution {
           order_(U.order),
           b_(b),
           divide_(divide),
-          plane_(block * U.order),
+          products_stride_(backward_stride<Element>(U.order)),
+          plane_(block * products_stride_),
           products_(memory),
           next_products_(memory + backward_products<Element>(U.order) / 2) {}
 
@@ -205,13 +220,11 @@ class BackwardSubstitution {
 
     void solve_row(Index row, Index end) {
         Value value = with_terms(Rows::value(b_ + row), row, end);
-        const Real* const products = products_ + (row + block - end) * order_;
+        const Real* const products = products_ + (row + block - end) * products_stride_;
         const Index columns = order_ - end;
         for (Index column = 0; column < columns; column += links) {
-            const Index next = column + links < columns ? column + links : columns;
-            for (Index link = column; link < next; ++link) {
-                Rows::subtract_product(value, products + link, plane_);
-            }
+            value = Rows::without_terms(value, products + column, plane_,
+                                        columns - column < links ? columns - column : links);
             if (end >= 2 * block) {
                 multiply_next(end, next_column_ + block < order_ ? next_column_ + block : order_);
             }
@@ -237,11 +250,11 @@ class BackwardSubstitution {
         Real* const products = next_products_ - (end - block);
         for (; next_column_ + block <= end_column; next_column_ += block) {
             Rows::multiply_block(u(first_row, next_column_), stride_, b_ + next_column_,
-                                 products + next_column_, order_, plane_);
+                                 products + next_column_, products_stride_, plane_);
         }
         for (; next_column_ < end_column; ++next_column_) {
             for (Index row = 0; row < block; ++row) {
-                Rows::store_product(products + row * order_ + next_column_, plane_,
+                Rows::store_product(products + row * products_stride_ + next_column_, plane_,
                                     Rows::product(Rows::value(u(first_row + row, next_column_)),
                                                   Rows::value(b_ + next_column_)));
             }
@@ -253,6 +266,7 @@ class BackwardSubstitution {
     Index order_;
     Element* b_;
     DivideByDiagonal<Element> divide_;
+    Index products_stride_;
     Index plane_;
     Real* products_; ///< by rows of the block, in the order of the chain
     Real* next_products_;

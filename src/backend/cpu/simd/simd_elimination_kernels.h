@@ -34,10 +34,17 @@ struct UpperTriangle {
     Index order;
 };
 
-/// How many parts of products a backward substitution keeps.
+/// How far apart a backward substitution keeps the products of two rows: a line of memory beyond
+/// the columns, lest all rows meet in one set of the first-level cache.
+template <typename T>
+constexpr Index backward_stride(Index order) {
+    return order + 64 / sizeof(PartOf<T>);
+}
+
+/// How many parts of products it keeps.
 template <typename T>
 constexpr Index backward_products(Index order) {
-    return 2 * elimination_block * order * sizeof(T) / sizeof(PartOf<T>);
+    return 2 * elimination_block * backward_stride<T>(order) * sizeof(T) / sizeof(PartOf<T>);
 }
 
 /// Divides an element of a right-hand side, of which all terms are subtracted, by the diagonal of
