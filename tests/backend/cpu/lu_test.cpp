@@ -303,8 +303,9 @@ TYPED_TEST(Lu, SubstitutionsByBlocksHavePlainBits) {
         }
         const CpuFallback::FactorMatrix<T, DataMatrixLayout::column_major> factors{
             A.elements.data(), order};
-        // Nowhere, before a block and at its end.
-        for (const std::size_t infinite : {order, std::size_t{0}, std::size_t{7}}) {
+        // Nowhere, before a block, at its end, and at the top of the last one.
+        for (const std::size_t infinite :
+             {order, std::size_t{0}, std::size_t{7}, order - std::min<std::size_t>(order, 8)}) {
             auto b = random_elements<T>(order, [&] { return uniform(random); });
             if (infinite < order) {
                 // Products with an infinite and an undefined part recover.
