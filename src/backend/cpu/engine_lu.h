@@ -56,15 +56,13 @@ static inline void swap_elements(ComplexFloat& a, ComplexFloat& b) {
     b = former;
 }
 
-/// Solves L U x = b in place, terms in increasing column, with `products` as backward substitution
-/// needs them. Set says whether products fuse.
+/// Solves L U x = b in place, terms in increasing column. Set says whether products fuse.
 template <typename Set>
-static void substitute(const std::complex<float>* elements, ComplexFloat* b, float* products,
-                       std::uint64_t order) {
+static void substitute(const std::complex<float>* elements, ComplexFloat* b, std::uint64_t order) {
     SimdKernels::ComplexTriangle<Set>::substitute_forward(
         elements, order, reinterpret_cast<std::complex<float>*>(b), order);
     SimdKernels::BackwardSubstitution<SimdKernels::ComplexRows<Set>>::solve(
-        {elements, order, order}, reinterpret_cast<std::complex<float>*>(b), products,
+        {elements, order, order}, reinterpret_cast<std::complex<float>*>(b),
         [](ComplexFloat value, ComplexFloat diagonal, std::uint64_t row) {
             if (is_zero(diagonal)) {
                 LuFailures::singular(row);
@@ -83,8 +81,7 @@ static void solve(LuDecompView<const P, const std::complex<float>> lu,
     if (b.size != order) {
         LuFailures::engine_incompatible_rhs();
     }
-    // The solution, and products of two parts each.
-    const Scratch scratch(order + SimdKernels::backward_products<std::complex<float>>(order) / 2);
+    const Scratch scratch(order);
     ComplexFloat* x = scratch.data;
     for (std::uint64_t i = 0; i < order; ++i) {
         x[i] = make_complex(b.real[i], b.imag[i]);
@@ -95,7 +92,7 @@ static void solve(LuDecompView<const P, const std::complex<float>> lu,
         }
         swap_elements(x[i], x[lu.pivots[i] - 1]);
     }
-    substitute<Set>(lu.factors, x, reinterpret_cast<float*>(x + order), order);
+    substitute<Set>(lu.factors, x, order);
     for (std::uint64_t i = 0; i < order; ++i) {
         b.real[i] = __real__ x[i];
         b.imag[i] = __imag__ x[i];

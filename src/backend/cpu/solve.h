@@ -6,7 +6,6 @@
 #include "backend/cpu/blocked_elimination.h"
 #include "backend/cpu/factor_matrix.h"
 #include "backend/cpu/floating_complex_division.h"
-#include "backend/cpu/floating_conversions.h"
 #include "backend/cpu/lu_failures.h"
 #include "tessaline/storage/element_traits.h"
 #include "tessaline/storage/kernel_views.h"
@@ -93,18 +92,17 @@ void substitute_backward(Matrix factors, T* b, const EliminationParts<T>& parts 
         plain_substitute_backward(factors, b);
         return;
     }
-    const Scratch<Component<T>> products(SimdKernels::backward_products<T>(factors.order));
     using Value = SimdKernels::BuiltInValue<T>;
-    parts.kernels->substitute_backward(
-        {factors.data, factors.order, factors.order}, b, products.data(),
-        [](Value value, Value diagonal, std::uint64_t row) {
-            const T quotient = solved_element(T(value), T(diagonal), row);
-            if constexpr (is_complex_element<T>) {
-                return quotient.__rep();
-            } else {
-                return quotient;
-            }
-        });
+    parts.kernels->substitute_backward({factors.data, factors.order, factors.order}, b,
+                                       [](Value value, Value diagonal, std::uint64_t row) {
+                                           const T quotient =
+                                               solved_element(T(value), T(diagonal), row);
+                                           if constexpr (is_complex_element<T>) {
+                                               return quotient.__rep();
+                                           } else {
+                                               return quotient;
+                                           }
+                                       });
 }
 
 /// Solves A x = b from the factors of A, x in the place of b, which has `lu.size` elements.

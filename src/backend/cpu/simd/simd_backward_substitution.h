@@ -10,6 +10,7 @@
 
 #include "backend/cpu/simd/simd_complex_columns.h"
 #include "backend/cpu/simd/simd_infinity_recovery.h"
+#include "backend/cpu/simd/simd_packing_memory.h"
 
 #include <utility>
 
@@ -176,23 +177,35 @@ class BackwardSubstitution {
     static constexpr Index links = 64; ///< of the chain, while `block` columns are multiplied
 
   public:
-    static void solve(const UpperTriangle<Element>& U, Element* b, Real* memory,
+    static void solve(const UpperTriangle<Element>& U, Element* b,
                       DivideByDiagonal<Element> divide) {
-        BackwardSubstitution(U, b, memory, divide).solve();
+        BackwardSubstitution(U, b, divide).solve();
     }
 
   private:
-    BackwardSubstitution(const UpperTriangle<Element>& U, Element* b, Real* memory,
+    static constexpr Index parts = sizeof(Element) / sizeof(Real);
+    /// Products of a block of rows that find room beside as many of the next block.
+    static constexpr Index most_products = packing_bytes / sizeof(Element) / 2;
+    static constexpr Index few_products = 512;
+    /// A line of memory beyond the columns, lest all rows meet in one set of the first-level cache.
+    static constexpr Index padding = 64 / sizeof(Real);
+    static constexpr Index most_columns = most_products / block - padding;
+
+    BackwardSubstitution(const UpperTriangle<Element>& U, Element* b,
                          DivideByDiagonal<Element> divide)
         : u_(U.data),
           stride_(U.stride),
           order_(U.order),
           b_(b),
           divide_(divide),
-          products_stride_(backward_stride<Element>(U.order)),
+          products_stride_(least(U.order, most_columns) + padding),
           plane_(block * products_stride_),
-          products_(memory),
-          next_products_(memory + backward_products<Element>(U.order) / 2) {}
+          products_(plane_ <= few_products ? own_ : static_cast<Real*>(packing_memory())),
+          next_products_(products_ + parts * plane_) {}
+
+    static constexpr Index least(Index a, Index b) { return a < b ? a : b; }
+    /// The products of a block that ends before some row go up to this column.
+    Index last_product(Index end) const { return least(order_, end + most_columns); }
 
     void solve() {
         Index end = order_;
@@ -203,7 +216,7 @@ class BackwardSubstitution {
                 solve_row(row, end);
             }
             if (end >= 2 * block) {
-                multiply_next(end, order_);
+                multiply_next(end, last_product(end - block));
                 next_column_ = end - block;
                 multiply_next(end, end);
             }
@@ -212,29 +225,29 @@ class BackwardSubstitution {
             next_products_ = former;
         }
         while (end-- > 0) {
-            finish_row(end, with_terms(Rows::value(b_ + end), end, order_));
+            finish_row(end, with_terms(Rows::value(b_ + end), end, end + 1, order_));
         }
     }
 
     const Element* u(Index row, Index column) const { return u_ + column * stride_ + row; }
 
     void solve_row(Index row, Index end) {
-        Value value = with_terms(Rows::value(b_ + row), row, end);
+        Value value = with_terms(Rows::value(b_ + row), row, row + 1, end);
         const Real* const products = products_ + (row + block - end) * products_stride_;
-        const Index columns = order_ - end;
+        const Index columns = last_product(end) - end;
         for (Index column = 0; column < columns; column += links) {
             value = Rows::without_terms(value, products + column, plane_,
-                                        columns - column < links ? columns - column : links);
+                                        least(columns - column, links));
             if (end >= 2 * block) {
-                multiply_next(end, next_column_ + block < order_ ? next_column_ + block : order_);
+                multiply_next(end, least(next_column_ + block, last_product(end - block)));
             }
         }
-        finish_row(row, value);
+        finish_row(row, with_terms(value, row, end + columns, order_));
     }
 
-    /// `value` less the terms of the columns right of a row's diagonal, up to `end`.
-    Value with_terms(Value value, Index row, Index end) const {
-        for (Index column = row + 1; column < end; ++column) {
+    /// `value` less a row's terms in the columns [begin, end).
+    Value with_terms(Value value, Index row, Index begin, Index end) const {
+        for (Index column = begin; column < end; ++column) {
             value -= Rows::product(Rows::value(u(row, column)), Rows::value(b_ + column));
         }
         return value;
@@ -271,6 +284,7 @@ class BackwardSubstitution {
     Real* products_; ///< by rows of the block, in the order of the chain
     Real* next_products_;
     Index next_column_ = 0;
+    alignas(64) Real own_[2 * parts * few_products]; ///< for few columns
 };
 
 } // namespace

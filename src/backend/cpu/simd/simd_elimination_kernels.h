@@ -34,19 +34,6 @@ struct UpperTriangle {
     Index order;
 };
 
-/// How far apart a backward substitution keeps the products of two rows: a line of memory beyond
-/// the columns, lest all rows meet in one set of the first-level cache.
-template <typename T>
-constexpr Index backward_stride(Index order) {
-    return order + 64 / sizeof(PartOf<T>);
-}
-
-/// How many parts of products it keeps.
-template <typename T>
-constexpr Index backward_products(Index order) {
-    return 2 * elimination_block * backward_stride<T>(order) * sizeof(T) / sizeof(PartOf<T>);
-}
-
 /// Divides an element of a right-hand side, of which all terms are subtracted, by the diagonal of
 /// its row. May raise.
 template <typename T>
@@ -66,9 +53,8 @@ struct TriangleKernels {
     void (*solve_triangle)(const T* L, Index l_stride, T* B, Index b_stride, Index columns);
     /// b = L^-1 b for the unit lower triangle L of some order.
     void (*substitute_forward)(const T* L, Index stride, T* b, Index order);
-    /// b = U^-1 b, terms in increasing column. `memory` has backward_products<T>() elements.
-    void (*substitute_backward)(const UpperTriangle<T>& U, T* b, PartOf<T>* memory,
-                                DivideByDiagonal<T> divide);
+    /// b = U^-1 b, terms in increasing column.
+    void (*substitute_backward)(const UpperTriangle<T>& U, T* b, DivideByDiagonal<T> divide);
 };
 
 /// For T float or double; for complex types see below.
