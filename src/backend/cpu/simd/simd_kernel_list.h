@@ -5,6 +5,8 @@
 
 #include "backend/cpu/engine_lu.h"
 #include "backend/cpu/engine_power_methods.h"
+#include "backend/cpu/simd/simd_complex_elimination.h"
+#include "backend/cpu/simd/simd_complex_triangle.h"
 #include "backend/cpu/simd/simd_elementwise.h"
 #include "backend/cpu/simd/simd_matmul.h"
 #include "backend/cpu/simd/simd_reductions.h"
@@ -13,28 +15,44 @@
 
 namespace Tessaline::SimdKernels {
 
+template <typename Elements>
+constexpr ComplexKernels<typename Elements::Form> make_complex_kernels() {
+    return {
+        .multiply = ComplexElementwise<Elements>::multiply,
+        .scale = ComplexElementwise<Elements>::scale,
+        .sum = ComplexReductions<Elements>::sum,
+        .inner = ComplexReductions<Elements>::inner,
+        .matmul = matmul_complex<Elements>,
+        .row_products = row_products<Elements>,
+        .kron = kron_rows<Elements>,
+    };
+}
+
+template <typename Set>
+constexpr EngineEliminationKernels make_engine_elimination_kernels() {
+    using Kernels = ComplexElimination<Set>;
+    return {make_complex_triangle_kernels<Set>(), Kernels::largest_square,
+            Kernels::template eliminate<WideQuotients<Set>>};
+}
+
 template <typename Set>
 constexpr Table make_table() {
+    using Split = FormElements<Set, SplitForm>;
     return {
+        .split = make_complex_kernels<Split>(),
+        .interleaved = make_complex_kernels<FormElements<Set, InterleavedForm>>(),
         .add = Elementwise<Set>::add,
         .subtract = Elementwise<Set>::subtract,
         .multiply = Elementwise<Set>::multiply,
         .scale = Elementwise<Set>::scale,
         .negate = Elementwise<Set>::negate,
-        .multiply_split = Elementwise<Set>::multiply_split,
-        .scale_split = Elementwise<Set>::scale_split,
         .sum = Reductions<Set>::sum,
-        .inner = Reductions<Set>::inner,
-        .matmul_real = matmul_real<Set>,
-        .matmul_split = matmul_split<Set>,
-        .row_products = split_row_products<Set>,
-        .conjugate_row_products = split_conjugate_row_products<Set>,
-        .kron = Structure<Set>::kron,
-        .outer = Structure<Set>::outer,
+        .matmul = matmul_real<Set>,
+        .conjugate_row_products = conjugate_row_products<Split>,
         .partial_trace_left = Structure<Set>::partial_trace_left,
         .partial_trace_right = Structure<Set>::partial_trace_right,
-        .lu_decomp = EngineLu::lu_decomp<Set::fuses, long>,
-        .solve = EngineLu::solve<Set::fuses, long>,
+        .elimination = make_engine_elimination_kernels<KeepingOneNan<Set>>(),
+        .solve = EngineLu::solve<KeepingOneNan<Set>, long>,
         .logdet = EngineLu::logdet<long>,
         .principal_eigenvect = EnginePowerMethods::principal_eigenvect<Reductions<Set>>,
     };

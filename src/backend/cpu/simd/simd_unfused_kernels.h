@@ -2,11 +2,13 @@
 #pragma once
 
 // Products without fused operations, compiled for wide vectors: the inner loops of the floating
-// kernels and of the LU factorisations. They give the bits of plain loops, but that every NaN they
+// kernels. They give the bits of plain loops, but that every NaN they
 // store is the positive quiet one. They are serial, check nothing and allocate nothing but a
 // thread's packing memory (simd_packing_memory.h).
 //
 // Included by units for every instruction set, so nothing here is more than a declaration.
+
+#include "backend/cpu/transposed_copy.h"
 
 #include <complex>
 #include <cstdint>
@@ -44,13 +46,9 @@ struct KronExtents {
 /// T is float, double or a std::complex of them, interleaved.
 template <typename T>
 struct UnfusedKernels {
-    using Product = void (*)(StridedRows<const T> A, StridedRows<const T> B, StridedRows<T> C,
-                             ProductExtents extents);
-
     /// C = A B: each element is the sum over increasing k of A(i, k) B(k, j), from zero.
-    Product multiply;
-    /// C = C - A B: the same terms, each subtracted from the element in turn.
-    Product subtract_product;
+    void (*multiply)(StridedRows<const T> A, StridedRows<const T> B, StridedRows<T> C,
+                     ProductExtents extents);
     /// y = A x: each element is the sum over increasing k of A(i, k) x[k], from zero.
     void (*row_products)(StridedRows<const T> A, const T* x, T* y, Index rows, Index cols);
     /// The rows [begin, end) of the Kronecker product, from `out` on without gaps: element
@@ -70,12 +68,24 @@ struct ConversionKernels {
     void (*round_bfloat16)(const float* from, std::uint16_t* to, Index count);
 };
 
+/// See copy_transposed().
+template <typename Bits>
+struct TransposingKernel {
+    void (*copy_transposed)(const Bits* source, Index source_stride, Bits* target,
+                            Index target_stride, Index rows, Index cols, Bits flipped,
+                            bool past_caches);
+};
+
 /// The kernels of one instruction set.
 struct UnfusedTable : UnfusedKernels<float>,
                       UnfusedKernels<double>,
                       UnfusedKernels<std::complex<float>>,
                       UnfusedKernels<std::complex<double>>,
-                      ConversionKernels {};
+                      ConversionKernels,
+                      TransposingKernel<std::uint16_t>,
+                      TransposingKernel<std::uint32_t>,
+                      TransposingKernel<std::uint64_t>,
+                      TransposingKernel<Bits128> {};
 
 extern const UnfusedTable avx256_unfused_table;
 extern const UnfusedTable avx512_unfused_table;
