@@ -48,25 +48,19 @@ Element plain_product(const Engine& engine, const Data& a, const Data& b, const 
     return sum;
 }
 
-TEST(SimdProductsTest, RealMatmulSumsEachElementInInnerOrder) {
+TEST(SimdProductsTest, MatmulSumsEachElementInInnerOrder) {
     for_each_product([](auto engine, const auto& shape, auto& random, auto values) {
-        const auto [rows, inner, cols] = shape;
-        auto a = real_data(rows * inner, 1, random, values);
-        auto b = real_data(inner * cols, 2, random, values);
-        auto c = real_data(rows * cols, 3, random);
-        engine.matmul(a.input(rows, inner), b.input(inner, cols), c.output(rows, cols));
-        expect_elements(c, [&](auto i) { return plain_product<float>(engine, a, b, shape, i); });
-    });
-}
-
-TEST(SimdProductsTest, SplitMatmulSumsEachElementInInnerOrder) {
-    for_each_product([](auto engine, const auto& shape, auto& random, auto values) {
-        const auto [rows, inner, cols] = shape;
-        auto a = split_data(rows * inner, 1, random, values);
-        auto b = split_data(inner * cols, 2, random, values);
-        auto c = split_data(rows * cols, 3, random);
-        engine.matmul(a.input(rows, inner), b.input(inner, cols), c.output(rows, cols));
-        expect_elements(c, [&](auto i) { return plain_product<Complex>(engine, a, b, shape, i); });
+        const auto expect_product = [&]<typename Element>(Element, auto make) {
+            const auto [rows, inner, cols] = shape;
+            auto a = make(rows * inner, 1, random, values);
+            auto b = make(inner * cols, 2, random, values);
+            auto c = make(rows * cols, 3, random, Values::ordinary);
+            engine.matmul(a.input(rows, inner), b.input(inner, cols), c.output(rows, cols));
+            expect_elements(c,
+                            [&](auto i) { return plain_product<Element>(engine, a, b, shape, i); });
+        };
+        expect_product(float{}, [](auto&&... of) { return real_data(of...); });
+        expect_product(Complex{}, [](auto&&... of) { return split_data(of...); });
     });
 }
 
