@@ -169,7 +169,7 @@ void compare_matvec(const Policy<T>& policy) {
     }
 }
 
-/// The engine's own matrix products, of planes where elements are complex.
+/// The engine's own matrix products, where elements are complex of planes and of pairs.
 void compare_engine(const MachineLimits& limits) {
     const bool fuses = selected_x86_simd() == X86Simd::avx512;
     const std::vector<double> real_targets =
@@ -202,6 +202,19 @@ void compare_engine(const MachineLimits& limits) {
                                    Split{plane(4), plane(5), n, n, row_major});
             }},
             peer_product<std::complex<float>>(n, n));
+        using Pairs = DenseComplexIntlvMatrixView<std::complex<float>>;
+        using PairsInput = DenseComplexIntlvMatrixView<const std::complex<float>>;
+        const auto pairs = [&](std::size_t i) {
+            return reinterpret_cast<std::complex<float>*>(plane(2 * i));
+        };
+        compare({"matmul, engine", "complex64 interleaved", n, 4 * work,
+                 target_of(split_targets, index), limit},
+                {[&] {
+                    SimdEngine::matmul(PairsInput{pairs(0), n, n, row_major},
+                                       PairsInput{pairs(1), n, n, row_major},
+                                       Pairs{pairs(2), n, n, row_major});
+                }},
+                peer_product<std::complex<float>>(n, n));
         ++index;
     }
 }

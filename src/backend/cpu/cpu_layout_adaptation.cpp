@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/cpu_layout_adaptation.h"
 
-#include "backend/cpu/cpu_layout_copy.h"
+#include "backend/cpu/deferred_planes.h"
 #include "tessaline/backend/cpu/adapt_operand_step.h"
 #include "tessaline/backend/cpu/register_cpu.h"
 #include "tessaline/storage/numeric_policy.h"
-#include "tessaline/storage/storage_factory.h"
 
 #include <stdexcept>
 
@@ -27,43 +26,67 @@ DataTypeDescriptor type_of(const BackendOperandKey& key) {
 }
 
 /// A temporary goes where its source was asked to be.
-HostMemoryOptions memory_of(const DataTopologyDescriptor& topology) {
-    return {topology.requested_numa_id(),
-            static_cast<HostMemoryPolicy>(topology.host_allocation_policy())};
+DataTopologyDescriptor unplaced(const DataTopologyDescriptor& source) {
+    HostPlacement placement;
+    placement.requested_numa_id = source.requested_numa_id();
+    placement.host_allocation_policy = source.host_allocation_policy();
+    return DataTopologyDescriptor::pageable_host(placement);
 }
 
-std::unique_ptr<VectorEntity> like(const VectorEntity& source, const BackendOperandKey& target) {
-    const VectorDescriptor& descriptor = source.descriptor();
-    return StorageFactory::host_vector(type_of(target), descriptor.size(), target.complex,
-                                       memory_of(descriptor.topology()));
+VectorDescriptor adapted(const VectorDescriptor& source, const BackendOperandKey& target) {
+    return {source.size(), unplaced(source.topology()), type_of(target), DataVectorFormat::dense,
+            target.complex};
 }
 
-std::unique_ptr<MatrixEntity> like(const MatrixEntity& source, const BackendOperandKey& target) {
-    const MatrixDescriptor& descriptor = source.descriptor();
-    return StorageFactory::host_matrix(type_of(target), descriptor.rows(), descriptor.cols(),
-                                       target.layout.value_or(DataMatrixLayout::row_major),
-                                       target.complex, memory_of(descriptor.topology()));
+MatrixDescriptor adapted(const MatrixDescriptor& source, const BackendOperandKey& target) {
+    return {source.rows(),
+            source.cols(),
+            unplaced(source.topology()),
+            type_of(target),
+            DataMatrixFormat::dense,
+            target.layout.value_or(DataMatrixLayout::row_major),
+            target.complex};
+}
+
+template <typename Entity, typename T>
+std::unique_ptr<BackendProcessStep> make_restoring_step(OperandRole role) {
+    return std::make_unique<RestoreAdaptedStep>(role, [](const OperandBinding& adapted,
+                                                         const OperandBinding& saved) {
+        // What nobody asked for planes was written where it belongs.
+        if (deferred_origin<Entity, T>(adapted) == nullptr) {
+            copy_complex_layout<T>(bound_entity<Entity>(adapted), writable_entity<Entity>(saved));
+        }
+    });
+}
+
+template <typename Entity, typename T>
+std::unique_ptr<BackendProcessStep> make_step(OperandRole role, const BackendOperandKey& target,
+                                              bool copy) {
+    using Owner = std::unique_ptr<Entity>;
+    const bool deferred = target.complex == DataComplexLayout::split;
+    return std::make_unique<AdaptOperandStep<Owner>>(
+        role,
+        [target, copy, deferred](const OperandBinding& source,
+                                 const BackendExecutionBindings&) -> Owner {
+            auto descriptor = adapted(bound_entity<Entity>(source).descriptor(), target);
+            if (deferred) {
+                return std::make_unique<DeferredSplit<Entity, T>>(std::move(descriptor), source,
+                                                                  copy);
+            }
+            return DeferredPlanesDetail::make_storage(descriptor);
+        },
+        [copies = copy && !deferred](const OperandBinding& source, Entity& temporary) {
+            if (copies) {
+                copy_complex_layout<T>(bound_entity<Entity>(source), temporary);
+            }
+        });
 }
 
 template <typename Entity, typename T>
 std::unique_ptr<BackendProcessStep> make_step(OperandRole role, const BackendOperandKey& target,
                                               bool copy, bool restore) {
-    if (restore) {
-        return std::make_unique<RestoreAdaptedStep>(role, [](const OperandBinding& adapted,
-                                                             const OperandBinding& saved) {
-            copy_complex_layout<T>(bound_entity<Entity>(adapted), writable_entity<Entity>(saved));
-        });
-    }
-    return std::make_unique<AdaptOperandStep<std::unique_ptr<Entity>>>(
-        role,
-        [target](const OperandBinding& source, const BackendExecutionBindings&) {
-            return like(bound_entity<Entity>(source), target);
-        },
-        [copy](const OperandBinding& source, Entity& adapted) {
-            if (copy) {
-                copy_complex_layout<T>(bound_entity<Entity>(source), adapted);
-            }
-        });
+    return restore ? make_restoring_step<Entity, T>(role)
+                   : make_step<Entity, T>(role, target, copy);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/cpu_materialiser.h"
 
+#include "backend/cpu/launch_in_either_form.h"
 #include "backend/cpu/simd/x86_simd_engine.h"
 #include "tessaline/backend/cpu/cpu_structured_operand_views.h"
 #include "tessaline/backend/cpu/launch_cpu_kernel_step.h"
@@ -58,14 +59,24 @@ CpuMaterialiser::Step step_of(KernelOf<Binders...> kernel) {
     return launch_cpu_kernel<Binders...>(kernel);
 }
 
+/// A step whose kernel is there for split and for interleaved operands.
+template <typename... Binders>
+CpuMaterialiser::Step step_in_either_form(KernelOf<Binders...> split,
+                                          KernelOf<InterleavedBinder<Binders>...> interleaved) {
+    return std::make_unique<LaunchInEitherFormStep<
+        KernelOf<Binders...>, KernelOf<InterleavedBinder<Binders>...>, Binders...>>(split,
+                                                                                    interleaved);
+}
+
 } // namespace
 
 CpuMaterialiser::Step CpuMaterialiser::sqrt_host_dense_complex_split_float_vect() {
-    return step_of<SplitVector<in0>, SplitVector<out0>>(&SimdEngine::sqrt);
+    return step_in_either_form<SplitVector<in0>, SplitVector<out0>>(&SimdEngine::sqrt,
+                                                                    &SimdEngine::sqrt);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::conj_host_dense_complex_split_float_vect() {
-    return step_of<SplitVector<out0>>(&SimdEngine::conj);
+    return step_in_either_form<SplitVector<out0>>(&SimdEngine::conj, &SimdEngine::conj);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::mul_host_dense_real_float_vect() {
@@ -73,7 +84,8 @@ CpuMaterialiser::Step CpuMaterialiser::mul_host_dense_real_float_vect() {
 }
 
 CpuMaterialiser::Step CpuMaterialiser::mul_host_dense_complex_split_float_vect() {
-    return step_of<SplitVector<in0>, SplitVector<in1>, SplitVector<out0>>(&SimdEngine::mul);
+    return step_in_either_form<SplitVector<in0>, SplitVector<in1>, SplitVector<out0>>(
+        &SimdEngine::mul, &SimdEngine::mul);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::add_host_dense_real_float_vect() {
@@ -86,7 +98,8 @@ CpuMaterialiser::Step CpuMaterialiser::add_host_dense_real_float16_vect() {
 }
 
 CpuMaterialiser::Step CpuMaterialiser::add_host_dense_complex_split_float_vect() {
-    return step_of<SplitVector<in0>, SplitVector<in1>, SplitVector<out0>>(&SimdEngine::add);
+    return step_in_either_form<SplitVector<in0>, SplitVector<in1>, SplitVector<out0>>(
+        &SimdEngine::add, &SimdEngine::add);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::sub_host_dense_real_float_vect() {
@@ -94,7 +107,8 @@ CpuMaterialiser::Step CpuMaterialiser::sub_host_dense_real_float_vect() {
 }
 
 CpuMaterialiser::Step CpuMaterialiser::sub_host_dense_complex_split_float_vect() {
-    return step_of<SplitVector<in0>, SplitVector<in1>, SplitVector<out0>>(&SimdEngine::sub);
+    return step_in_either_form<SplitVector<in0>, SplitVector<in1>, SplitVector<out0>>(
+        &SimdEngine::sub, &SimdEngine::sub);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::sum_host_dense_real_float_vect() {
@@ -102,7 +116,8 @@ CpuMaterialiser::Step CpuMaterialiser::sum_host_dense_real_float_vect() {
 }
 
 CpuMaterialiser::Step CpuMaterialiser::sum_host_dense_complex_split_float_vect() {
-    return step_of<SplitVector<in0>, ComplexScalar<out0>>(&SimdEngine::sum);
+    return step_in_either_form<SplitVector<in0>, ComplexScalar<out0>>(&SimdEngine::sum,
+                                                                      &SimdEngine::sum);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::scale_host_dense_real_kv_float_vect() {
@@ -110,19 +125,23 @@ CpuMaterialiser::Step CpuMaterialiser::scale_host_dense_real_kv_float_vect() {
 }
 
 CpuMaterialiser::Step CpuMaterialiser::scale_host_dense_complex_split_kp_float_vect() {
-    return step_of<SplitVector<in0>, ComplexScalar<in1>, SplitVector<out0>>(&SimdEngine::scale);
+    return step_in_either_form<SplitVector<in0>, ComplexScalar<in1>, SplitVector<out0>>(
+        &SimdEngine::scale, &SimdEngine::scale);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::divide_host_dense_complex_split_float_vect() {
-    return step_of<SplitVector<in0>, ComplexScalar<in1>, SplitVector<out0>>(&SimdEngine::divide);
+    return step_in_either_form<SplitVector<in0>, ComplexScalar<in1>, SplitVector<out0>>(
+        &SimdEngine::divide, &SimdEngine::divide);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::transpose_host_dense_complex_split_float() {
-    return step_of<SplitMatrix<in0>, SplitMatrix<out0>>(&SimdEngine::transpose);
+    return step_in_either_form<SplitMatrix<in0>, SplitMatrix<out0>>(&SimdEngine::transpose,
+                                                                    &SimdEngine::transpose);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::matmul_host_dense_complex_split_float_rowmaj() {
-    return step_of<SplitMatrix<in0>, SplitMatrix<in1>, SplitMatrix<out0>>(&SimdEngine::matmul);
+    return step_in_either_form<SplitMatrix<in0>, SplitMatrix<in1>, SplitMatrix<out0>>(
+        &SimdEngine::matmul, &SimdEngine::matmul);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::matmul_host_dense_real_float_rowmaj() {
@@ -130,24 +149,28 @@ CpuMaterialiser::Step CpuMaterialiser::matmul_host_dense_real_float_rowmaj() {
 }
 
 CpuMaterialiser::Step CpuMaterialiser::matvec_host_dense_complex_split_float_rowmaj() {
-    return step_of<SplitMatrix<in0>, SplitVector<in1>, SplitVector<out0>>(&SimdEngine::matvec);
+    return step_in_either_form<SplitMatrix<in0>, SplitVector<in1>, SplitVector<out0>>(
+        &SimdEngine::matvec, &SimdEngine::matvec);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::adjoint_host_dense_complex_split_float() {
-    return step_of<SplitMatrix<in0>, SplitMatrix<out0>>(&SimdEngine::adjoint);
+    return step_in_either_form<SplitMatrix<in0>, SplitMatrix<out0>>(&SimdEngine::adjoint,
+                                                                    &SimdEngine::adjoint);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::kroneckerprod_host_dense_complex_split_float_rowmaj() {
-    return step_of<SplitMatrix<in0>, SplitMatrix<in1>, SplitMatrix<out0>>(
-        &SimdEngine::kroneckerprod);
+    return step_in_either_form<SplitMatrix<in0>, SplitMatrix<in1>, SplitMatrix<out0>>(
+        &SimdEngine::kroneckerprod, &SimdEngine::kroneckerprod);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::innerprod_host_dense_complex_split_float_vect() {
-    return step_of<SplitVector<in0>, SplitVector<in1>, ComplexScalar<out0>>(&SimdEngine::innerprod);
+    return step_in_either_form<SplitVector<in0>, SplitVector<in1>, ComplexScalar<out0>>(
+        &SimdEngine::innerprod, &SimdEngine::innerprod);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::outerprod_host_dense_complex_split_float_vect() {
-    return step_of<SplitVector<in0>, SplitVector<in1>, SplitMatrix<out0>>(&SimdEngine::outerprod);
+    return step_in_either_form<SplitVector<in0>, SplitVector<in1>, SplitMatrix<out0>>(
+        &SimdEngine::outerprod, &SimdEngine::outerprod);
 }
 
 CpuMaterialiser::Step
@@ -171,7 +194,8 @@ CpuMaterialiser::Step CpuMaterialiser::trace_host_dense_complex_split_float() {
 }
 
 CpuMaterialiser::Step CpuMaterialiser::norm_host_dense_complex_split_float() {
-    return step_of<SplitVector<in0>, ComplexScalar<out0>>(&SimdEngine::norm);
+    return step_in_either_form<SplitVector<in0>, ComplexScalar<out0>>(&SimdEngine::norm,
+                                                                      &SimdEngine::norm);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::eigen_host_dense_complex_interleaved_cf32_colmaj() {
@@ -206,8 +230,8 @@ CpuMaterialiser::Step CpuMaterialiser::identity_host_complex_split_float_rowmaj(
 }
 
 CpuMaterialiser::Step CpuMaterialiser::vector_equal_host_complex_split_float() {
-    return step_of<SplitVector<in0>, SplitVector<in1>, RealScalar<out0, int>>(
-        &SimdEngine::vector_equal);
+    return step_in_either_form<SplitVector<in0>, SplitVector<in1>, RealScalar<out0, int>>(
+        &SimdEngine::vector_equal, &SimdEngine::vector_equal);
 }
 
 } // namespace Tessaline

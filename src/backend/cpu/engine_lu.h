@@ -61,18 +61,14 @@ template <typename Set>
 static void substitute(const std::complex<float>* elements, ComplexFloat* b, std::uint64_t order) {
     SimdKernels::ComplexTriangle<Set>::substitute_forward(
         elements, order, reinterpret_cast<std::complex<float>*>(b), order);
-    const ComplexFloat* const factors = built_in(elements);
-    for (std::uint64_t row = order; row-- > 0;) {
-        ComplexFloat value = b[row];
-        for (std::uint64_t column = row + 1; column < order; ++column) {
-            value -= SimdKernels::recovering_product<Set>(factors[column * order + row], b[column]);
-        }
-        const ComplexFloat diagonal = factors[row * order + row];
-        if (is_zero(diagonal)) {
-            LuFailures::singular(row);
-        }
-        b[row] = value / diagonal;
-    }
+    SimdKernels::BackwardSubstitution<SimdKernels::ComplexRows<Set>>::solve(
+        {elements, order, order}, reinterpret_cast<std::complex<float>*>(b),
+        [](ComplexFloat value, ComplexFloat diagonal, std::uint64_t row) {
+            if (is_zero(diagonal)) {
+                LuFailures::singular(row);
+            }
+            return value / diagonal;
+        });
 }
 
 /// Solves A x = b from the factors of A, x in the place of b. Raises std::invalid_argument for a

@@ -40,11 +40,15 @@ TEST(SimdElementwiseTest, RealOperationsRoundOnce) {
     });
 }
 
-TEST(SimdElementwiseTest, ComplexOperationsFollowTheEnginesArithmetic) {
+template <typename>
+class SimdComplexElementwiseTest : public ::testing::Test {};
+TYPED_TEST_SUITE(SimdComplexElementwiseTest, Forms);
+
+TYPED_TEST(SimdComplexElementwiseTest, OperationsFollowTheEnginesArithmetic) {
     for_each_case([](auto engine, auto size, auto offset, auto& random, auto values) {
-        auto a = split_data(size, offset, random, values);
-        auto b = split_data(size, offset + 1, random, values);
-        auto out = split_data(size, offset + 2);
+        auto a = TypeParam::make(size, offset, random, values);
+        auto b = TypeParam::make(size, offset + 1, random, values);
+        auto out = TypeParam::make(size, offset + 2);
         engine.add(a.input(), b.input(), out.output());
         expect_elements(out, [&](auto i) {
             return Complex(a[i].real() + b[i].real(), a[i].imag() + b[i].imag());
@@ -63,10 +67,10 @@ TEST(SimdElementwiseTest, ComplexOperationsFollowTheEnginesArithmetic) {
     });
 }
 
-TEST(SimdElementwiseTest, DivisionMultipliesByTheUnscaledInverse) {
+TYPED_TEST(SimdComplexElementwiseTest, DivisionMultipliesByTheUnscaledInverse) {
     for_each_case([](auto engine, auto size, auto offset, auto& random, auto values) {
-        auto a = split_data(size, offset, random, values);
-        auto out = split_data(size, offset + 2);
+        auto a = TypeParam::make(size, offset, random, values);
+        auto out = TypeParam::make(size, offset + 2);
         const float re = random_float(random, values);
         const float im = random_float(random, values);
         const ComplexScalarView<const float> scalar{&re, &im};
@@ -79,18 +83,18 @@ TEST(SimdElementwiseTest, DivisionMultipliesByTheUnscaledInverse) {
     });
 }
 
-TEST(SimdElementwiseTest, AResultMayLieWhereAnOperandDoes) {
+TYPED_TEST(SimdComplexElementwiseTest, AResultMayLieWhereAnOperandDoes) {
     for_each_engine([](auto engine) {
         CounterRandom random(5);
-        const auto a = split_data(67, 1, random);
-        auto b = split_data(67, 1, random);
+        const auto a = TypeParam::make(67, 1, random);
+        auto b = TypeParam::make(67, 1, random);
         auto out = a;
         engine.mul(out.input(), b.input(), out.output());
         expect_elements(out, [&](auto i) { return engine.plain.product(a[i], b[i]); });
         // The factor itself is overwritten on the way.
         out = a;
         engine.scale(out.input(),
-                     ComplexScalarView<const float>{out.real.data() + 20, out.imag.data() + 20},
+                     ComplexScalarView<const float>{&out.part(20, false), &out.part(20, true)},
                      out.output());
         expect_elements(out, [&](auto i) { return engine.plain.product(a[i], a[20]); });
     });

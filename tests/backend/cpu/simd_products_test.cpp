@@ -48,29 +48,38 @@ Element plain_product(const Engine& engine, const Data& a, const Data& b, const 
     return sum;
 }
 
-TEST(SimdProductsTest, MatmulSumsEachElementInInnerOrder) {
-    for_each_product([](auto engine, const auto& shape, auto& random, auto values) {
-        const auto expect_product = [&]<typename Element>(Element, auto make) {
-            const auto [rows, inner, cols] = shape;
-            auto a = make(rows * inner, 1, random, values);
-            auto b = make(inner * cols, 2, random, values);
-            auto c = make(rows * cols, 3, random, Values::ordinary);
-            engine.matmul(a.input(rows, inner), b.input(inner, cols), c.output(rows, cols));
-            expect_elements(c,
-                            [&](auto i) { return plain_product<Element>(engine, a, b, shape, i); });
-        };
-        expect_product(float{}, [](auto&&... of) { return real_data(of...); });
-        expect_product(Complex{}, [](auto&&... of) { return split_data(of...); });
+/// `make` makes the operands, of the form that is tested.
+template <typename Element, typename Make>
+void expect_ordered_products(const Make& make) {
+    for_each_product([&](auto engine, const auto& shape, auto& random, auto values) {
+        const auto [rows, inner, cols] = shape;
+        auto a = make(rows * inner, 1, random, values);
+        auto b = make(inner * cols, 2, random, values);
+        auto c = make(rows * cols, 3, random, Values::ordinary);
+        engine.matmul(a.input(rows, inner), b.input(inner, cols), c.output(rows, cols));
+        expect_elements(c, [&](auto i) { return plain_product<Element>(engine, a, b, shape, i); });
     });
 }
 
-TEST(SimdProductsTest, MatvecSumsEachRowInOrder) {
+TEST(SimdProductsTest, RealMatmulSumsEachElementInInnerOrder) {
+    expect_ordered_products<float>([](auto&&... of) { return real_data(of...); });
+}
+
+template <typename>
+class SimdComplexProductsTest : public ::testing::Test {};
+TYPED_TEST_SUITE(SimdComplexProductsTest, Forms);
+
+TYPED_TEST(SimdComplexProductsTest, MatmulSumsEachElementInInnerOrder) {
+    expect_ordered_products<Complex>([](auto&&... of) { return TypeParam::make(of...); });
+}
+
+TYPED_TEST(SimdComplexProductsTest, MatvecSumsEachRowInOrder) {
     for_each_product([](auto engine, const auto& shape, auto& random, auto values) {
         const std::uint64_t rows = shape.rows;
         const std::uint64_t cols = shape.inner;
-        auto a = split_data(rows * cols, 1, random, values);
-        auto x = split_data(cols, 2, random, values);
-        auto out = split_data(rows, 3, random);
+        auto a = TypeParam::make(rows * cols, 1, random, values);
+        auto x = TypeParam::make(cols, 2, random, values);
+        auto out = TypeParam::make(rows, 3, random);
         engine.matvec(a.input(rows, cols), x.input(), out.output());
         expect_elements(out, [&](auto i) {
             Complex sum;
@@ -82,7 +91,7 @@ TEST(SimdProductsTest, MatvecSumsEachRowInOrder) {
     });
 }
 
-TEST(SimdProductsTest, KroneckerAndOuterProductsMultiplyTheFirstOperandFirst) {
+TYPED_TEST(SimdComplexProductsTest, KroneckerAndOuterProductsMultiplyTheFirstOperandFirst) {
     for_each_product([](auto engine, const auto& shape, auto& random, auto values) {
         const auto [r1, c1, c2] = shape;
         if (r1 * c1 * c2 > 3000) {
@@ -90,16 +99,16 @@ TEST(SimdProductsTest, KroneckerAndOuterProductsMultiplyTheFirstOperandFirst) {
         }
         const std::uint64_t r2 = 3;
         const std::uint64_t cols = c1 * c2;
-        auto a = split_data(r1 * c1, 1, random, values);
-        auto b = split_data(r2 * c2, 2, random, values);
-        auto out = split_data(r1 * r2 * cols);
+        auto a = TypeParam::make(r1 * c1, 1, random, values);
+        auto b = TypeParam::make(r2 * c2, 2, random, values);
+        auto out = TypeParam::make(r1 * r2 * cols);
         engine.kroneckerprod(a.input(r1, c1), b.input(r2, c2), out.output(r1 * r2, cols));
         expect_elements(out, [&](auto element) {
             const std::uint64_t i = element / cols;
             const std::uint64_t j = element % cols;
             return engine.plain.product(a[i / r2 * c1 + j / c2], b[i % r2 * c2 + j % c2]);
         });
-        auto outer = split_data(r1 * c1 * r2 * c2);
+        auto outer = TypeParam::make(r1 * c1 * r2 * c2);
         engine.outerprod(a.input(), b.input(), outer.output(r1 * c1, r2 * c2));
         expect_elements(outer, [&](auto element) {
             return engine.plain.product(a[element / (r2 * c2)], b[element % (r2 * c2)]);
@@ -107,13 +116,13 @@ TEST(SimdProductsTest, KroneckerAndOuterProductsMultiplyTheFirstOperandFirst) {
     });
 }
 
-TEST(SimdProductsTest, InnerProductSumsItsTermsByLanes) {
+TYPED_TEST(SimdComplexProductsTest, InnerProductSumsItsTermsByLanes) {
     for_each_engine([](auto engine) {
         for (const std::uint64_t size : awkward_sizes) {
             for (const Values values : {Values::ordinary, Values::special}) {
                 CounterRandom random(size);
-                auto a = split_data(size, 1, random, values);
-                auto b = split_data(size, 2, random, values);
+                auto a = TypeParam::make(size, 1, random, values);
+                auto b = TypeParam::make(size, 2, random, values);
                 std::vector<Complex> terms;
                 for (std::uint64_t i = 0; i < size; ++i) {
                     terms.push_back(engine.plain.conjugate_product(a[i], b[i]));

@@ -26,21 +26,27 @@ int truth_of(const Call& call) {
     return value;
 }
 
-TEST(SimdReductionsTest, SumsGoByLanesAndThenInOrder) {
+template <typename>
+class SimdComplexReductionsTest : public ::testing::Test {};
+TYPED_TEST_SUITE(SimdComplexReductionsTest, Forms);
+
+TYPED_TEST(SimdComplexReductionsTest, SumsGoByLanesAndThenInOrder) {
     for_each_engine([](auto engine) {
         for (const std::uint64_t size : awkward_sizes) {
             for (const Values values : {Values::ordinary, Values::special}) {
                 SCOPED_TRACE(size);
                 CounterRandom random(size);
-                auto a = split_data(size, 1, random, values);
+                auto a = TypeParam::make(size, 1, random, values);
                 std::vector<Complex> elements;
+                std::vector<float> reals;
                 for (std::uint64_t i = 0; i < size; ++i) {
                     elements.push_back(a[i]);
+                    reals.push_back(a[i].real());
                 }
                 const auto expected = engine.plain.lane_sum(elements, engine.plain.lanes);
                 expect_scalar(scalar_of([&](auto out) { engine.sum(a.input(), out); }), expected);
                 float real = 0;
-                engine.sum(DenseRealVectorView<const float>{a.real.data(), size},
+                engine.sum(DenseRealVectorView<const float>{reals.data(), size},
                            RealScalarView<float>{&real});
                 expect_scalar(real, expected.real());
             }
@@ -75,11 +81,11 @@ TEST(SimdReductionsTest, TracesGoByEightLanesOnEitherEngine) {
     });
 }
 
-TEST(SimdReductionsTest, NormsAddUnscaledSquaresInOrder) {
+TYPED_TEST(SimdComplexReductionsTest, NormsAddUnscaledSquaresInOrder) {
     for_each_engine([](auto engine) {
         for (const std::uint64_t size : awkward_sizes) {
             CounterRandom random(size);
-            auto a = split_data(size, 1, random);
+            auto a = TypeParam::make(size, 1, random);
             float sum = 0;
             for (std::uint64_t i = 0; i < size; ++i) {
                 sum += a[i].real() * a[i].real() + a[i].imag() * a[i].imag();
@@ -87,16 +93,16 @@ TEST(SimdReductionsTest, NormsAddUnscaledSquaresInOrder) {
             expect_scalar(scalar_of([&](auto out) { engine.norm(a.input(), out); }),
                           {std::sqrt(sum), 0});
         }
-        auto large = split_data(2);
-        std::fill_n(large.real.data(), 2, 1e30F);
-        std::fill_n(large.imag.data(), 2, 0.0F);
-        expect_scalar(scalar_of([&](auto out) { engine.norm(large.input(), out); }), {infinity, 0});
-        std::fill_n(large.real.data(), 2, 1e-30F);
-        expect_scalar(scalar_of([&](auto out) { engine.norm(large.input(), out); }), {0, 0});
+        for (const auto& [part, norm] : {std::pair(1e30F, infinity), {1e-30F, 0.0F}}) {
+            auto extreme = TypeParam::make(1);
+            extreme.part(0, false) = extreme.part(0, true) = part;
+            expect_scalar(scalar_of([&](auto out) { engine.norm(extreme.input(), out); }),
+                          {norm, 0});
+        }
     });
 }
 
-TEST(SimdReductionsTest, VectorsAreEqualWithinTolerances) {
+TYPED_TEST(SimdComplexReductionsTest, VectorsAreEqualWithinTolerances) {
     struct Case {
         float a, b;
         int equal;
@@ -124,12 +130,12 @@ TEST(SimdReductionsTest, VectorsAreEqualWithinTolerances) {
             // The difference in the first, a middle and the last element, in either plane.
             for (const std::uint64_t place : {0, 1500, 2049}) {
                 CounterRandom random(3);
-                const auto a = split_data(2050, 1, random);
+                const auto a = TypeParam::make(2050, 1, random);
                 for (const bool imaginary : {false, true}) {
                     auto left = a;
                     auto right = a;
-                    (imaginary ? left.imag : left.real).data()[place] = one.a;
-                    (imaginary ? right.imag : right.real).data()[place] = one.b;
+                    left.part(place, imaginary) = one.a;
+                    right.part(place, imaginary) = one.b;
                     EXPECT_EQ(truth_of([&](auto out) {
                                   engine.vector_equal(left.input(), right.input(), out);
                               }),
@@ -137,9 +143,9 @@ TEST(SimdReductionsTest, VectorsAreEqualWithinTolerances) {
                 }
             }
         }
-        auto empty = split_data(0);
-        auto one = split_data(1);
-        const auto equal = [&](SplitData& a, SplitData& b) {
+        auto empty = TypeParam::make(0);
+        auto one = TypeParam::make(1);
+        const auto equal = [&](auto& a, auto& b) {
             return truth_of([&](auto out) { engine.vector_equal(a.input(), b.input(), out); });
         };
         EXPECT_EQ(equal(empty, empty), 1);

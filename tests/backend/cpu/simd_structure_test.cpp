@@ -45,6 +45,14 @@ TEST(SimdStructureTest, TransposesServeEveryPairOfLayouts) {
                     expect_elements(out, [&](auto i) { return std::conj(element(i)); });
                 }
             }
+            CounterRandom random(rows + cols);
+            auto a = InterleavedForm::make(rows * cols, 1, random, Values::special);
+            auto out = InterleavedForm::make(rows * cols, 2);
+            const auto element = [&](std::uint64_t i) { return a[i % rows * cols + i / rows]; };
+            engine.transpose(a.input(rows, cols), out.output(cols, rows));
+            expect_elements(out, element);
+            engine.adjoint(a.input(rows, cols), out.output(cols, rows));
+            expect_elements(out, [&](auto i) { return std::conj(element(i)); });
         }
     });
 }

@@ -133,7 +133,8 @@ class Plane {
         : memory_(2 * margin + offset + size, guard),
           begin_(margin + offset),
           size_(size) {}
-    Plane(std::uint64_t size, std::size_t offset, CounterRandom& random, Values values)
+    Plane(std::uint64_t size, std::size_t offset, CounterRandom& random,
+          Values values = Values::ordinary)
         : Plane(size, offset) {
         for (std::uint64_t i = 0; i < size; ++i) {
             data()[i] = random_float(random, values);
@@ -198,6 +199,24 @@ struct SplitData {
            DataMatrixLayout layout = DataMatrixLayout::row_major) {
         return {real.data(), imag.data(), rows, cols, layout};
     }
+    float& part(std::uint64_t i, bool imaginary) { return (imaginary ? imag : real).data()[i]; }
+};
+
+/// The same with the parts of each element side by side, in row-major order.
+struct InterleavedData {
+    Plane parts;
+
+    Complex operator[](std::uint64_t i) const { return {parts[2 * i], parts[2 * i + 1]}; }
+    Complex* data() { return reinterpret_cast<Complex*>(parts.data()); }
+    DenseComplexIntlvVectorView<const Complex> input() { return {data(), parts.size() / 2}; }
+    DenseComplexIntlvVectorView<Complex> output() { return {data(), parts.size() / 2}; }
+    DenseComplexIntlvMatrixView<const Complex> input(std::uint64_t rows, std::uint64_t cols) {
+        return {data(), rows, cols, DataMatrixLayout::row_major};
+    }
+    DenseComplexIntlvMatrixView<Complex> output(std::uint64_t rows, std::uint64_t cols) {
+        return {data(), rows, cols, DataMatrixLayout::row_major};
+    }
+    float& part(std::uint64_t i, bool imaginary) { return parts.data()[2 * i + imaginary]; }
 };
 
 inline RealData real_data(std::uint64_t size, std::size_t offset = 0) {
@@ -215,6 +234,17 @@ inline SplitData split_data(std::uint64_t size, std::size_t offset, CounterRando
                             Values values = Values::ordinary) {
     return {Plane(size, offset, random, values), Plane(size, offset + 1, random, values)};
 }
+
+/// The forms of complex operands, for tests that hold in both.
+struct SplitForm {
+    static SplitData make(auto&&... what) { return split_data(what...); }
+};
+struct InterleavedForm {
+    static InterleavedData make(std::uint64_t size, std::size_t offset = 0, auto&&... contents) {
+        return {Plane(2 * size, offset, contents...)};
+    }
+};
+using Forms = ::testing::Types<SplitForm, InterleavedForm>;
 
 /// Equal bits, but that every NaN is like any other: the sign and payload of a NaN that an
 /// operation makes of two others depend on the order of its operands, which addition and
@@ -253,6 +283,15 @@ void expect_elements(const SplitData& found, const Expected& expected) {
         found.real, [&](std::uint64_t i) { return expected(i).real(); }, "real part");
     expect_elements(
         found.imag, [&](std::uint64_t i) { return expected(i).imag(); }, "imaginary part");
+}
+template <typename Expected>
+void expect_elements(const InterleavedData& found, const Expected& expected) {
+    expect_elements(
+        found.parts,
+        [&](std::uint64_t i) {
+            return i % 2 == 0 ? expected(i / 2).real() : expected(i / 2).imag();
+        },
+        "part");
 }
 
 inline void expect_scalar(Complex found, Complex expected) {

@@ -95,6 +95,8 @@ struct SplitPlanes {
     Component* imag;
     operator SplitPlanes<const Component>() const { return {real, imag}; }
 };
+template <typename Component>
+SplitPlanes(Component*, Component*) -> SplitPlanes<Component>;
 
 /// Packed panels of complex elements, as two planes.
 template <typename InstructionSet>
@@ -171,7 +173,8 @@ struct InterleavedElements : PackedPlanes<InstructionSet> {
     using Input = const Component*;
     using Output = Component*;
     static constexpr Packing packing = Packing::always;
-    static constexpr bool recovers_infinities = true;
+    /// Those kernels recover infinities that keep one NaN; the engine's do neither.
+    static constexpr bool recovers_infinities = Set::keeps_one_nan;
     static constexpr Index lanes_in_half = Set::lanes / 2; ///< elements of one vector in memory
 
     struct Part {

@@ -3,7 +3,7 @@
 
 // Kernels that treat each element alone; see simd_kernels.h for what each computes.
 
-#include "backend/cpu/simd/simd_arithmetic.h"
+#include "backend/cpu/simd/simd_forms.h"
 
 namespace Tessaline::SimdKernels {
 
@@ -42,20 +42,32 @@ struct Elementwise {
             store<Set>(out.data + i, Set::negated(load<Set>(a.data + i, lanes)), lanes);
         });
     }
+};
 
-    static void multiply_split(SplitInput a, SplitInput b, SplitOutput out) {
-        for_vectors<Set>(out.size, [=](std::size_t i, auto lanes) {
-            store_complex<Set>(
-                out, i,
-                product<Set>(load_complex<Set>(a, i, lanes), load_complex<Set>(b, i, lanes)),
-                lanes);
+template <typename Elements>
+class ComplexElementwise {
+    using Set = typename Elements::Set;
+    using Input = typename Elements::Form::VectorInput;
+    using Output = typename Elements::Form::VectorOutput;
+
+  public:
+    static void multiply(Input a, Input b, Output out) {
+        const auto of_a = Elements::of(a);
+        const auto of_b = Elements::of(b);
+        const auto to = Elements::of(out);
+        for_element_vectors<Elements>(out.size, [=](Index i, auto part) {
+            Elements::store(
+                to, i, product<Set>(Elements::load(of_a, i, part), Elements::load(of_b, i, part)),
+                part);
         });
     }
 
-    static void scale_split(SplitInput a, ComplexScalarView<const float> factor, SplitOutput out) {
+    static void scale(Input a, ComplexScalarView<const float> factor, Output out) {
         const auto b = broadcast_complex<Set>(*factor.real, *factor.imag);
-        for_vectors<Set>(out.size, [=](std::size_t i, auto lanes) {
-            store_complex<Set>(out, i, product<Set>(load_complex<Set>(a, i, lanes), b), lanes);
+        const auto of_a = Elements::of(a);
+        const auto to = Elements::of(out);
+        for_element_vectors<Elements>(out.size, [=](Index i, auto part) {
+            Elements::store(to, i, product<Set>(Elements::load(of_a, i, part), b), part);
         });
     }
 };

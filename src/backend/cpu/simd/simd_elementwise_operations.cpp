@@ -2,6 +2,7 @@
 #include "backend/cpu/cpu_chunks.h"
 #include "backend/cpu/floating_conversions.h"
 #include "backend/cpu/simd/simd_operations.h"
+#include "backend/cpu/transposed_copy.h"
 
 #include <algorithm>
 
@@ -19,12 +20,25 @@ DenseComplexSplitVectorView<T> part(DenseComplexSplitVectorView<T> whole, Index 
 }
 
 template <typename T>
+DenseComplexIntlvVectorView<T> part(DenseComplexIntlvVectorView<T> whole, Index begin, Index end) {
+    return {whole.data + begin, end - begin};
+}
+
+template <typename T>
 DenseRealVectorView<T> real_plane(DenseComplexSplitVectorView<T> vector) {
     return {vector.real, vector.size};
 }
 template <typename T>
 DenseRealVectorView<T> imag_plane(DenseComplexSplitVectorView<T> vector) {
     return {vector.imag, vector.size};
+}
+
+/// Real and imaginary parts in turn.
+RealInput parts_of(InterleavedInput vector) {
+    return {reinterpret_cast<const float*>(vector.data), 2 * vector.size};
+}
+RealOutput parts_of(InterleavedOutput vector) {
+    return {reinterpret_cast<float*>(vector.data), 2 * vector.size};
 }
 
 template <typename Body>
@@ -40,15 +54,44 @@ void apply(void (*kernel)(Input, Input, Output), Input a, Input b, Output out) {
     });
 }
 
-/// Calls a real kernel of two inputs on both planes.
-void apply_to_planes(void (*kernel)(RealInput, RealInput, RealOutput), SplitInput a, SplitInput b,
-                     SplitOutput out) {
+/// Calls a real kernel of two inputs on both parts of complex ones.
+void apply_to_parts(void (*kernel)(RealInput, RealInput, RealOutput), SplitInput a, SplitInput b,
+                    SplitOutput out) {
     for_elements(out.size, [=](Index begin, Index end) {
         kernel(part(real_plane(a), begin, end), part(real_plane(b), begin, end),
                part(real_plane(out), begin, end));
         kernel(part(imag_plane(a), begin, end), part(imag_plane(b), begin, end),
                part(imag_plane(out), begin, end));
     });
+}
+void apply_to_parts(void (*kernel)(RealInput, RealInput, RealOutput), InterleavedInput a,
+                    InterleavedInput b, InterleavedOutput out) {
+    for_elements(out.size, [=](Index begin, Index end) {
+        kernel(parts_of(part(a, begin, end)), parts_of(part(b, begin, end)),
+               parts_of(part(out, begin, end)));
+    });
+}
+
+template <typename Form>
+void scale_by_kernel(const ComplexKernels<Form>& kernels, typename Form::VectorInput a,
+                     ComplexScalarView<const float> factor, typename Form::VectorOutput out) {
+    // Read once, lest a chunk overwrite a factor that is an element of the result.
+    const float real = *factor.real;
+    const float imag = *factor.imag;
+    for_elements(out.size, [&](Index begin, Index end) {
+        kernels.scale(part(a, begin, end), {&real, &imag}, part(out, begin, end));
+    });
+}
+
+template <typename Form>
+void divide_by_kernel(const ComplexKernels<Form>& kernels, typename Form::VectorInput a,
+                      ComplexScalarView<const float> divisor, typename Form::VectorOutput out) {
+    const float real = *divisor.real;
+    const float imag = *divisor.imag;
+    const float squared = real * real + imag * imag;
+    const float inverse_real = real / squared;
+    const float inverse_imag = -imag / squared;
+    scale_by_kernel(kernels, a, {&inverse_real, &inverse_imag}, out);
 }
 
 } // namespace
@@ -63,10 +106,26 @@ void sqrt(const Table&, SplitInput a, SplitOutput out) {
     });
 }
 
+void sqrt(const Table&, InterleavedInput a, InterleavedOutput out) {
+    for_elements(out.size, [=](Index begin, Index end) {
+        for (Index i = begin; i < end; ++i) {
+            out.data[i] = std::sqrt(a.data[i]);
+        }
+    });
+}
+
 void conj(const Table& kernels, SplitOutput a) {
     for_elements(a.size, [&](Index begin, Index end) {
         const RealOutput imag = part(imag_plane(a), begin, end);
         kernels.negate({imag.data, imag.size}, imag);
+    });
+}
+
+void conj(const Table&, InterleavedOutput a) {
+    constexpr std::uint64_t imaginary_sign = std::uint64_t{1} << 63U;
+    auto* const bits = reinterpret_cast<std::uint64_t*>(a.data);
+    for_elements(a.size, [=](Index begin, Index end) {
+        copy_flipped(bits + begin, bits + begin, end - begin, imaginary_sign);
     });
 }
 
@@ -96,7 +155,11 @@ void add(const Table& kernels, Float16Input a, Float16Input b, Float16Output out
 }
 
 void add(const Table& kernels, SplitInput a, SplitInput b, SplitOutput out) {
-    apply_to_planes(kernels.add, a, b, out);
+    apply_to_parts(kernels.add, a, b, out);
+}
+
+void add(const Table& kernels, InterleavedInput a, InterleavedInput b, InterleavedOutput out) {
+    apply_to_parts(kernels.add, a, b, out);
 }
 
 void sub(const Table& kernels, RealInput a, RealInput b, RealOutput out) {
@@ -104,7 +167,11 @@ void sub(const Table& kernels, RealInput a, RealInput b, RealOutput out) {
 }
 
 void sub(const Table& kernels, SplitInput a, SplitInput b, SplitOutput out) {
-    apply_to_planes(kernels.subtract, a, b, out);
+    apply_to_parts(kernels.subtract, a, b, out);
+}
+
+void sub(const Table& kernels, InterleavedInput a, InterleavedInput b, InterleavedOutput out) {
+    apply_to_parts(kernels.subtract, a, b, out);
 }
 
 void mul(const Table& kernels, RealInput a, RealInput b, RealOutput out) {
@@ -112,7 +179,11 @@ void mul(const Table& kernels, RealInput a, RealInput b, RealOutput out) {
 }
 
 void mul(const Table& kernels, SplitInput a, SplitInput b, SplitOutput out) {
-    apply(kernels.multiply_split, a, b, out);
+    apply(kernels.split.multiply, a, b, out);
+}
+
+void mul(const Table& kernels, InterleavedInput a, InterleavedInput b, InterleavedOutput out) {
+    apply(kernels.interleaved.multiply, a, b, out);
 }
 
 void scale(const Table& kernels, RealInput a, RealScalarView<const float> factor, RealOutput out) {
@@ -124,22 +195,22 @@ void scale(const Table& kernels, RealInput a, RealScalarView<const float> factor
 
 void scale(const Table& kernels, SplitInput a, ComplexScalarView<const float> factor,
            SplitOutput out) {
-    // Read once, lest a chunk overwrite a factor that is an element of the result.
-    const float real = *factor.real;
-    const float imag = *factor.imag;
-    for_elements(out.size, [&](Index begin, Index end) {
-        kernels.scale_split(part(a, begin, end), {&real, &imag}, part(out, begin, end));
-    });
+    scale_by_kernel(kernels.split, a, factor, out);
+}
+
+void scale(const Table& kernels, InterleavedInput a, ComplexScalarView<const float> factor,
+           InterleavedOutput out) {
+    scale_by_kernel(kernels.interleaved, a, factor, out);
 }
 
 void divide(const Table& kernels, SplitInput a, ComplexScalarView<const float> divisor,
             SplitOutput out) {
-    const float real = *divisor.real;
-    const float imag = *divisor.imag;
-    const float squared = real * real + imag * imag;
-    const float inverse_real = real / squared;
-    const float inverse_imag = -imag / squared;
-    scale(kernels, a, {&inverse_real, &inverse_imag}, out);
+    divide_by_kernel(kernels.split, a, divisor, out);
+}
+
+void divide(const Table& kernels, InterleavedInput a, ComplexScalarView<const float> divisor,
+            InterleavedOutput out) {
+    divide_by_kernel(kernels.interleaved, a, divisor, out);
 }
 
 } // namespace Tessaline::SimdOperations

@@ -4,6 +4,7 @@
 // Elimination of a few columns. Each step is one pass along them: it divides the pivot column,
 // updates the columns right of it, and finds the pivot of the next.
 
+#include "backend/cpu/simd/simd_backward_substitution.h"
 #include "backend/cpu/simd/simd_complex_elimination.h"
 #include "backend/cpu/simd/simd_complex_triangle.h"
 #include "backend/cpu/simd/simd_elimination_kernels.h"
@@ -85,31 +86,6 @@ class Elimination {
         }
     }
 
-    static void multiply_rows(const T* rows, Index stride, const T* x, Index columns, T* products,
-                              Index products_stride) {
-        constexpr Index block = elimination_block;
-        Index j = 0;
-        for (; j + block <= columns; j += block) {
-            Column of_rows[block];
-            for_places<block>([&](auto k) {
-                __builtin_memcpy(&of_rows[k.value], rows + (j + k.value) * stride, sizeof(Column));
-                of_rows[k.value] = of_rows[k.value] * x[j + k.value];
-            });
-            exchange<1>(of_rows);
-            exchange<2>(of_rows);
-            exchange<4>(of_rows);
-            for_places<block>([&](auto k) {
-                __builtin_memcpy(products + k.value * products_stride + j, &of_rows[k.value],
-                                 sizeof(Column));
-            });
-        }
-        for (; j < columns; ++j) {
-            for (Index k = 0; k < block; ++k) {
-                products[k * products_stride + j] = rows[j * stride + k] * x[j];
-            }
-        }
-    }
-
   private:
     /// Columns that run down the memory at once. More would not find room beside each other in the
     /// first-level cache where they lie a multiple of its sets apart.
@@ -127,26 +103,6 @@ class Elimination {
             });
             store<Set>(b + i, sum, part);
         });
-    }
-
-    /// Exchanges the squares of `Size` elements beside the diagonal in each square of twice that.
-    template <int Size>
-    [[gnu::always_inline]] static inline void exchange(Column (&rows)[elimination_block]) {
-        for_places<elimination_block>([&](auto i) {
-            if constexpr ((i.value & Size) == 0) {
-                exchange<Size>(rows[i.value], rows[i.value + Size],
-                               std::make_integer_sequence<int, 8>{});
-            }
-        });
-    }
-    template <int Size, int... Lane>
-    [[gnu::always_inline]] static inline void exchange(Column& upper, Column& lower,
-                                                       std::integer_sequence<int, Lane...>) {
-        const Column old = upper;
-        upper =
-            __builtin_shufflevector(old, lower, ((Lane & Size) != 0 ? 8 + Lane - Size : Lane)...);
-        lower =
-            __builtin_shufflevector(old, lower, ((Lane & Size) != 0 ? 8 + Lane : Lane + Size)...);
     }
 
     template <Index Columns>
@@ -258,9 +214,9 @@ constexpr EliminationKernels<typename Set::Component> make_elimination_kernels()
     using Kernels = Elimination<Set>;
     return {{.subtract_product = strided_product<RealElements<Unfused<Set>>, Update::subtract>,
              .solve_triangle = Kernels::solve_triangle,
-             .substitute_forward = Kernels::substitute_forward},
-            Kernels::factor_panel,
-            Kernels::multiply_rows};
+             .substitute_forward = Kernels::substitute_forward,
+             .substitute_backward = BackwardSubstitution<RealRows<Set>>::solve},
+            Kernels::factor_panel};
 }
 
 template <typename Set>

@@ -6,6 +6,7 @@
 //
 // Included by units for every instruction set, so nothing here is more than a declaration.
 
+#include "backend/cpu/simd/built_in_complex.h"
 #include "backend/cpu/simd/simd_unfused_kernels.h"
 
 namespace Tessaline::SimdKernels {
@@ -25,6 +26,20 @@ struct EliminationProgress {
     Index vanished_row = 0;
 };
 
+/// The upper triangle of a column-major matrix.
+template <typename T>
+struct UpperTriangle {
+    const T* data;
+    Index stride;
+    Index order;
+};
+
+/// Divides an element of a right-hand side, of which all terms are subtracted, by the diagonal of
+/// its row. May raise.
+template <typename T>
+using DivideByDiagonal = BuiltInValue<T> (*)(BuiltInValue<T> value, BuiltInValue<T> diagonal,
+                                             Index row);
+
 /// What is done with triangles of factors. T is float, double or a std::complex of them; complex
 /// products recover infinities as C99 Annex G does.
 template <typename T>
@@ -38,6 +53,8 @@ struct TriangleKernels {
     void (*solve_triangle)(const T* L, Index l_stride, T* B, Index b_stride, Index columns);
     /// b = L^-1 b for the unit lower triangle L of some order.
     void (*substitute_forward)(const T* L, Index stride, T* b, Index order);
+    /// b = U^-1 b, terms in increasing column.
+    void (*substitute_backward)(const UpperTriangle<T>& U, T* b, DivideByDiagonal<T> divide);
 };
 
 /// For T float or double; for complex types see below.
@@ -48,9 +65,6 @@ struct EliminationKernels : TriangleKernels<T> {
     /// alone.
     EliminationProgress (*factor_panel)(T* panel, Index stride, Index rows, Index columns,
                                         Index* pivots);
-    /// Products of the elements of `elimination_block` rows with those of x, by rows.
-    void (*multiply_rows)(const T* rows, Index stride, const T* x, Index columns, T* products,
-                          Index products_stride);
 };
 
 /// A pivot in a column-major panel, with what lies below and right of it.

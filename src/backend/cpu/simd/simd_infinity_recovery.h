@@ -5,24 +5,13 @@
 // that recover infinities as C99 Annex G does. What the fast form gives elsewhere needs no second
 // look: where a product recovers, it had two parts of NaN, which stay in the sum.
 
+#include "backend/cpu/simd/built_in_complex.h"
 #include "backend/cpu/simd/simd_arithmetic.h"
 
 namespace Tessaline::SimdKernels {
 
 /// What a product does to its result.
 enum class Update { replace, subtract };
-
-/// The compiler's own complex type, whose products recover infinities.
-template <typename Component>
-struct BuiltInComplex;
-template <>
-struct BuiltInComplex<float> {
-    __extension__ using Type = _Complex float;
-};
-template <>
-struct BuiltInComplex<double> {
-    __extension__ using Type = _Complex double;
-};
 
 /// An element of interleaved parts, and it stored, where every NaN is the positive quiet one.
 template <typename Component>

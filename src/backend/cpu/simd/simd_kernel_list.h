@@ -15,6 +15,19 @@
 
 namespace Tessaline::SimdKernels {
 
+template <typename Elements>
+constexpr ComplexKernels<typename Elements::Form> make_complex_kernels() {
+    return {
+        .multiply = ComplexElementwise<Elements>::multiply,
+        .scale = ComplexElementwise<Elements>::scale,
+        .sum = ComplexReductions<Elements>::sum,
+        .inner = ComplexReductions<Elements>::inner,
+        .matmul = matmul_complex<Elements>,
+        .row_products = row_products<Elements>,
+        .kron = kron_rows<Elements>,
+    };
+}
+
 template <typename Set>
 constexpr EngineEliminationKernels make_engine_elimination_kernels() {
     using Kernels = ComplexElimination<Set>;
@@ -24,22 +37,18 @@ constexpr EngineEliminationKernels make_engine_elimination_kernels() {
 
 template <typename Set>
 constexpr Table make_table() {
+    using Split = FormElements<Set, SplitForm>;
     return {
+        .split = make_complex_kernels<Split>(),
+        .interleaved = make_complex_kernels<FormElements<Set, InterleavedForm>>(),
         .add = Elementwise<Set>::add,
         .subtract = Elementwise<Set>::subtract,
         .multiply = Elementwise<Set>::multiply,
         .scale = Elementwise<Set>::scale,
         .negate = Elementwise<Set>::negate,
-        .multiply_split = Elementwise<Set>::multiply_split,
-        .scale_split = Elementwise<Set>::scale_split,
         .sum = Reductions<Set>::sum,
-        .inner = Reductions<Set>::inner,
-        .matmul_real = matmul_real<Set>,
-        .matmul_split = matmul_split<Set>,
-        .row_products = split_row_products<Set>,
-        .conjugate_row_products = split_conjugate_row_products<Set>,
-        .kron = Structure<Set>::kron,
-        .outer = Structure<Set>::outer,
+        .matmul = matmul_real<Set>,
+        .conjugate_row_products = conjugate_row_products<Split>,
         .partial_trace_left = Structure<Set>::partial_trace_left,
         .partial_trace_right = Structure<Set>::partial_trace_right,
         .elimination = make_engine_elimination_kernels<KeepingOneNan<Set>>(),

@@ -25,42 +25,73 @@ using RealMatrixOutput = DenseRealMatrixView<float>;
 using SplitMatrixInput = DenseComplexSplitMatrixView<const float>;
 using SplitMatrixOutput = DenseComplexSplitMatrixView<float>;
 using Element = std::complex<float>;
+using InterleavedInput = DenseComplexIntlvVectorView<const Element>;
+using InterleavedOutput = DenseComplexIntlvVectorView<Element>;
+using InterleavedMatrixInput = DenseComplexIntlvMatrixView<const Element>;
+using InterleavedMatrixOutput = DenseComplexIntlvMatrixView<Element>;
+
+/// How complex operands lie: in two planes, or element by element.
+struct SplitForm {
+    using VectorInput = SplitInput;
+    using VectorOutput = SplitOutput;
+    using MatrixInput = SplitMatrixInput;
+    using MatrixOutput = SplitMatrixOutput;
+};
+struct InterleavedForm {
+    using VectorInput = InterleavedInput;
+    using VectorOutput = InterleavedOutput;
+    using MatrixInput = InterleavedMatrixInput;
+    using MatrixOutput = InterleavedMatrixOutput;
+};
+
+/// Kernels of complex operands, which give the same bits in either form.
+template <typename Form>
+struct ComplexKernels {
+    using Input = typename Form::VectorInput;
+    using Output = typename Form::VectorOutput;
+    using MatrixInput = typename Form::MatrixInput;
+    using MatrixOutput = typename Form::MatrixOutput;
+
+    // Elementwise, of the size of the result, which may lie where an operand does.
+    void (*multiply)(Input, Input, Output);
+    /// The factor is the second operand of each product.
+    void (*scale)(Input, ComplexScalarView<const float> factor, Output);
+
+    /// Each part in the order of the real `sum`.
+    void (*sum)(Input, ComplexScalarView<float> out);
+    /// The sum of conj(a) b, in the same order.
+    void (*inner)(Input a, Input b, ComplexScalarView<float> out);
+
+    /// C = A B. Each element is summed in increasing inner index, from zero.
+    void (*matmul)(MatrixInput A, MatrixInput B, MatrixOutput C, Index begin, Index end);
+    /// The sums over increasing k of A[i][k] x[k], for the rows i of [begin, end).
+    void (*row_products)(MatrixInput A, Input x, Output out, Index begin, Index end);
+    /// Element (i1 r + i2, j1 c + j2) is A[i1][j1] B[i2][j2], for B of r rows and c columns.
+    void (*kron)(MatrixInput A, MatrixInput B, MatrixOutput out, Index begin, Index end);
+};
 
 struct Table {
+    ComplexKernels<SplitForm> split;
+    ComplexKernels<InterleavedForm> interleaved;
+
     // Elementwise, of the size of the result, which may lie where an operand does.
     void (*add)(RealInput, RealInput, RealOutput);
     void (*subtract)(RealInput, RealInput, RealOutput);
     void (*multiply)(RealInput, RealInput, RealOutput);
     void (*scale)(RealInput, float factor, RealOutput);
     void (*negate)(RealInput, RealOutput);
-    void (*multiply_split)(SplitInput, SplitInput, SplitOutput);
-    /// The factor is the second operand of each product.
-    void (*scale_split)(SplitInput, ComplexScalarView<const float> factor, SplitOutput);
 
     /// Lanes are summed over whole vectors and then among each other, halves first; what is left of
     /// the elements is added to that in order.
     float (*sum)(RealInput);
-    /// The sum of conj(a) b, each part in the order of `sum`.
-    void (*inner)(SplitInput a, SplitInput b, ComplexScalarView<float> out);
 
-    // C = A B. Each element is summed in increasing inner index, from zero.
-    void (*matmul_real)(RealMatrixInput A, RealMatrixInput B, RealMatrixOutput C, Index begin,
-                        Index end);
-    void (*matmul_split)(SplitMatrixInput A, SplitMatrixInput B, SplitMatrixOutput C, Index begin,
-                         Index end);
+    /// C = A B. Each element is summed in increasing inner index, from zero.
+    void (*matmul)(RealMatrixInput A, RealMatrixInput B, RealMatrixOutput C, Index begin,
+                   Index end);
 
-    // Products of rows with a vector, out[i] for the rows i of [begin, end).
-    /// The sum over increasing k of A[i][k] x[k].
-    void (*row_products)(SplitMatrixInput A, SplitInput x, SplitOutput out, Index begin, Index end);
-    /// The sum over increasing k of conj(x[k]) A[i][k].
+    /// The sums over increasing k of conj(x[k]) A[i][k], for the rows i of [begin, end).
     void (*conjugate_row_products)(SplitMatrixInput A, SplitInput x, SplitOutput out, Index begin,
                                    Index end);
-
-    /// Element (i1 r + i2, j1 c + j2) is A[i1][j1] B[i2][j2], for B of r rows and c columns.
-    void (*kron)(SplitMatrixInput A, SplitMatrixInput B, SplitMatrixOutput out, Index begin,
-                 Index end);
-    /// Element (i, j) is a[i] b[j].
-    void (*outer)(SplitInput a, SplitInput b, SplitMatrixOutput out, Index begin, Index end);
 
     // For A of order k m and a result of order m: the sums over increasing t below k of
     // A[t m + i][t m + j] and of A[i k + t][j k + t].

@@ -7,7 +7,7 @@
 // elements is free. A tile of C stays in registers while a block of the inner index runs; between
 // blocks it lies in C, which loses nothing.
 
-#include "backend/cpu/simd/simd_elements.h"
+#include "backend/cpu/simd/simd_forms.h"
 #include "backend/cpu/simd/simd_infinity_recovery.h"
 #include "backend/cpu/simd/simd_packing_memory.h"
 #include "backend/cpu/simd/simd_unfused_kernels.h"
@@ -355,7 +355,7 @@ void strided_interleaved_product(StridedRows<const std::complex<typename Set::Co
     }
 }
 
-/// The rows [begin, end) of a product of real matrices, or of complex ones in two planes.
+/// The rows [begin, end) of a product.
 template <typename Set>
 void matmul_real(RealMatrixInput A, RealMatrixInput B, RealMatrixOutput C, Index begin, Index end) {
     Matmul<RealElements<Set>, Update::replace>({A.data + begin * A.cols, A.cols}, {B.data, B.cols},
@@ -364,15 +364,20 @@ void matmul_real(RealMatrixInput A, RealMatrixInput B, RealMatrixOutput C, Index
         .run();
 }
 
-template <typename Set>
-void matmul_split(SplitMatrixInput A, SplitMatrixInput B, SplitMatrixOutput C, Index begin,
-                  Index end) {
-    const Index a = begin * A.cols;
-    const Index c = begin * C.cols;
-    Matmul<SplitElements<Set>, Update::replace>(
-        {{A.real + a, A.imag + a}, A.cols}, {{B.real, B.imag}, B.cols},
-        {{C.real + c, C.imag + c}, C.cols}, {end - begin, A.cols, C.cols})
-        .run();
+template <typename Elements>
+void matmul_complex(typename Elements::Form::MatrixInput A, typename Elements::Form::MatrixInput B,
+                    typename Elements::Form::MatrixOutput C, Index begin, Index end) {
+    const auto multiply = [&]<typename Tiled>(Tiled) {
+        Matmul<Tiled, Update::replace>(
+            {Elements::of(A, begin * A.cols), A.cols}, {Elements::of(B), B.cols},
+            {Elements::of(C, begin * C.cols), C.cols}, {end - begin, A.cols, C.cols})
+            .run();
+    };
+    if (end - begin < 2 * Elements::tile_rows) {
+        multiply(typename Elements::Unpacked{});
+    } else {
+        multiply(Elements{});
+    }
 }
 
 } // namespace Tessaline::SimdKernels

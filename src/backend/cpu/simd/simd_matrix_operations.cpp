@@ -40,6 +40,18 @@ void transpose_lines(SplitMatrixInput A, SplitMatrixOutput out, bool negate) {
     });
 }
 
+/// Transposes row-major elements; `flipped` are the bits of an element that change.
+void transpose_elements(InterleavedMatrixInput A, InterleavedMatrixOutput out,
+                        std::uint64_t flipped) {
+    const bool past_caches = out.rows * out.cols * sizeof(Element) >= least_bytes_past_caches;
+    const auto* const from = reinterpret_cast<const std::uint64_t*>(A.data);
+    auto* const to = reinterpret_cast<std::uint64_t*>(out.data);
+    for_chunks(out.rows, work_of(out.rows, out.cols), [=](Index begin, Index end) {
+        copy_transposed(from + begin, A.cols, to + begin * out.cols, out.cols, A.rows, end - begin,
+                        flipped, past_caches);
+    });
+}
+
 /// Copies two planes as they lie; `negate` changes the sign of the imaginary one.
 void copy_lines(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out, bool negate) {
     const Index count = A.rows * A.cols;
@@ -53,7 +65,8 @@ void copy_lines(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out,
     });
 }
 
-void require_transposed(SplitMatrixInput A, SplitMatrixOutput out, const char* message) {
+template <typename Input, typename Output>
+void require_transposed(const Input& A, const Output& out, const char* message) {
     if (A.rows != out.cols || A.cols != out.rows) {
         throw std::invalid_argument(message);
     }
@@ -98,6 +111,17 @@ void adjoint(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) {
     } else {
         copy_lines(kernels, A, out, true);
     }
+}
+
+void transpose(const Table&, InterleavedMatrixInput A, InterleavedMatrixOutput out) {
+    require_transposed(A, out, "SimdEngine::transpose - incompatible shapes");
+    transpose_elements(A, out, 0);
+}
+
+void adjoint(const Table&, InterleavedMatrixInput A, InterleavedMatrixOutput out) {
+    require_transposed(A, out, "SimdEngine::adjoint - incompatible shapes");
+    constexpr std::uint64_t imaginary_sign = std::uint64_t{1} << 63U;
+    transpose_elements(A, out, imaginary_sign);
 }
 
 void trace_out_left(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) {

@@ -26,6 +26,28 @@ void multiply(void (*kernel)(Input, Input, Output, Index, Index), Input A, Input
                [=](Index begin, Index end) { kernel(A, B, C, begin, end); });
 }
 
+template <typename Matrix, typename Input, typename Output>
+void require_transforming(const Matrix& A, const Input& x, const Output& out) {
+    if (A.cols != x.size || A.rows != out.size) {
+        throw std::invalid_argument("SimdEngine::matvec - incompatible shapes");
+    }
+}
+
+template <typename Form>
+void transform(const ComplexKernels<Form>& kernels, typename Form::MatrixInput A,
+               typename Form::VectorInput x, typename Form::VectorOutput out) {
+    for_chunks(A.rows, work_of(A.rows, A.cols),
+               [&](Index begin, Index end) { kernels.row_products(A, x, out, begin, end); });
+}
+
+/// An outer product is the Kronecker product of a column and a row.
+template <typename Form>
+void fill_kron(const ComplexKernels<Form>& kernels, typename Form::MatrixInput A,
+               typename Form::MatrixInput B, typename Form::MatrixOutput out) {
+    for_chunks(out.rows, work_of(out.rows, out.cols),
+               [&](Index begin, Index end) { kernels.kron(A, B, out, begin, end); });
+}
+
 /// A to a power above 1.
 void raise(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out, unsigned exponent) {
     SplitScratch accumulated(A.rows, A.cols);
@@ -36,7 +58,7 @@ void raise(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out, unsi
     const SplitMatrixOutput power = power_by_squaring(
         exponent, accumulated.view(), base.view(), spare.view(),
         [&kernels](SplitMatrixOutput left, SplitMatrixOutput right, SplitMatrixOutput product) {
-            multiply(kernels.matmul_split, as_input(left), as_input(right), product);
+            multiply(kernels.split.matmul, as_input(left), as_input(right), product);
         });
     copy_matrix(kernels, as_input(power), out);
 }
@@ -47,7 +69,7 @@ void matmul(const Table& kernels, RealMatrixInput A, RealMatrixInput B, RealMatr
     if (!multiplies(A, B, C) || !is_row_major(A) || !is_row_major(B) || !is_row_major(C)) {
         throw std::invalid_argument("SimdEngine::matmul - incompatible shapes or layout");
     }
-    multiply(kernels.matmul_real, A, B, C);
+    multiply(kernels.matmul, A, B, C);
 }
 
 void matmul(const Table& kernels, SplitMatrixInput A, SplitMatrixInput B, SplitMatrixOutput C) {
@@ -57,17 +79,27 @@ void matmul(const Table& kernels, SplitMatrixInput A, SplitMatrixInput B, SplitM
     const RowMajorInput a(kernels, A);
     const RowMajorInput b(kernels, B);
     RowMajorResult c(kernels, C);
-    multiply(kernels.matmul_split, a.view(), b.view(), c.view());
+    multiply(kernels.split.matmul, a.view(), b.view(), c.view());
     c.finish();
 }
 
-void matvec(const Table& kernels, SplitMatrixInput A, SplitInput x, SplitOutput out) {
-    if (A.cols != x.size || A.rows != out.size) {
-        throw std::invalid_argument("SimdEngine::matvec - incompatible shapes");
+void matmul(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixInput B,
+            InterleavedMatrixOutput C) {
+    if (!multiplies(A, B, C)) {
+        throw std::invalid_argument("SimdEngine::matmul - incompatible shapes");
     }
-    const RowMajorInput a(kernels, A);
-    for_chunks(A.rows, work_of(A.rows, A.cols),
-               [&](Index begin, Index end) { kernels.row_products(a.view(), x, out, begin, end); });
+    multiply(kernels.interleaved.matmul, A, B, C);
+}
+
+void matvec(const Table& kernels, SplitMatrixInput A, SplitInput x, SplitOutput out) {
+    require_transforming(A, x, out);
+    transform(kernels.split, RowMajorInput(kernels, A).view(), x, out);
+}
+
+void matvec(const Table& kernels, InterleavedMatrixInput A, InterleavedInput x,
+            InterleavedOutput out) {
+    require_transforming(A, x, out);
+    transform(kernels.interleaved, A, x, out);
 }
 
 void kroneckerprod(const Table& kernels, SplitMatrixInput A, SplitMatrixInput B,
@@ -75,21 +107,35 @@ void kroneckerprod(const Table& kernels, SplitMatrixInput A, SplitMatrixInput B,
     const RowMajorInput a(kernels, A);
     const RowMajorInput b(kernels, B);
     RowMajorResult result(kernels, out);
-    for_chunks(out.rows, work_of(out.rows, out.cols), [&](Index begin, Index end) {
-        kernels.kron(a.view(), b.view(), result.view(), begin, end);
-    });
+    fill_kron(kernels.split, a.view(), b.view(), result.view());
     result.finish();
+}
+
+void kroneckerprod(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixInput B,
+                   InterleavedMatrixOutput out) {
+    fill_kron(kernels.interleaved, A, B, out);
 }
 
 void outerprod(const Table& kernels, SplitInput a, SplitInput b, SplitMatrixOutput out) {
     RowMajorResult result(kernels, out);
-    for_chunks(out.rows, work_of(out.rows, out.cols),
-               [&](Index begin, Index end) { kernels.outer(a, b, result.view(), begin, end); });
+    fill_kron(kernels.split, {a.real, a.imag, a.size, 1, DataMatrixLayout::row_major},
+              {b.real, b.imag, 1, b.size, DataMatrixLayout::row_major}, result.view());
     result.finish();
 }
 
+void outerprod(const Table& kernels, InterleavedInput a, InterleavedInput b,
+               InterleavedMatrixOutput out) {
+    fill_kron(kernels.interleaved, {a.data, a.size, 1, DataMatrixLayout::row_major},
+              {b.data, 1, b.size, DataMatrixLayout::row_major}, out);
+}
+
 void innerprod(const Table& kernels, SplitInput a, SplitInput b, ComplexScalarView<float> out) {
-    kernels.inner(a, b, out);
+    kernels.split.inner(a, b, out);
+}
+
+void innerprod(const Table& kernels, InterleavedInput a, InterleavedInput b,
+               ComplexScalarView<float> out) {
+    kernels.interleaved.inner(a, b, out);
 }
 
 void matrix_power(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out,

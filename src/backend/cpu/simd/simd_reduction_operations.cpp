@@ -61,6 +61,16 @@ bool nearly_equal(const float* a, const float* b, Index size) {
     return true;
 }
 
+template <typename ElementAt>
+float euclidean_norm(Index size, const ElementAt& element) {
+    float sum = 0;
+    for (Index i = 0; i < size; ++i) {
+        const Element value = element(i);
+        sum += value.real() * value.real() + value.imag() * value.imag();
+    }
+    return std::sqrt(sum);
+}
+
 /// Whether a row's inner product with itself is 1. An overflow is none.
 bool is_unit(float real, float imag) {
     const float difference = std::fabs(real - 1);
@@ -104,8 +114,11 @@ void sum(const Table& kernels, RealInput a, RealScalarView<float> out) {
 }
 
 void sum(const Table& kernels, SplitInput a, ComplexScalarView<float> out) {
-    *out.real = kernels.sum({a.real, a.size});
-    *out.imag = kernels.sum({a.imag, a.size});
+    kernels.split.sum(a, out);
+}
+
+void sum(const Table& kernels, InterleavedInput a, ComplexScalarView<float> out) {
+    kernels.interleaved.sum(a, out);
 }
 
 void trace(const Table&, SplitMatrixInput A, ComplexScalarView<float> out) {
@@ -116,11 +129,12 @@ void trace(const Table&, SplitMatrixInput A, ComplexScalarView<float> out) {
 }
 
 void norm(const Table&, SplitInput a, ComplexScalarView<float> out) {
-    float sum = 0;
-    for (Index i = 0; i < a.size; ++i) {
-        sum += a.real[i] * a.real[i] + a.imag[i] * a.imag[i];
-    }
-    *out.real = std::sqrt(sum);
+    *out.real = euclidean_norm(a.size, [a](Index i) { return Element(a.real[i], a.imag[i]); });
+    *out.imag = 0;
+}
+
+void norm(const Table&, InterleavedInput a, ComplexScalarView<float> out) {
+    *out.real = euclidean_norm(a.size, [a](Index i) { return a.data[i]; });
     *out.imag = 0;
 }
 
@@ -135,6 +149,13 @@ void is_unitary(const Table& kernels, SplitMatrixInput A, RealScalarView<int> ou
 void vector_equal(const Table&, SplitInput a, SplitInput b, RealScalarView<int> out) {
     const bool equal = a.size == b.size && nearly_equal(a.real, b.real, a.size) &&
                        nearly_equal(a.imag, b.imag, a.size);
+    *out.data = equal ? 1 : 0;
+}
+
+void vector_equal(const Table&, InterleavedInput a, InterleavedInput b, RealScalarView<int> out) {
+    const bool equal =
+        a.size == b.size && nearly_equal(reinterpret_cast<const float*>(a.data),
+                                         reinterpret_cast<const float*>(b.data), 2 * a.size);
     *out.data = equal ? 1 : 0;
 }
 

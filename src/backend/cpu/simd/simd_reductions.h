@@ -3,7 +3,7 @@
 
 // Sums in the order of the lanes; see simd_kernels.h for what each kernel computes.
 
-#include "backend/cpu/simd/simd_arithmetic.h"
+#include "backend/cpu/simd/simd_forms.h"
 
 namespace Tessaline::SimdKernels {
 
@@ -14,7 +14,11 @@ class LaneSum {
 
   public:
     void add(Register terms, AllLanes) { lanes_ = lanes_ + terms; }
-    void add(Register terms, typename Set::Mask) { rest_ = terms; }
+    /// What is left after the whole vectors, zeros behind it.
+    template <typename Part>
+    void add(Register terms, const Part&) {
+        rest_ = terms;
+    }
 
     float total(std::size_t count) const {
         float rest[Set::lanes];
@@ -61,41 +65,43 @@ class Reductions {
         return sum.total(a.size);
     }
 
-    static void inner(SplitInput a, SplitInput b, ComplexScalarView<float> out) {
-        ComplexLaneSum<Set> sum;
-        for_vectors<Set>(a.size, [&](std::size_t i, auto lanes) {
-            sum.add(conjugate_product<Set>(load_complex<Set>(a, i, lanes),
-                                           load_complex<Set>(b, i, lanes)),
-                    lanes);
-        });
-        sum.store_total(out, a.size);
-    }
-
     /// The sum of products of two interleaved vectors of `count` elements, as the power iteration
     /// takes it.
     static void multiply_row(const float* row, const float* vector, Index count, float* result) {
+        using Elements = InterleavedElements<Set>;
         ComplexLaneSum<Set> sum;
-        for_vectors<Set>(count, [&](std::size_t i, auto lanes) {
-            sum.add(product<Set>(load_interleaved(row + 2 * i, lanes, count - i),
-                                 load_interleaved(vector + 2 * i, lanes, count - i)),
-                    lanes);
+        for_element_vectors<Elements>(count, [&](Index i, auto part) {
+            sum.add(product<Set>(Elements::load(row, i, part), Elements::load(vector, i, part)),
+                    part);
         });
         sum.store_total({result, result + 1}, count);
     }
+};
 
-  private:
-    static Complex<Set> deinterleaved(typename Set::Register low, typename Set::Register high) {
-        return {Set::even_elements(low, high), Set::odd_elements(low, high)};
+template <typename Elements>
+class ComplexReductions {
+    using Set = typename Elements::Set;
+    using Input = typename Elements::Form::VectorInput;
+
+  public:
+    static void sum(Input a, ComplexScalarView<float> out) {
+        const auto from = Elements::of(a);
+        ComplexLaneSum<Set> sum;
+        for_element_vectors<Elements>(
+            a.size, [&](Index i, auto part) { sum.add(Elements::load(from, i, part), part); });
+        sum.store_total(out, a.size);
     }
-    static Complex<Set> load_interleaved(const float* from, AllLanes, Index) {
-        return deinterleaved(Set::load(from), Set::load(from + Set::lanes));
-    }
-    /// The `rest` elements that are left, fewer than a vector has lanes.
-    static Complex<Set> load_interleaved(const float* from, typename Set::Mask, Index rest) {
-        const Index floats = 2 * rest;
-        const Index low = floats < Set::lanes ? floats : Set::lanes;
-        return deinterleaved(Set::load(from, Set::first_lanes(low)),
-                             Set::load(from + low, Set::first_lanes(floats - low)));
+
+    static void inner(Input a, Input b, ComplexScalarView<float> out) {
+        const auto of_a = Elements::of(a);
+        const auto of_b = Elements::of(b);
+        ComplexLaneSum<Set> sum;
+        for_element_vectors<Elements>(a.size, [&](Index i, auto part) {
+            sum.add(conjugate_product<Set>(Elements::load(of_a, i, part),
+                                           Elements::load(of_b, i, part)),
+                    part);
+        });
+        sum.store_total(out, a.size);
     }
 };
 

@@ -3,7 +3,7 @@
 
 // Products of matrix rows with a vector, summed in the order of the elements.
 
-#include "backend/cpu/simd/simd_elements.h"
+#include "backend/cpu/simd/simd_forms.h"
 #include "backend/cpu/simd/simd_infinity_recovery.h"
 #include "backend/cpu/simd/simd_unfused_kernels.h"
 
@@ -152,26 +152,28 @@ class RowProducts {
 };
 
 /// out = A x.
-template <typename Set>
-void split_row_products(SplitMatrixInput A, SplitInput x, SplitOutput out, Index begin, Index end) {
-    const Index start = begin * A.cols;
-    RowProducts<SplitElements<Set>>::run(
-        {{A.real + start, A.imag + start}, A.cols}, {x.real, x.imag},
-        {out.real + begin, out.imag + begin}, end - begin, A.cols,
-        [](Complex<Set> element, Complex<Set> factor) { return product<Set>(element, factor); });
+template <typename Elements>
+void row_products(typename Elements::Form::MatrixInput A, typename Elements::Form::VectorInput x,
+                  typename Elements::Form::VectorOutput out, Index begin, Index end) {
+    using Value = typename Elements::Value;
+    RowProducts<Elements>::run({Elements::of(A, begin * A.cols), A.cols}, Elements::of(x),
+                               Elements::of(out, begin), end - begin, A.cols,
+                               [](Value element, Value factor) {
+                                   return product<typename Elements::Set>(element, factor);
+                               });
 }
 
 /// out = A conj(x).
-template <typename Set>
-void split_conjugate_row_products(SplitMatrixInput A, SplitInput x, SplitOutput out, Index begin,
-                                  Index end) {
-    const Index start = begin * A.cols;
-    RowProducts<SplitElements<Set>>::run({{A.real + start, A.imag + start}, A.cols},
-                                         {x.real, x.imag}, {out.real + begin, out.imag + begin},
-                                         end - begin, A.cols,
-                                         [](Complex<Set> element, Complex<Set> factor) {
-                                             return conjugate_product<Set>(factor, element);
-                                         });
+template <typename Elements>
+void conjugate_row_products(typename Elements::Form::MatrixInput A,
+                            typename Elements::Form::VectorInput x,
+                            typename Elements::Form::VectorOutput out, Index begin, Index end) {
+    using Value = typename Elements::Value;
+    RowProducts<Elements>::run(
+        {Elements::of(A, begin * A.cols), A.cols}, Elements::of(x), Elements::of(out, begin),
+        end - begin, A.cols, [](Value element, Value factor) {
+            return conjugate_product<typename Elements::Set>(factor, element);
+        });
 }
 
 /// y = A x for rows that a caller cuts; see simd_unfused_kernels.h.

@@ -47,7 +47,11 @@ struct Avx256 {
     static void store(float* to, Register value, Mask mask) {
         _mm256_maskstore_ps(to, mask, value);
     }
-    static Register negated(Register value) { return _mm256_xor_ps(value, _mm256_set1_ps(-0.0F)); }
+    /// Past the caches; `to` is aligned for a register.
+    static void stream(float* to, Register value) { _mm256_stream_ps(to, value); }
+    /// With the bits of the mask changed.
+    static Register flipped(Register value, Register mask) { return _mm256_xor_ps(value, mask); }
+    static Register negated(Register value) { return flipped(value, _mm256_set1_ps(-0.0F)); }
 
     /// A bit for each lane that is NaN.
     static unsigned nan_lanes(Register value) {
@@ -87,6 +91,14 @@ struct Avx256 {
         return _mm256_permute2f128_ps(unpack_low(a, b), unpack_high(a, b), 0x31);
     }
 
+    /// The lower halves of the lanes of a with those of b above them, and the upper ones.
+    static Register low_halves(Register a, Register b) {
+        return halves_of(_mm256_castps_si256(a), _mm256_slli_epi32(_mm256_castps_si256(b), 16));
+    }
+    static Register high_halves(Register a, Register b) {
+        return halves_of(_mm256_srli_epi32(_mm256_castps_si256(a), 16), _mm256_castps_si256(b));
+    }
+
     // Of each four lanes of both operands.
     static Register unpack_low(Register a, Register b) { return _mm256_unpacklo_ps(a, b); }
     static Register unpack_high(Register a, Register b) { return _mm256_unpackhi_ps(a, b); }
@@ -119,6 +131,9 @@ struct Avx256 {
 #endif
 
   private:
+    static Register halves_of(__m256i low, __m256i high) {
+        return _mm256_castsi256_ps(_mm256_blend_epi16(low, high, 0xaa));
+    }
     static Register nan_mask(Register value) {
         return _mm256_cmp_ps(value, value, _CMP_UNORD_Q);
     }

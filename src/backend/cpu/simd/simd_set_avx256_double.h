@@ -44,6 +44,11 @@ struct Avx256Double {
         _mm256_maskstore_pd(to, mask, value);
     }
 
+    /// Past the caches; `to` is aligned for a register.
+    static void stream(double* to, Register value) { _mm256_stream_pd(to, value); }
+    /// With the bits of the mask changed.
+    static Register flipped(Register value, Register mask) { return _mm256_xor_pd(value, mask); }
+
     static Register root(Register value) { return _mm256_sqrt_pd(value); }
 
     /// A bit for each lane that is NaN.
@@ -63,6 +68,13 @@ struct Avx256Double {
         rows[1] = _mm256_permute2f128_pd(high_01, high_23, 0x20);
         rows[2] = _mm256_permute2f128_pd(low_01, low_23, 0x31);
         rows[3] = _mm256_permute2f128_pd(high_01, high_23, 0x31);
+    }
+
+    /// The same with pairs of neighbours for elements.
+    static void transpose_pairs(Register (&rows)[lanes / 2]) {
+        const Register low = _mm256_permute2f128_pd(rows[0], rows[1], 0x20);
+        rows[1] = _mm256_permute2f128_pd(rows[0], rows[1], 0x31);
+        rows[0] = low;
     }
 
     /// The elements at even and at odd places of a and b, one after the other.

@@ -44,7 +44,11 @@ struct Avx512 {
     static void store(float* to, Register value, Mask mask) {
         _mm512_mask_storeu_ps(to, mask, value);
     }
-    static Register negated(Register value) { return _mm512_xor_ps(value, _mm512_set1_ps(-0.0F)); }
+    /// Past the caches; `to` is aligned for a register.
+    static void stream(float* to, Register value) { _mm512_stream_ps(to, value); }
+    /// With the bits of the mask changed.
+    static Register flipped(Register value, Register mask) { return _mm512_xor_ps(value, mask); }
+    static Register negated(Register value) { return flipped(value, _mm512_set1_ps(-0.0F)); }
 
     /// a b + c and c - a b, rounded once.
     static Register fused_add(Register a, Register b, Register c) {
@@ -119,6 +123,14 @@ struct Avx512 {
         return _mm512_permutex2var_ps(a, high, b);
     }
 
+    /// The lower halves of the lanes of a with those of b above them, and the upper ones.
+    static Register low_halves(Register a, Register b) {
+        return halves_of(_mm512_castps_si512(a), _mm512_slli_epi32(_mm512_castps_si512(b), 16));
+    }
+    static Register high_halves(Register a, Register b) {
+        return halves_of(_mm512_srli_epi32(_mm512_castps_si512(a), 16), _mm512_castps_si512(b));
+    }
+
     // Conversions of elements of two bytes.
     static Register load_binary16(const std::uint16_t* from) {
         return _mm512_cvtph_ps(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from)));
@@ -149,6 +161,11 @@ struct Avx512 {
 
   private:
     static Register whole(__m256 half) { return _mm512_zextps256_ps512(half); }
+    static Register halves_of(__m512i low, __m512i high) {
+        const __m512i mask = _mm512_set1_epi32(0xffff);
+        return _mm512_castsi512_ps(
+            _mm512_or_si512(_mm512_and_si512(mask, low), _mm512_andnot_si512(mask, high)));
+    }
 };
 
 } // namespace

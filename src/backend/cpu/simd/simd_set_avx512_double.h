@@ -42,6 +42,11 @@ struct Avx512Double {
         _mm512_mask_storeu_pd(to, mask, value);
     }
 
+    /// Past the caches; `to` is aligned for a register.
+    static void stream(double* to, Register value) { _mm512_stream_pd(to, value); }
+    /// With the bits of the mask changed.
+    static Register flipped(Register value, Register mask) { return _mm512_xor_pd(value, mask); }
+
     static Register root(Register value) { return _mm512_sqrt_pd(value); }
 
     /// A bit for each lane that is NaN.
@@ -62,6 +67,12 @@ struct Avx512Double {
             _mm512_unpackhi_pd(rows[4], rows[5]), _mm512_unpackhi_pd(rows[6], rows[7])};
         transpose_quarters(low, rows[0], rows[2], rows[4], rows[6]);
         transpose_quarters(high, rows[1], rows[3], rows[5], rows[7]);
+    }
+
+    /// The same with pairs of neighbours for elements.
+    static void transpose_pairs(Register (&rows)[lanes / 2]) {
+        const Register before[] = {rows[0], rows[1], rows[2], rows[3]};
+        transpose_quarters(before, rows[0], rows[1], rows[2], rows[3]);
     }
 
     /// The elements at even and at odd places of a and b, one after the other.

@@ -22,8 +22,7 @@ void eigen(const Table&, InterleavedMatrixInput A, HostEigenVals<Element, Elemen
     CpuFallback::solve_complex_eigen<float>(A, result, CpuFallback::EigenvalueScale::original);
 }
 
-void principal_eigenvect(const Table& kernels, InterleavedMatrixInput A,
-                         InterleavedVectorOutput vector) {
+void principal_eigenvect(const Table& kernels, InterleavedMatrixInput A, InterleavedOutput vector) {
     kernels.principal_eigenvect(A, vector);
 }
 

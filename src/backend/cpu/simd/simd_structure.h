@@ -4,38 +4,33 @@
 // Kernels that move or combine elements by their position; see simd_kernels.h for what each
 // computes.
 
-#include "backend/cpu/simd/simd_arithmetic.h"
+#include "backend/cpu/simd/simd_forms.h"
 
 namespace Tessaline::SimdKernels {
+
+/// The rows [begin, end) of a Kronecker product.
+template <typename Elements>
+void kron_rows(typename Elements::Form::MatrixInput A, typename Elements::Form::MatrixInput B,
+               typename Elements::Form::MatrixOutput out, Index begin, Index end) {
+    using Set = typename Elements::Set;
+    for (Index row = begin; row < end; ++row) {
+        const auto a = Elements::of(A, row / B.rows * A.cols);
+        const auto b = Elements::of(B, row % B.rows * B.cols);
+        for (Index j = 0; j < A.cols; ++j) {
+            const auto to = Elements::of(out, row * out.cols + j * B.cols);
+            const auto factor = Elements::broadcast(a, j);
+            for_element_vectors<Elements>(B.cols, [=](Index i, auto part) {
+                Elements::store(to, i, product<Set>(factor, Elements::load(b, i, part)), part);
+            });
+        }
+    }
+}
 
 template <typename Set>
 class Structure {
     using Register = typename Set::Register;
 
   public:
-    static void kron(SplitMatrixInput A, SplitMatrixInput B, SplitMatrixOutput out, Index begin,
-                     Index end) {
-        for (Index row = begin; row < end; ++row) {
-            const Index a_row = row / B.rows;
-            const Index b_start = row % B.rows * B.cols;
-            const SplitInput b{B.real + b_start, B.imag + b_start, B.cols};
-            for (Index j = 0; j < A.cols; ++j) {
-                const Index a = a_row * A.cols + j;
-                const Index start = row * out.cols + j * B.cols;
-                multiply_row(broadcast_complex<Set>(A.real[a], A.imag[a]), b,
-                             {out.real + start, out.imag + start, B.cols});
-            }
-        }
-    }
-
-    static void outer(SplitInput a, SplitInput b, SplitMatrixOutput out, Index begin, Index end) {
-        for (Index row = begin; row < end; ++row) {
-            const Index start = row * b.size;
-            multiply_row(broadcast_complex<Set>(a.real[row], a.imag[row]), b,
-                         {out.real + start, out.imag + start, b.size});
-        }
-    }
-
     static void partial_trace_left(RealMatrixInput A, RealMatrixOutput out, Index begin,
                                    Index end) {
         for (Index i = begin; i < end; ++i) {
@@ -62,13 +57,6 @@ class Structure {
                 out.data[i * out.cols + j] = sum;
             }
         }
-    }
-
-  private:
-    static void multiply_row(Complex<Set> a, SplitInput b, SplitOutput out) {
-        for_vectors<Set>(b.size, [=](std::size_t i, auto lanes) {
-            store_complex<Set>(out, i, product<Set>(a, load_complex<Set>(b, i, lanes)), lanes);
-        });
     }
 };
 

@@ -7,6 +7,7 @@
 #include "backend/cpu/simd/simd_kron.h"
 #include "backend/cpu/simd/simd_matmul.h"
 #include "backend/cpu/simd/simd_row_products.h"
+#include "backend/cpu/simd/simd_transposed_copy.h"
 #include "backend/cpu/simd/simd_unfused_kernels.h"
 
 namespace Tessaline::SimdKernels {
@@ -47,6 +48,10 @@ constexpr UnfusedTable make_unfused_table() {
             .widen_bfloat16 = Conversions<FloatSet>::widen_bfloat16,
             .round_bfloat16 = Conversions<FloatSet>::round_bfloat16,
         },
+        {TransposedCopy<FloatSet, std::uint16_t>::copy},
+        {TransposedCopy<FloatSet, std::uint32_t>::copy},
+        {TransposedCopy<DoubleSet, std::uint64_t>::copy},
+        {TransposedCopy<DoubleSet, Bits128>::copy},
     };
 }
 

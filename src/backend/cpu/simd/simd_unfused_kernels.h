@@ -8,6 +8,8 @@
 //
 // Included by units for every instruction set, so nothing here is more than a declaration.
 
+#include "backend/cpu/transposed_copy.h"
+
 #include <complex>
 #include <cstdint>
 
@@ -66,12 +68,24 @@ struct ConversionKernels {
     void (*round_bfloat16)(const float* from, std::uint16_t* to, Index count);
 };
 
+/// See copy_transposed().
+template <typename Bits>
+struct TransposingKernel {
+    void (*copy_transposed)(const Bits* source, Index source_stride, Bits* target,
+                            Index target_stride, Index rows, Index cols, Bits flipped,
+                            bool past_caches);
+};
+
 /// The kernels of one instruction set.
 struct UnfusedTable : UnfusedKernels<float>,
                       UnfusedKernels<double>,
                       UnfusedKernels<std::complex<float>>,
                       UnfusedKernels<std::complex<double>>,
-                      ConversionKernels {};
+                      ConversionKernels,
+                      TransposingKernel<std::uint16_t>,
+                      TransposingKernel<std::uint32_t>,
+                      TransposingKernel<std::uint64_t>,
+                      TransposingKernel<Bits128> {};
 
 extern const UnfusedTable avx256_unfused_table;
 extern const UnfusedTable avx512_unfused_table;
