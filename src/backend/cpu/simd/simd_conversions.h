@@ -34,7 +34,29 @@ class Conversions {
         });
     }
 
+    static void add_binary16(const Stored* a, const Stored* b, Stored* out, Index count) {
+        for (; count >= lanes; a += lanes, b += lanes, out += lanes, count -= lanes) {
+            add_vector(a, b, out);
+        }
+        if (count > 0) {
+            Stored rest[2][lanes]{};
+            for (Index i = 0; i < count; ++i) {
+                rest[0][i] = a[i];
+                rest[1][i] = b[i];
+            }
+            add_vector(rest[0], rest[1], rest[0]);
+            for (Index i = 0; i < count; ++i) {
+                out[i] = rest[0][i];
+            }
+        }
+    }
+
   private:
+    static void add_vector(const Stored* a, const Stored* b, Stored* out) {
+        const auto sum = Set::load_binary16(a) + Set::load_binary16(b);
+        Set::store_binary16(out, Set::with_plain_nans(sum));
+    }
+
     /// Calls `convert(from, to)` for each vector; what is left over takes a detour through a whole
     /// one, since loads of two-byte lanes have no masks in these instruction sets.
     template <typename From, typename To, typename Convert>

@@ -58,6 +58,7 @@ constexpr UnfusedTable make_unfused_table() {
             .round_binary16 = Conversions<FloatSet>::round_binary16,
             .widen_bfloat16 = Conversions<FloatSet>::widen_bfloat16,
             .round_bfloat16 = Conversions<FloatSet>::round_bfloat16,
+            .add_binary16 = Conversions<FloatSet>::add_binary16,
         },
         {TransposedCopy<FloatSet, std::uint16_t>::copy},
         {TransposedCopy<FloatSet, std::uint32_t>::copy},

@@ -56,7 +56,8 @@ struct UnfusedKernels {
     /// y = A x: each element is the sum over increasing k of A(i, k) x[k], from zero.
     void (*row_products)(StridedRows<const T> A, const T* x, T* y, Index rows, Index cols);
     /// The rows [begin, end) of the Kronecker product, from `out` on without gaps: element
-    /// (i1 b_rows + i2, j1 b_cols + j2) is A(i1, j1) B(i2, j2).
+    /// (i1 b_rows + i2, j1 b_cols + j2) is A(i1, j1) B(i2, j2). For an A of one element the result
+    /// may lie where B does.
     void (*kron)(StridedRows<const T> A, StridedRows<const T> B, T* out, KronExtents extents,
                  Index begin, Index end);
     /// out[i] = the sum over increasing t of elements[t step + i], from zero, for `count` of them.
@@ -70,6 +71,9 @@ struct ConversionKernels {
     void (*round_binary16)(const float* from, std::uint16_t* to, Index count);
     void (*widen_bfloat16)(const std::uint16_t* from, float* to, Index count);
     void (*round_bfloat16)(const float* from, std::uint16_t* to, Index count);
+    /// Sums in float, rounded once; a NaN keeps its sign. The result may lie where an operand does.
+    void (*add_binary16)(const std::uint16_t* a, const std::uint16_t* b, std::uint16_t* out,
+                         Index count);
 };
 
 /// See copy_transposed().
