@@ -76,6 +76,17 @@ struct ConversionKernels {
                          Index count);
 };
 
+/// y = A x as `row_products` forms it, for an A of elements of two bytes a part, whose rows start
+/// `stride` elements apart. Complex sums with two parts of NaN are left to the caller to form anew.
+struct StoredRowKernels {
+    template <typename T>
+    using RowProducts = void (*)(StridedRows<const std::uint16_t> A, const T* x, T* y, Index rows,
+                                 Index cols);
+    RowProducts<float> row_products_binary16;
+    RowProducts<float> row_products_bfloat16;
+    RowProducts<std::complex<float>> row_products_complex_binary16;
+};
+
 /// See copy_transposed().
 template <typename Bits>
 struct TransposingKernel {
@@ -90,6 +101,7 @@ struct UnfusedTable : UnfusedKernels<float>,
                       UnfusedKernels<std::complex<float>>,
                       UnfusedKernels<std::complex<double>>,
                       ConversionKernels,
+                      StoredRowKernels,
                       TransposingKernel<std::uint16_t>,
                       TransposingKernel<std::uint32_t>,
                       TransposingKernel<std::uint64_t>,
