@@ -110,7 +110,7 @@ constexpr std::uint64_t widened_rows = 16;
 template <typename T>
 void transform_stored_rows(const FloatingMatrix<const T>& A, const ComputeOf<T>* x, T* y,
                            std::uint64_t begin, std::uint64_t end) {
-    const SimdKernels::StoredRowKernels& kernels = *SimdKernels::unfused_table();
+    const SimdKernels::StoredKernels& kernels = *SimdKernels::unfused_table();
     const auto multiply = [&](auto kernel, std::uint64_t row, ComputeOf<T>* sums,
                               std::uint64_t count) {
         const T* const first = A.data + row * A.cols;

@@ -7,6 +7,51 @@
 
 namespace Tessaline::SimdKernels {
 
+/// How a vector of elements of two bytes becomes one of floats.
+template <typename Set>
+struct Binary16 {
+    static typename Set::Register load(const std::uint16_t* from) {
+        return Set::load_binary16(from);
+    }
+};
+template <typename Set>
+struct UpperHalf {
+    static typename Set::Register load(const std::uint16_t* from) {
+        return Set::load_bfloat16(from);
+    }
+};
+
+/// The first `count` elements of a vector, and zeros.
+template <typename Set, typename Format>
+typename Set::Register load_first(const std::uint16_t* from, Index count) {
+    std::uint16_t padded[Set::lanes]{};
+    for (Index i = 0; i < count; ++i) {
+        padded[i] = from[i];
+    }
+    return Format::load(padded);
+}
+
+/// The sums of runs, as sum_of_runs() forms them, of elements that are widened on the way.
+template <typename Set, typename Format>
+void sum_of_stored_runs(const std::uint16_t* elements, Index step, Index terms, float* out,
+                        Index count) {
+    Index i = 0;
+    for (; i + Set::lanes <= count; i += Set::lanes) {
+        auto sum = Set::zero();
+        for (Index t = 0; t < terms; ++t) {
+            sum = sum + Format::load(elements + t * step + i);
+        }
+        Set::store(out + i, sum);
+    }
+    if (i < count) {
+        auto sum = Set::zero();
+        for (Index t = 0; t < terms; ++t) {
+            sum = sum + load_first<Set, Format>(elements + t * step + i, count - i);
+        }
+        Set::store(out + i, sum, Set::first_lanes(count - i));
+    }
+}
+
 template <typename Set>
 class Conversions {
     using Stored = std::uint16_t;

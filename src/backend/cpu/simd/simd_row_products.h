@@ -239,19 +239,6 @@ void strided_row_products(StridedRows<const typename Elements::Element> A,
                                });
 }
 
-template <typename Set>
-struct Binary16 {
-    static typename Set::Register load(const std::uint16_t* from) {
-        return Set::load_binary16(from);
-    }
-};
-template <typename Set>
-struct BFloat16Format {
-    static typename Set::Register load(const std::uint16_t* from) {
-        return Set::load_bfloat16(from);
-    }
-};
-
 /// Products that do not recover infinities: a sum with two parts of NaN tells the caller to.
 template <typename Set>
 struct UnrecoveredElements : InterleavedElements<Set> {

@@ -63,9 +63,11 @@ constexpr UnfusedTable make_unfused_table() {
         },
         {
             .row_products_binary16 = widened_row_products<Reals, Binary16<FloatSet>>,
-            .row_products_bfloat16 = widened_row_products<Reals, BFloat16Format<FloatSet>>,
+            .row_products_bfloat16 = widened_row_products<Reals, UpperHalf<FloatSet>>,
             .row_products_complex_binary16 =
                 widened_row_products<UnrecoveredElements<Unfused<FloatSet>>, Binary16<FloatSet>>,
+            .sum_of_runs_binary16 = sum_of_stored_runs<FloatSet, Binary16<FloatSet>>,
+            .sum_of_runs_bfloat16 = sum_of_stored_runs<FloatSet, UpperHalf<FloatSet>>,
         },
         {TransposedCopy<FloatSet, std::uint16_t>::copy},
         {TransposedCopy<FloatSet, std::uint32_t>::copy},

@@ -76,15 +76,23 @@ struct ConversionKernels {
                          Index count);
 };
 
-/// y = A x as `row_products` forms it, for an A of elements of two bytes a part, whose rows start
-/// `stride` elements apart. Complex sums with two parts of NaN are left to the caller to form anew.
-struct StoredRowKernels {
+/// Kernels of elements of two bytes a part, which are widened on the way and whose results are not
+/// rounded.
+struct StoredKernels {
+    /// y = A x as the kernel of that name forms it, the rows of A `stride` elements apart. Complex
+    /// sums with two parts of NaN are left to the caller to form anew.
     template <typename T>
     using RowProducts = void (*)(StridedRows<const std::uint16_t> A, const T* x, T* y, Index rows,
                                  Index cols);
     RowProducts<float> row_products_binary16;
     RowProducts<float> row_products_bfloat16;
     RowProducts<std::complex<float>> row_products_complex_binary16;
+
+    /// Sums as the kernel of that name forms them, each part of a complex element by itself.
+    using SumOfRuns = void (*)(const std::uint16_t* elements, Index step, Index terms, float* out,
+                               Index count);
+    SumOfRuns sum_of_runs_binary16;
+    SumOfRuns sum_of_runs_bfloat16;
 };
 
 /// See copy_transposed().
@@ -101,7 +109,7 @@ struct UnfusedTable : UnfusedKernels<float>,
                       UnfusedKernels<std::complex<float>>,
                       UnfusedKernels<std::complex<double>>,
                       ConversionKernels,
-                      StoredRowKernels,
+                      StoredKernels,
                       TransposingKernel<std::uint16_t>,
                       TransposingKernel<std::uint32_t>,
                       TransposingKernel<std::uint64_t>,
