@@ -83,6 +83,15 @@ struct Avx256 {
         }
     }
 
+    /// Lane i of `value` permuted is its lane places[i].
+    using Places = __m256i;
+    static Places places(const std::uint32_t* places) {
+        return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(places));
+    }
+    static Register permuted(Register value, Places places) {
+        return _mm256_permutevar8x32_ps(value, places);
+    }
+
     /// The elements at even and at odd places of a and b, one after the other.
     static Register even_elements(Register a, Register b) {
         return in_order(_mm256_shuffle_ps(a, b, 0x88));

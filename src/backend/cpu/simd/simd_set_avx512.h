@@ -101,6 +101,13 @@ struct Avx512 {
         }
     }
 
+    /// Lane i of `value` permuted is its lane places[i].
+    using Places = __m512i;
+    static Places places(const std::uint32_t* places) { return _mm512_loadu_si512(places); }
+    static Register permuted(Register value, Places places) {
+        return _mm512_permutexvar_ps(places, value);
+    }
+
     /// The elements at even and at odd places of a and b, one after the other.
     static Register even_elements(Register a, Register b) {
         const __m512i even =
