@@ -96,24 +96,33 @@ void fill_kron_by_kernels(const SimdKernels::UnfusedKernels<ComputeOf<T>>& kerne
         fill_kron_by_kernels(kernels, A.transposed(), B.transposed(), result.transposed());
         return;
     }
-    const WidenedRows<T> a(A);
-    const WidenedRows<T> b(B);
-    const auto fill_rows = [&](ComputeOf<T>* out, std::uint64_t begin, std::uint64_t end) {
-        kernels.kron({a[0], A.cols}, {b[0], B.cols}, out, {A.cols, B.rows, B.cols}, begin, end);
-    };
     const std::uint64_t cols = result.cols;
-    for_chunks(result.rows, work_of(result.rows, cols),
-               [&](std::uint64_t begin, std::uint64_t end) {
-                   if constexpr (std::is_same_v<T, ComputeOf<T>>) {
-                       fill_rows(result.data + begin * cols, begin, end);
-                   } else {
-                       const Scratch<ComputeOf<T>> products(cols);
-                       for (std::uint64_t i = begin; i < end; ++i) {
-                           fill_rows(products.data(), i, i + 1);
-                           store_results(products.data(), result.data + i * cols, cols);
-                       }
-                   }
-               });
+    const std::uint64_t work = work_of(result.rows, cols);
+    if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+        const WidenedRows<T> a(A);
+        const WidenedRows<T> b(B);
+        for_chunks(result.rows, work, [&](std::uint64_t begin, std::uint64_t end) {
+            kernels.kron({a[0], A.cols}, {b[0], B.cols}, result.data + begin * cols,
+                         {A.cols, B.rows, B.cols}, begin, end);
+        });
+    } else {
+        // Row by row, so that what is in compute type stays in the caches.
+        for_chunks(result.rows, work, [&](std::uint64_t begin, std::uint64_t end) {
+            const Scratch<ComputeOf<T>> a(A.cols);
+            const Scratch<ComputeOf<T>> b(B.cols);
+            const Scratch<ComputeOf<T>> products(cols);
+            for (std::uint64_t i = begin; i < end; ++i) {
+                const std::uint64_t of_b = i % B.rows;
+                if (i == begin || of_b == 0) {
+                    widen_rows(A, i / B.rows, i / B.rows + 1, a.data());
+                }
+                widen_rows(B, of_b, of_b + 1, b.data());
+                kernels.kron({a.data(), A.cols}, {b.data(), B.cols}, products.data(),
+                             {A.cols, 1, B.cols}, 0, 1);
+                store_results(products.data(), result.data + i * cols, cols);
+            }
+        });
+    }
 }
 
 /// The Kronecker product.
