@@ -6,6 +6,7 @@
 #include "backend/cpu/factor.h"
 #include "backend/cpu/fallback_complex_eigen_solver.h"
 #include "backend/cpu/floating_policies.h"
+#include "backend/cpu/simd/x86_simd_engine.h"
 #include "backend/cpu/solve.h"
 #include "backend/cpu/structured_determinants.h"
 #include "backend/cpu/structured_solver.h"
@@ -104,8 +105,10 @@ struct System {
     std::vector<T> x;
 };
 
-template <typename T>
-void compare_factorisations(const std::vector<double>& targets, const MachineLimits& limits) {
+/// `factor` takes an LuDecompView of T. `kind` names it.
+template <typename T, typename Factor>
+void compare_factorisations(const char* kind, const Factor& factor,
+                            const std::vector<double>& targets, const MachineLimits& limits) {
     std::size_t index = 0;
     for (const std::size_t n : {64, 256, 1024}) {
         const auto system = std::make_shared<System<T>>(n);
@@ -114,9 +117,9 @@ void compare_factorisations(const std::vector<double>& targets, const MachineLim
         const double limit =
             sizeof(Component<T>) == 8 ? limits.unfused_double : limits.unfused_float;
         const auto restore = [system] { system->restore(); };
-        compare({"lu_factor", type_name<T>(), n, operations<T> / 3 * cubed,
+        compare({kind, type_name<T>(), n, operations<T> / 3 * cubed,
                  index < targets.size() ? targets[index] : 0, limit},
-                {[=] { CpuFallback::lu_factor(system->lu(), column_major); }, restore},
+                {[=] { factor(system->lu()); }, restore},
                 {[=] {
                      call_peer<T>(LAPACKE_sgetrf, LAPACKE_dgetrf, LAPACKE_cgetrf, LAPACKE_zgetrf,
                                   LAPACK_COL_MAJOR, order, order, peer_data(system->factors), order,
@@ -125,6 +128,16 @@ void compare_factorisations(const std::vector<double>& targets, const MachineLim
                  restore});
         ++index;
     }
+}
+
+void compare_all_factorisations(const MachineLimits& limits) {
+    const auto factor = [](auto lu) { CpuFallback::lu_factor(lu, column_major); };
+    compare_factorisations<double>("lu_factor", factor, {1.8, 1.4, 1.15}, limits);
+    compare_factorisations<float>("lu_factor", factor, {1.6, 1.4, 1.1}, limits);
+    compare_factorisations<std::complex<double>>("lu_factor", factor, {1.2, 1.1, 1.0}, limits);
+    compare_factorisations<std::complex<float>>("lu_factor", factor, {}, limits);
+    compare_factorisations<std::complex<float>>(
+        "lu_factor, engine", [](auto lu) { SimdEngine::lu_decomp(lu); }, {}, limits);
 }
 
 template <typename T>
@@ -253,10 +266,7 @@ int main() {
     start_comparison();
     const MachineLimits limits = measure_machine_limits();
     print_head("Factorisations beside getrf");
-    compare_factorisations<double>({1.8, 1.4, 1.15}, limits);
-    compare_factorisations<float>({1.6, 1.4, 1.1}, limits);
-    compare_factorisations<std::complex<double>>({1.2, 1.1, 1.0}, limits);
-    compare_factorisations<std::complex<float>>({}, limits);
+    compare_all_factorisations(limits);
     print_head("Substitutions beside trsv");
     compare_substitutions<double>();
     compare_substitutions<float>();

@@ -9,47 +9,22 @@ namespace Tessaline {
 
 DenseMatrixAccessBase::~DenseMatrixAccessBase() = default;
 
-namespace {
-
-/// Two copies of a type's identity, one in each of two shared objects, differ in address but not in
-/// name. name() leaves out the leading "*" that marks a name as local.
-bool identifies(const std::type_info* found, const std::type_info* wanted) {
-    return found == wanted ||
-           (found != nullptr && std::string_view(found->name()) == wanted->name());
+bool BufferAccessDetail::have_one_name(const std::type_info* found, const std::type_info& wanted) {
+    // name() leaves out the leading "*" that marks a name as local.
+    return found != nullptr && std::string_view(found->name()) == wanted.name();
 }
 
-bool is_aligned(const void* data, std::uint64_t alignment) {
-    return reinterpret_cast<std::uintptr_t>(data) % alignment == 0;
+void BufferAccessDetail::fail_to_match(std::string_view what) {
+    throw std::logic_error(std::string(what) +
+                           " - storage buffer type, alignment or count mismatch");
 }
 
-} // namespace
-
-void BufferAccessDetail::require_data(const ConstBufferView& view, std::string_view what) {
-    if (view.count != 0 && view.data == nullptr) {
-        throw std::invalid_argument(std::string(what) + " - " + buffer_role_name(view.role) +
-                                    " buffer is null");
-    }
+void BufferAccessDetail::fail_without_data(BufferRole role, std::string_view what) {
+    throw std::invalid_argument(std::string(what) + " - " + buffer_role_name(role) +
+                                " buffer is null");
 }
 
-void BufferAccessDetail::validate(const ConstBufferView& view, const Element& element,
-                                  std::size_t expected_count, std::string_view what) {
-    if (view.count != expected_count || view.element_size != element.size ||
-        view.scalar_type != element.scalar_type || !identifies(view.type, element.type) ||
-        !is_aligned(view.data, element.alignment)) {
-        throw std::logic_error(std::string(what) +
-                               " - storage buffer type, alignment or count mismatch");
-    }
-    require_data(view, what);
-}
-
-std::size_t BufferAccessDetail::require_index(const ErasedBufferAccess& access, BufferRole role,
-                                              std::string_view what) {
-    const std::size_t count = access.buffer_count();
-    for (std::size_t index = 0; index < count; ++index) {
-        if (access.buffer(index).role == role) {
-            return index;
-        }
-    }
+void BufferAccessDetail::fail_without_role(BufferRole role, std::string_view what) {
     throw std::logic_error(std::string(what) + " - required " + buffer_role_name(role) +
                            " buffer is unavailable");
 }

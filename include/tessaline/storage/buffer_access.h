@@ -14,36 +14,27 @@ namespace Tessaline {
 
 namespace BufferAccessDetail {
 
-/// What a record must say to be read as elements of one type.
-struct Element {
-    std::uint64_t size;
-    std::uint64_t alignment;
-    ScalarType scalar_type;
-    const std::type_info* type;
-};
-
-template <BufferElement T>
-inline constexpr Element element_of{sizeof(T), alignof(T), ElementTraits<T>::scalar_type,
-                                    &typeid(T)};
-
-inline const ConstBufferView& as_const_view(const ConstBufferView& view) {
-    return view;
-}
 inline ConstBufferView as_const_view(const MutableBufferView& view) {
     return {view.role, view.data, view.count, view.element_size, view.scalar_type, view.type};
 }
 
-/// Raises std::invalid_argument for a record with a count and no data.
-TESSALINE_API void require_data(const ConstBufferView& view, std::string_view what);
+/// Two copies of a type's identity, one in each of two shared objects, differ in address but not in
+/// name.
+TESSALINE_API bool have_one_name(const std::type_info* found, const std::type_info& wanted);
 
-TESSALINE_API void validate(const ConstBufferView& view, const Element& element,
-                            std::size_t expected_count, std::string_view what);
-
-/// The index of the first buffer of a role. Raises std::logic_error when there is none.
-TESSALINE_API std::size_t require_index(const ErasedBufferAccess& access, BufferRole role,
-                                        std::string_view what);
-
+// What the checks raise; see those.
+[[noreturn]] TESSALINE_API void fail_without_data(BufferRole role, std::string_view what);
+[[noreturn]] TESSALINE_API void fail_without_role(BufferRole role, std::string_view what);
 [[noreturn]] TESSALINE_API void fail_without_buffers(std::string_view what);
+[[noreturn]] TESSALINE_API void fail_to_match(std::string_view what);
+
+/// Raises std::invalid_argument for a record with a count and no data.
+template <typename View>
+void require_data(const View& view, std::string_view what) {
+    if (view.count != 0 && view.data == nullptr) {
+        fail_without_data(view.role, what);
+    }
+}
 
 } // namespace BufferAccessDetail
 
@@ -62,25 +53,45 @@ MutableBufferView make_buffer_view(BufferRole role, T* data, std::uint64_t count
 /// scalar type, type identity or alignment, and std::invalid_argument for null data with a count.
 template <BufferElement T, typename View>
 void validate_buffer_type(const View& view, std::size_t expected_count, std::string_view what) {
-    BufferAccessDetail::validate(BufferAccessDetail::as_const_view(view),
-                                 BufferAccessDetail::element_of<T>, expected_count, what);
+    // In place, as a kernel checks each operand of each call: the record that its maker wrote field
+    // by field would be slow to copy.
+    if (view.count != expected_count || view.element_size != sizeof(T) ||
+        view.scalar_type != ElementTraits<T>::scalar_type ||
+        (view.type != &typeid(T) && !BufferAccessDetail::have_one_name(view.type, typeid(T))) ||
+        reinterpret_cast<std::uintptr_t>(view.data) % alignof(T) != 0) {
+        BufferAccessDetail::fail_to_match(what);
+    }
+    BufferAccessDetail::require_data(view, what);
 }
+
+namespace BufferAccessDetail {
+
+template <BufferElement T, typename Access>
+auto* require_data_of_role(Access& access, BufferRole role, std::size_t expected_count,
+                           std::string_view what) {
+    const std::size_t count = access.buffer_count();
+    for (std::size_t index = 0; index < count; ++index) {
+        if (const auto view = access.buffer(index); view.role == role) {
+            validate_buffer_type<T>(view, expected_count, what);
+            return static_cast<std::conditional_t<std::is_const_v<Access>, const T, T>*>(view.data);
+        }
+    }
+    fail_without_role(role, what);
+}
+
+} // namespace BufferAccessDetail
 
 /// The elements of the buffer of a role, checked as validate_buffer_type does; null when it is
 /// empty and has no memory. Raises std::logic_error besides when there is no buffer of that role.
 template <BufferElement T>
 const T* require_buffer_data(const ErasedBufferAccess& access, BufferRole role,
                              std::size_t expected_count, std::string_view what) {
-    const auto view = access.buffer(BufferAccessDetail::require_index(access, role, what));
-    validate_buffer_type<T>(view, expected_count, what);
-    return static_cast<const T*>(view.data);
+    return BufferAccessDetail::require_data_of_role<T>(access, role, expected_count, what);
 }
 template <BufferElement T>
 T* require_buffer_data(ErasedBufferAccess& access, BufferRole role, std::size_t expected_count,
                        std::string_view what) {
-    const auto view = access.buffer(BufferAccessDetail::require_index(access, role, what));
-    validate_buffer_type<T>(view, expected_count, what);
-    return static_cast<T*>(view.data);
+    return BufferAccessDetail::require_data_of_role<T>(access, role, expected_count, what);
 }
 
 /// Checks before an untyped copy that both objects have the same buffers: their number and, index

@@ -18,30 +18,18 @@ namespace Tessaline::CpuFallback {
 /// of complex elements.
 template <typename T, typename Rules = FactorRules>
 struct EliminationParts {
-    const SimdKernels::UnfusedKernels<T>* products = SimdKernels::unfused_kernels<T>();
-    const SimdKernels::EliminationKernels<T>* panels = SimdKernels::elimination_kernels<T>();
+    using Index = SimdKernels::Index;
 
-    explicit operator bool() const { return products != nullptr && panels != nullptr; }
-    SimdKernels::EliminationProgress factor_panel(T* panel, SimdKernels::Index stride,
-                                                  SimdKernels::Index rows,
-                                                  SimdKernels::Index columns,
-                                                  SimdKernels::Index* pivots) const {
-        return panels->factor_panel(panel, stride, rows, columns, pivots);
-    }
-};
-template <typename Real, typename Rules>
-struct EliminationParts<std::complex<Real>, Rules> {
-    using T = std::complex<Real>;
-    const SimdKernels::UnfusedKernels<T>* products = SimdKernels::unfused_kernels<T>();
-    const SimdKernels::EliminationKernels<T>* panels = SimdKernels::elimination_kernels<T>();
+    const typename Rules::template Kernels<T>* kernels = SimdKernels::elimination_kernels<T>();
 
-    explicit operator bool() const { return products != nullptr && panels != nullptr; }
-    SimdKernels::EliminationProgress factor_panel(T* panel, SimdKernels::Index stride,
-                                                  SimdKernels::Index rows,
-                                                  SimdKernels::Index columns,
-                                                  SimdKernels::Index* pivots) const {
-        return ComplexPanel<T, Rules>(*products, *panels, panel, stride, rows, columns)
-            .factor(pivots);
+    explicit operator bool() const { return kernels != nullptr; }
+    SimdKernels::EliminationProgress factor_panel(T* panel, Index stride, Index rows, Index columns,
+                                                  Index* pivots) const {
+        if constexpr (is_complex_element<T>) {
+            return ComplexPanel<T, Rules>(*kernels, panel, stride, rows, columns).factor(pivots);
+        } else {
+            return kernels->factor_panel(panel, stride, rows, columns, pivots);
+        }
     }
 };
 
@@ -63,7 +51,7 @@ class BlockedElimination {
     /// number all rows.
     BlockedElimination(const EliminationParts<T, Rules>& parts, T* matrix, Index order, P* pivots)
         : parts_(parts),
-          multipliers_(*parts.products, *parts.panels, matrix, order),
+          multipliers_(*parts.kernels, matrix, order),
           matrix_(matrix),
           n_(order),
           pivots_(pivots) {}
@@ -127,10 +115,25 @@ class BlockedElimination {
 
     /// Makes the swaps of the steps from `first` on in some columns.
     void swap_rows(Index first, Index begin, Index end) const {
-        for (Index column = begin; column < end; ++column) {
-            T* const elements = at(0, column);
-            for (Index k = first; k < swapped(); ++k) {
-                std::swap(elements[k], elements[static_cast<Index>(pivots_[k]) - 1]);
+        Index column = begin;
+        for (; column + swapped_together <= end; column += swapped_together) {
+            swap_rows_of<swapped_together>(first, at(0, column));
+        }
+        for (; column < end; ++column) {
+            swap_rows_of<1>(first, at(0, column));
+        }
+    }
+
+    /// Columns whose rows are swapped together, as reading the pivots takes time too.
+    static constexpr Index swapped_together = 4;
+
+    template <Index Columns>
+    void swap_rows_of(Index first, T* columns) const {
+        for (Index k = first, end = swapped(); k < end; ++k) {
+            T* const row = columns + k;
+            T* const other = columns + static_cast<Index>(pivots_[k]) - 1;
+            for (Index column = 0; column < Columns; ++column) {
+                std::swap(row[column * n_], other[column * n_]);
             }
         }
     }

@@ -7,8 +7,9 @@
 #include "backend/cpu/pivot_magnitude.h"
 #include "backend/cpu/quotient_range.h"
 #include "backend/cpu/simd/simd_elimination_kernels.h"
-#include "backend/cpu/simd/simd_unfused_kernels.h"
 
+#include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace Tessaline::CpuFallback {
@@ -37,16 +38,16 @@ class PivotDivisor<std::complex<Real>> {
         }
         return quotient;
     }
-    /// Divides elements as long as the kernel for many at once can. Returns how many are done.
-    std::uint64_t divide(const SimdKernels::EliminationKernels<T>& kernels, T* elements,
-                         std::uint64_t count) const {
+    /// As EliminationKernels have it; nothing is done where the divisor is too far from ordinary.
+    std::uint64_t eliminate(const SimdKernels::EliminationKernels<T>& kernels,
+                            const SimdKernels::PivotBlock<T>& block, std::uint64_t begin) const {
         if (!divisor_.is_ordinary()) {
-            return 0;
+            return begin;
         }
         const T scaled = divisor_.scaled();
-        return kernels.divide(
-            elements, count,
-            {divisor_.larger_part(), scaled.real(), scaled.imag(), divisor_.scaled_squared()});
+        return kernels.eliminate(block, begin,
+                                 {divisor_.larger_part(), scaled.real(), scaled.imag(),
+                                  divisor_.scaled_squared(), std::numeric_limits<Real>::min()});
     }
 
   private:
@@ -54,44 +55,58 @@ class PivotDivisor<std::complex<Real>> {
     ComplexDivisor<Real> divisor_;
 };
 
+/// Whether a column without a non-zero candidate, or with one that is not finite, ends an
+/// elimination. The pivot is what `largest` finds among finite candidates.
+template <typename T, typename Largest>
+SimdKernels::EliminationEnd find_finite_pivot(const T* candidates, std::uint64_t count,
+                                              std::uint64_t& pivot, const Largest& largest) {
+    Component<T> zero = 0;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        zero += (candidates[i].real() - candidates[i].real()) +
+                (candidates[i].imag() - candidates[i].imag());
+    }
+    if (zero != 0) {
+        return SimdKernels::EliminationEnd::non_finite;
+    }
+    pivot = largest(candidates, count);
+    return candidates[pivot] == T(0) ? SimdKernels::EliminationEnd::singular
+                                     : SimdKernels::EliminationEnd::complete;
+}
+
 /// By what rules elements are chosen and divided: those of lu_factor().
 struct FactorRules {
     template <typename T>
+    using Kernels = SimdKernels::EliminationKernels<T>;
+    template <typename T>
     using Divisor = PivotDivisor<T>;
 
-    /// The first of the candidates with the largest magnitude. Squares tell which may be that; they
-    /// are off by a few roundings, and where one of them may have left the range all may be.
     template <typename T>
-    static std::uint64_t largest(const T* candidates, std::uint64_t count) {
-        constexpr double most = 0x1p1000;
-        constexpr double least = 0x1p-900;
-        constexpr double share = 1 - 0x1p-40;
-        double largest_square = 0;
-        for (std::uint64_t i = 0; i < count; ++i) {
-            largest_square = std::max(largest_square, squared_magnitude(candidates[i]));
-        }
-        const bool tells = largest_square >= least && largest_square <= most;
-        const double bound = tells ? share * largest_square : 0;
-        PivotMagnitude<Component<T>> best;
-        std::uint64_t best_index = 0;
-        for (std::uint64_t i = 0; i < count; ++i) {
-            if (squared_magnitude(candidates[i]) >= bound) {
-                const auto candidate = pivot_magnitude(candidates[i]);
-                if (candidate.exceeds(best)) {
-                    best = candidate;
-                    best_index = i;
-                }
-            }
-        }
-        return best_index;
+    static SimdKernels::EliminationEnd find_pivot(const Kernels<T>& kernels, const T* candidates,
+                                                  std::uint64_t count, std::uint64_t& pivot) {
+        pivot = kernels.largest_magnitude(candidates, count);
+        return pivot != SimdKernels::undecided
+                   ? SimdKernels::EliminationEnd::complete
+                   : find_finite_pivot(candidates, count, pivot, largest<T>);
+    }
+    template <typename T>
+    static bool vanished(T element, T pivot, T multiplier) {
+        return QuotientRange::vanished(element, pivot, multiplier);
     }
 
   private:
+    /// The first of the candidates with the largest magnitude.
     template <typename T>
-    static double squared_magnitude(T value) {
-        const double real = value.real();
-        const double imag = value.imag();
-        return real * real + imag * imag;
+    static std::uint64_t largest(const T* candidates, std::uint64_t count) {
+        PivotMagnitude<Component<T>> best;
+        std::uint64_t best_index = 0;
+        for (std::uint64_t i = 0; i < count; ++i) {
+            const auto candidate = pivot_magnitude(candidates[i]);
+            if (candidate.exceeds(best)) {
+                best = candidate;
+                best_index = i;
+            }
+        }
+        return best_index;
     }
 };
 
@@ -103,11 +118,9 @@ class ComplexPanel {
     using End = SimdKernels::EliminationEnd;
 
   public:
-    ComplexPanel(const SimdKernels::UnfusedKernels<T>& products,
-                 const SimdKernels::EliminationKernels<T>& kernels, T* panel, Index stride,
+    ComplexPanel(const typename Rules::template Kernels<T>& kernels, T* panel, Index stride,
                  Index rows, Index columns)
-        : products_(products),
-          kernels_(kernels),
+        : kernels_(kernels),
           panel_(panel),
           stride_(stride),
           rows_(rows),
@@ -115,19 +128,15 @@ class ComplexPanel {
 
     Progress factor(Index* pivots) const {
         for (Index k = 0; k < columns_; ++k) {
-            const T* const column = panel_ + k * stride_;
-            if (!are_finite(column + k, rows_ - k)) {
-                return {k, End::non_finite};
+            const End found = Rules::find_pivot(kernels_, at(k, k), rows_ - k, pivots[k]);
+            if (found != End::complete) {
+                return {k, found};
             }
-            pivots[k] = k + Rules::largest(column + k, rows_ - k);
-            if (column[pivots[k]] == T(0)) {
-                return {k, End::singular};
-            }
+            pivots[k] += k;
             for (Index j = 0; j < columns_ && pivots[k] != k; ++j) {
-                std::swap(panel_[j * stride_ + k], panel_[j * stride_ + pivots[k]]);
+                std::swap(*at(k, j), *at(pivots[k], j));
             }
-            const Index end = store_multipliers(k);
-            subtract_multiples(k, end);
+            const Index end = eliminate(k);
             if (end != rows_) {
                 return {k, End::vanished_multiplier, end};
             }
@@ -136,50 +145,46 @@ class ComplexPanel {
     }
 
   private:
-    static bool are_finite(const T* candidates, Index count) {
-        Component<T> zero = 0;
-        for (Index i = 0; i < count; ++i) {
-            zero += (candidates[i].real() - candidates[i].real()) +
-                    (candidates[i].imag() - candidates[i].imag());
-        }
-        return zero == 0;
-    }
+    /// Rows that are looked at one by one where one of them needs it, not to ask for each anew.
+    static constexpr Index careful_rows = 16;
 
-    /// Divides column k below the diagonal by the pivot. Returns the first row whose multiplier
-    /// vanishes, which keeps its element like those below; the number of rows where there is none.
-    Index store_multipliers(Index k) const {
-        T* const column = panel_ + k * stride_;
-        const typename Rules::template Divisor<T> divisor(column[k]);
-        Index fast_again = k + 1;
-        for (Index row = k + 1; row < rows_; ++row) {
-            if (row == fast_again) {
-                row += divisor.divide(kernels_, column + row, rows_ - row);
-                // What follows is looked at one by one, and not each time anew all together.
-                fast_again = row + 16;
-                if (row == rows_) {
-                    break;
-                }
+    T* at(Index row, Index column) const { return panel_ + column * stride_ + row; }
+
+    /// Divides column k below the diagonal by the pivot and subtracts multiples of row k. Returns
+    /// the first row whose multiplier vanishes, which is left as it is like those below; the number
+    /// of rows where there is none.
+    Index eliminate(Index k) const {
+        const typename Rules::template Divisor<T> divisor(*at(k, k));
+        const SimdKernels::PivotBlock<T> block{at(k, k), stride_, rows_ - k - 1, columns_ - k - 1};
+        Index row = k + 1;
+        while (row < rows_) {
+            row = k + 1 + divisor.eliminate(kernels_, block, row - k - 1);
+            const Index begin = row;
+            const Index end = std::min(rows_, begin + careful_rows);
+            while (row < end && divide(k, row, divisor)) {
+                ++row;
             }
-            const T multiplier = divisor.multiplier(column[row]);
-            if (QuotientRange::vanished(column[row], column[k], multiplier)) {
+            // As rows: the transposes, which commutes the factors.
+            kernels_.subtract_product({at(k, k + 1), stride_}, {at(begin, k), stride_},
+                                      {at(begin, k + 1), stride_}, {block.right, 1, row - begin});
+            if (row < end) {
                 return row;
             }
-            column[row] = multiplier;
         }
         return rows_;
     }
 
-    void subtract_multiples(Index k, Index end) const {
-        T* const right = panel_ + (k + 1) * stride_ + k;
-        if (k + 1 < columns_ && k + 1 < end) {
-            // As rows: the transposes, which commutes the factors.
-            products_.subtract_product({right, stride_}, {panel_ + k * stride_ + k + 1, stride_},
-                                       {right + 1, stride_}, {columns_ - k - 1, 1, end - k - 1});
+    /// False where the multiplier vanishes.
+    bool divide(Index k, Index row, const typename Rules::template Divisor<T>& divisor) const {
+        const T multiplier = divisor.multiplier(*at(row, k));
+        const bool stands = !Rules::vanished(*at(row, k), *at(k, k), multiplier);
+        if (stands) {
+            *at(row, k) = multiplier;
         }
+        return stands;
     }
 
-    const SimdKernels::UnfusedKernels<T>& products_;
-    const SimdKernels::EliminationKernels<T>& kernels_;
+    const typename Rules::template Kernels<T>& kernels_;
     T* panel_;
     Index stride_;
     Index rows_;

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/eigen_gram_schmidt.h"
 
-#include "backend/cpu/hypotenuse.h"
-
 #include <algorithm>
 #include <stdexcept>
 
@@ -60,14 +58,7 @@ class OrthonormalBasis {
     std::size_t count_;
 };
 
-/// Results in this range and its reciprocal keep every step of a norm clear of the range's ends,
-/// also scaled to parts below 1.
-constexpr double largest_ordinary = 0x1p200;
-
-bool is_ordinary(double part) {
-    const double magnitude = std::abs(part);
-    return part == 0 || (magnitude <= largest_ordinary && magnitude >= 1 / largest_ordinary);
-}
+constexpr std::size_t columns_at_once = 4 * column_group;
 
 std::size_t whole_groups(std::size_t columns) {
     return (columns + column_group - 1) / column_group * column_group;
@@ -99,7 +90,7 @@ GramSchmidt::GramSchmidt(std::size_t n, const SimdKernels::GramSchmidtKernels* k
       set_(n, n),
       basis_(n, n),
       norms_(whole_groups(n)),
-      magnitudes_(whole_groups(n)),
+      magnitudes_(whole_groups(n) + 2 * column_group),
       column_(n) {}
 
 void GramSchmidt::orthonormalise(std::span<Complex> columns, std::size_t m, double epsilon) {
@@ -118,6 +109,12 @@ bool GramSchmidt::orthonormalise_in_vectors(std::span<Complex> columns, std::siz
         }
     }
     const std::size_t end = whole_groups(m);
+    // What a larger set left there would shrink from step to step, into the range of slow norms.
+    for (std::size_t j = m; j < end; ++j) {
+        for (std::size_t i = 0; i < m; ++i) {
+            set_.set(i, j, 0);
+        }
+    }
     kernels_->set_norms(set_.at(0, 0), set_.shape(), m, end, norms_.data());
     for (std::size_t j = 0; j < m; ++j) {
         for (std::size_t i = 0; i < m; ++i) {
@@ -142,8 +139,7 @@ bool GramSchmidt::orthonormalise_in_vectors(std::span<Complex> columns, std::siz
                 return false;
             }
         }
-        kernels_->project_set(basis_.at(j, 0), basis_.shape().imaginary, set_.at(0, 0),
-                              set_.shape(), m, (j + 1) / column_group * column_group, end);
+        project_set(j, m);
     }
     for (std::size_t j = 0; j < m; ++j) {
         for (std::size_t i = 0; i < m; ++i) {
@@ -153,38 +149,41 @@ bool GramSchmidt::orthonormalise_in_vectors(std::span<Complex> columns, std::siz
     return true;
 }
 
+/// Takes the parts along column j from the columns of its group, and with the last of a group those
+/// along all of that from the columns to come: few of these at a time, which stay in the cache.
+void GramSchmidt::project_set(std::size_t j, std::size_t m) const {
+    const auto project = [&](std::size_t k, std::size_t begin, std::size_t end) {
+        kernels_->project_set(basis_.at(k, 0), basis_.shape().imaginary, set_.at(0, 0),
+                              set_.shape(), m, begin, end);
+    };
+    const std::size_t group = j / column_group * column_group;
+    if (j + 1 < group + column_group) {
+        project(j, group, group + column_group);
+        return;
+    }
+    const std::size_t end = whole_groups(m);
+    for (std::size_t begin = j + 1; begin < end; begin += columns_at_once) {
+        for (std::size_t k = group; k <= j; ++k) {
+            project(k, begin, std::min(begin + columns_at_once, end));
+        }
+    }
+}
+
 /// One pass: takes from column j its parts along those before it.
 void GramSchmidt::project_out(std::size_t j, std::size_t m) const {
-    for (std::size_t k = 0; k < j; ++k) {
-        kernels_->project_column(basis_.at(k, 0), basis_.at(j, 0), basis_.shape().imaginary, m);
-    }
+    kernels_->project_column(basis_.at(0, 0), basis_.shape(), j, basis_.at(j, 0), m);
 }
 
 double GramSchmidt::chain_norm_of(std::size_t j, std::size_t m) {
     kernels_->magnitudes(basis_.at(j, 0), basis_.shape().imaginary, m, magnitudes_.data());
-    double norm = magnitudes_[0];
-    for (std::size_t i = 1; i < m; ++i) {
-        norm = hypotenuse(norm, magnitudes_[i]);
-    }
-    return norm;
+    return kernels_->chain_norm(magnitudes_.data(), m);
 }
 
 /// Scaling by a power of two before the norm is taken again, as normalise() does, changes no bit of
 /// the quotients where nothing comes near the ends of the range.
 bool GramSchmidt::divide_in_range(std::size_t j, std::size_t m, double norm) const {
-    if (norm == 0) {
-        return false;
-    }
-    for (std::size_t i = 0; i < m; ++i) {
-        const Complex element = basis_.get(j, i);
-        if (!is_ordinary(element.real()) || !is_ordinary(element.imag())) {
-            return false;
-        }
-    }
-    for (std::size_t i = 0; i < m; ++i) {
-        basis_.set(j, i, NumberParts::divided(basis_.get(j, i), norm));
-    }
-    return true;
+    return norm != 0 &&
+           kernels_->divide_ordinary(basis_.at(j, 0), basis_.shape().imaginary, m, norm);
 }
 
 bool GramSchmidt::normalise_column(std::size_t j, std::size_t m) {

@@ -27,6 +27,7 @@ class GramSchmidt {
 
   private:
     bool orthonormalise_in_vectors(std::span<Complex> columns, std::size_t m, double epsilon);
+    void project_set(std::size_t j, std::size_t m) const;
     void project_out(std::size_t j, std::size_t m) const;
     double chain_norm_of(std::size_t j, std::size_t m);
     bool divide_in_range(std::size_t j, std::size_t m, double norm) const;

@@ -1,10 +1,34 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/eigen_pair_recovery.h"
 
+#include "backend/cpu/hypotenuse.h"
+#include "backend/cpu/simd/simd_unfused_kernels.h"
+
 #include <algorithm>
 #include <cmath>
 
 namespace Tessaline::CpuFallback {
+
+namespace {
+
+/// The products of rows, `stride` elements apart, with a vector of as many elements as they have.
+void multiply_rows(const Complex* rows, std::size_t stride, std::span<const Complex> vector,
+                   std::span<Complex> products) {
+    if (const auto* kernels = SimdKernels::unfused_kernels<Complex>()) {
+        kernels->row_products({rows, stride}, vector.data(), products.data(), products.size(),
+                              vector.size());
+        return;
+    }
+    for (Complex& product : products) {
+        product = 0;
+        for (std::size_t j = 0; j < vector.size(); ++j) {
+            product += rows[j] * vector[j];
+        }
+        rows += stride;
+    }
+}
+
+} // namespace
 
 void BackSubstitution::solve(const SchurForm& schur, Complex lambda, std::span<Complex> x) {
     x.back() = 1;
@@ -38,7 +62,7 @@ Complex BackSubstitution::element(const SchurForm& schur, Complex lambda,
 Complex BackSubstitution::denominator(std::span<const Complex> coefficients) {
     double largest = 0;
     for (const Complex coefficient : coefficients) {
-        largest = std::max(largest, std::abs(coefficient));
+        include_magnitude(largest, coefficient);
     }
     const double floor = std::max(largest * epsilon_, smallest_);
     const Complex difference = coefficients[1] - coefficients[0];
@@ -52,13 +76,7 @@ Complex BackSubstitution::denominator(std::span<const Complex> coefficients) {
 void restore_coordinates(const SchurForm& schur, std::span<const int> exponents,
                          std::span<const Complex> x, std::span<Complex> vector) {
     std::optional<int> largest;
-    for (std::size_t i = 0; i < schur.n; ++i) {
-        Complex sum = 0;
-        for (std::size_t j = 0; j < x.size(); ++j) {
-            sum += schur.Z[i * schur.n + j] * x[j];
-        }
-        vector[i] = sum;
-    }
+    multiply_rows(schur.Z.data(), schur.n, x, vector);
     normalise(vector);
     for (std::size_t i = 0; i < schur.n; ++i) {
         if (const auto exponent = largest_exponent(vector.subspan(i, 1))) {
@@ -81,15 +99,13 @@ ScaledInput::ScaledInput(std::vector<Complex> input) : matrix(std::move(input)),
     norm = chain_norm(matrix);
 }
 
-double ScaledInput::residual(Complex lambda, std::span<const Complex> vector) const {
+double ScaledInput::residual(Complex lambda, std::span<const Complex> vector) {
     const std::size_t n = vector.size();
+    products_.resize(n);
+    multiply_rows(matrix.data(), n, vector, products_);
     double residual = 0;
     for (std::size_t i = 0; i < n; ++i) {
-        Complex sum = 0;
-        for (std::size_t j = 0; j < n; ++j) {
-            sum += matrix[i * n + j] * vector[j];
-        }
-        residual = std::hypot(residual, std::abs(sum - lambda * vector[i]));
+        residual = hypotenuse(residual, hypotenuse(products_[i] - lambda * vector[i]));
     }
     const double denominator = (std::abs(lambda) + norm) * chain_norm(vector);
     return denominator != 0 ? residual / denominator : residual;

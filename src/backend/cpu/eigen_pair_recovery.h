@@ -48,7 +48,10 @@ struct ScaledInput {
 
     /// The norm of the residual, over that of the vector and the sum of the magnitude of lambda and
     /// the norm of the matrix. `lambda` is in the units of `matrix`.
-    double residual(Complex lambda, std::span<const Complex> vector) const;
+    double residual(Complex lambda, std::span<const Complex> vector);
+
+  private:
+    std::vector<Complex> products_; ///< of the rows with a vector
 };
 
 } // namespace Tessaline::CpuFallback

@@ -21,6 +21,12 @@ bool are_finite(std::span<const Complex> values);
 /// Multiplies by two to `exponent`, rounding where a part leaves the normal range.
 void scale(std::span<Complex> values, int exponent);
 
+/// The largest magnitude of a part, without regard to NaN; 0 where there is none.
+double largest_part(std::span<const Complex> values);
+
+/// Makes `largest` cover the magnitude of one more value.
+void include_magnitude(double& largest, Complex value);
+
 /// The largest binary exponent among the finite parts that are not zero; empty where there is none.
 std::optional<int> largest_exponent(std::span<const Complex> values);
 

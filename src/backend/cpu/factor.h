@@ -8,6 +8,7 @@
 
 #include "backend/cpu/blocked_elimination.h"
 #include "backend/cpu/factor_matrix.h"
+#include "backend/cpu/square_transpose.h"
 #include "tessaline/storage/checked_size_cast.h"
 #include "tessaline/storage/kernel_views.h"
 
@@ -96,11 +97,19 @@ void plain_lu_factor(LuDecompView<P, T> lu, DataMatrixLayout layout) {
     });
 }
 
-/// The same by blocks, for column-major factors whose rows P can number.
+/// The same by blocks, for factors whose rows P can number.
 template <typename P, typename T>
-void blocked_lu_factor(LuDecompView<P, T> lu, const EliminationParts<T>& parts) {
+void blocked_lu_factor(LuDecompView<P, T> lu, DataMatrixLayout layout,
+                       const EliminationParts<T>& parts) {
+    const auto turn = [&] {
+        if (layout == DataMatrixLayout::row_major) {
+            transpose_in_place(lu.factors, lu.size);
+        }
+    };
     BlockedElimination elimination(parts, lu.factors, lu.size, lu.pivots);
+    turn();
     const auto progress = elimination.factor();
+    turn();
     *lu.swap_count = elimination.swaps();
     switch (progress.end) {
     case SimdKernels::EliminationEnd::complete:
@@ -125,9 +134,8 @@ void blocked_lu_factor(LuDecompView<P, T> lu, const EliminationParts<T>& parts) 
 template <typename P, typename T>
 void lu_factor(LuDecompView<P, T> lu, DataMatrixLayout layout) {
     const EliminationParts<T> parts;
-    if (parts && lu.size >= smallest_blocked_order && layout == DataMatrixLayout::column_major &&
-        std::in_range<P>(lu.size)) {
-        blocked_lu_factor(lu, parts);
+    if (parts && lu.size >= smallest_blocked_order && std::in_range<P>(lu.size)) {
+        blocked_lu_factor(lu, layout, parts);
         return;
     }
     plain_lu_factor(lu, layout);

@@ -114,7 +114,7 @@ class EigenSolver {
         }
     }
 
-    void check_pair(Complex lambda) const {
+    void check_pair(Complex lambda) {
         const int original_exponent = scaling_exponent_ - unit_exponent();
         const double residual =
             input_.residual(scaled(lambda, original_exponent - input_.exponent), vector_);

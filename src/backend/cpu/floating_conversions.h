@@ -26,12 +26,14 @@ class Scratch {
     static constexpr std::uint64_t few = (std::uint64_t{16} << 10U) / sizeof(T);
 
     T* allocate(std::uint64_t count) {
-        allocated_ = std::make_unique_for_overwrite<T[]>(count);
-        return allocated_.get();
+        // As bytes, since complex numbers would be set to zero.
+        allocated_ = std::make_unique_for_overwrite<std::byte[]>(count * sizeof(T));
+        return reinterpret_cast<T*>(allocated_.get());
     }
 
+    static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
     alignas(T) std::byte own_[few * sizeof(T)];
-    std::unique_ptr<T[]> allocated_;
+    std::unique_ptr<std::byte[]> allocated_;
     T* data_;
 };
 

@@ -7,8 +7,8 @@
 #include "backend/cpu/floating_widened.h"
 #include "backend/cpu/power_by_squaring.h"
 
+#include <iterator>
 #include <stdexcept>
-#include <vector>
 
 namespace Tessaline {
 
@@ -38,7 +38,8 @@ void map_elements(const FloatingMatrix<From>& from, const FloatingMatrix<To>& to
                });
 }
 
-/// Sets `result` to a power above 1.
+/// Sets `result` to a power above 1. Of the matrices that the squaring needs, the one that ends as
+/// the power is the result itself where that can hold it.
 template <typename T>
 void store_power(const FloatingMatrix<const T>& A, std::uint32_t exponent,
                  const FloatingMatrix<T>& result) {
@@ -46,26 +47,32 @@ void store_power(const FloatingMatrix<const T>& A, std::uint32_t exponent,
     using Matrix = FloatingMatrix<Compute>;
     const std::uint64_t n = A.rows;
     const std::uint64_t count = n * n;
-    std::vector<Compute> elements(3 * count);
-    const auto matrix_at = [&](std::uint64_t index) {
-        return Matrix{elements.data() + index * count, n, n, DataMatrixLayout::row_major};
-    };
-    const Matrix identity = matrix_at(0);
-    for (std::uint64_t i = 0; i < n; ++i) {
-        identity(i, i) = 1;
+    const std::size_t last =
+        power_by_squaring<std::size_t>(exponent, 0, 1, 2, [](auto, auto, auto) {});
+    const Scratch<Compute> elements(3 * count);
+    Matrix matrices[3];
+    for (std::size_t i = 0; i < std::size(matrices); ++i) {
+        matrices[i] = {elements.data() + i * count, n, n, DataMatrixLayout::row_major};
     }
-    const Matrix base = matrix_at(1);
-    widen_rows(A, 0, n, base.data);
-    const Matrix power = power_by_squaring(
-        exponent, identity, base, matrix_at(2),
-        [](const Matrix& B, const Matrix& C, const Matrix& product) {
-            multiply_matrices<Compute>({B.data, B.rows, B.cols, B.layout},
-                                       {C.data, C.rows, C.cols, C.layout}, product);
-        });
-    if (result.is_row_major()) {
-        store_results(power.data, result.data, count);
-    } else {
-        map_elements(power, result, [](Compute element) { return result_as<T>(element); });
+    if constexpr (std::is_same_v<T, Compute>) {
+        if (result.is_row_major()) {
+            matrices[last] = result;
+        }
+    }
+    std::fill_n(matrices[0].data, count, Compute{});
+    for (std::uint64_t i = 0; i < n; ++i) {
+        matrices[0](i, i) = 1;
+    }
+    widen_rows(A, 0, n, matrices[1].data);
+    power_by_squaring(exponent, matrices[0], matrices[1], matrices[2],
+                      [](const Matrix& B, const Matrix& C, const Matrix& product) {
+                          multiply_matrices<Compute>({B.data, B.rows, B.cols, B.layout},
+                                                     {C.data, C.rows, C.cols, C.layout}, product);
+                      });
+    if (!result.is_row_major()) {
+        map_elements(matrices[last], result, [](Compute element) { return result_as<T>(element); });
+    } else if (!std::is_same_v<T, Compute>) {
+        store_results(matrices[last].data, result.data, count);
     }
 }
 

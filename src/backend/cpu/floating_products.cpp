@@ -60,15 +60,15 @@ void multiply_rows(const Kernels<T>& kernels, const FloatingMatrix<const T>& A,
                    const WidenedRows<T>& B, const FloatingMatrix<T>& C, std::uint64_t begin,
                    std::uint64_t end) {
     const WidenedRows<T> rows_of_a(A, begin, end);
-    const SimdKernels::ProductExtents extents{end - begin, A.cols, C.cols};
     T* result = C.data + begin * C.cols;
     const auto multiply = [&](ComputeOf<T>* sums) {
-        kernels.multiply({rows_of_a[0], A.cols}, {B[0], C.cols}, {sums, C.cols}, extents);
+        kernels.multiply({rows_of_a[0], A.cols}, {B[0], C.cols}, {sums, C.cols},
+                         {end - begin, A.cols, C.cols});
     };
     if constexpr (std::is_same_v<T, ComputeOf<T>>) {
         multiply(result);
     } else {
-        const std::uint64_t count = extents.rows * extents.cols;
+        const std::uint64_t count = (end - begin) * C.cols;
         const Scratch<ComputeOf<T>> sums(count);
         multiply(sums.data());
         store_results(sums.data(), result, count);

@@ -3,7 +3,6 @@
 
 // std::hypot as this library defines it, so that vectors of it have the same bits.
 
-#include <algorithm>
 #include <cmath>
 #include <complex>
 
@@ -13,10 +12,16 @@ namespace Tessaline {
 /// Borges gives in "Algorithm 1014: An Improved Algorithm for hypot(x,y)", ACM Trans. Math. Softw.
 /// 47 (2020). The bits are those of std::hypot in the GNU C library from 2.35 on.
 inline double hypotenuse(double x, double y) {
-    const double a = std::max(std::abs(x), std::abs(y));
-    const double b = std::min(std::abs(x), std::abs(y));
-    // Where no square leaves the range, and the smaller one tells.
-    if (!(a <= 0x1p500 && b >= 0x1p-450 && b >= a * 0x1p-50)) [[unlikely]] {
+    x = std::abs(x);
+    y = std::abs(y);
+    // One of them is NaN where x or y is.
+    const double a = x < y ? y : x;
+    const double b = x < y ? x : y;
+    if (b <= a * 0x1p-50) {
+        return a;
+    }
+    // Where a square could leave the range, or one is NaN.
+    if (!(a <= 0x1p500 && b >= 0x1p-450)) [[unlikely]] {
         return std::hypot(x, y);
     }
     const double root = std::sqrt(a * a + b * b);

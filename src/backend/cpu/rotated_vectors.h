@@ -5,14 +5,10 @@
 
 #include "backend/cpu/planar_matrix.h"
 
-#include <algorithm>
 #include <array>
 #include <span>
 
 namespace Tessaline::CpuStructured {
-
-/// Columns in which rotations are applied at once.
-inline constexpr std::size_t rotated_columns = 4 * SimdKernels::rotation_block;
 
 /// The rotations of a common row with one block of rows.
 struct BlockRotations {
@@ -20,23 +16,63 @@ struct BlockRotations {
     std::array<SimdKernels::RowRotation, SimdKernels::rotation_block> rotations;
 };
 
-/// The unit matrix under rotations of its rows. They are kept until some phases have come together
-/// and then applied to a few columns after the other, which stay in the first-level cache, in
-/// pieces of work that advance() hands out while the next rotations are looked for.
+/// The rotations of the rows of one block, each of them common row in turn, with that block and
+/// those after it.
+class GroupRotations {
+  public:
+    explicit GroupRotations(std::size_t blocks)
+        : blocks_(blocks),
+          rotations_(SimdKernels::rotation_block * blocks) {}
+
+    /// Starts anew, without any rotation yet.
+    void start(std::size_t group) {
+        group_ = group;
+        for (BlockRotations& found : rotations_) {
+            found.count = 0;
+        }
+    }
+
+    std::size_t group() const { return group_; }
+    BlockRotations& at(std::size_t phase, std::size_t block) {
+        return rotations_[block * SimdKernels::rotation_block + phase];
+    }
+    const BlockRotations& at(std::size_t phase, std::size_t block) const {
+        return rotations_[block * SimdKernels::rotation_block + phase];
+    }
+
+    /// Applies the rotations of one common row with one block in the leading columns of a matrix.
+    template <typename C>
+    void apply(std::size_t phase, std::size_t block, const PlanarMatrix<C>& matrix,
+               std::size_t columns, const SimdKernels::RotationKernels<C>& kernels) const {
+        const BlockRotations& found = at(phase, block);
+        if (found.count != 0 && columns != 0) {
+            kernels.rotate(matrix.at(group_ * SimdKernels::rotation_block + phase, 0),
+                           matrix.at(block * SimdKernels::rotation_block, 0), matrix.shape(),
+                           found.rotations.data(), found.count, columns);
+        }
+    }
+
+  private:
+    std::size_t blocks_;
+    std::size_t group_ = 0;
+    std::vector<BlockRotations> rotations_;
+};
+
+/// The unit matrix under rotations of its rows. Those of one group are applied in pieces of work
+/// that advance() hands out while the rotations of the next one are looked for.
 template <typename C>
 class RotatedVectors {
     static constexpr std::size_t block = SimdKernels::rotation_block;
-    static constexpr std::size_t phases = 8; ///< that come together
 
   public:
     /// Where no vectors are wanted, nothing is kept.
     RotatedVectors(std::size_t order, bool wanted, const SimdKernels::RotationKernels<C>& kernels)
         : kernels_(kernels),
           wanted_(wanted),
-          blocks_((order + block - 1) / block),
           vectors_(wanted ? order : 0, order),
-          added_((wanted ? phases : 1) * blocks_),
-          pending_(wanted ? phases * blocks_ : 0) {
+          pending_((order + block - 1) / block),
+          end_((order + block - 1) / block * block),
+          next_(end_) {
         for (std::size_t i = 0; i < order && wanted; ++i) {
             vectors_.set(i, i, 1);
         }
@@ -46,87 +82,39 @@ class RotatedVectors {
     /// Element k of vector i, once all is finished.
     C get(std::size_t i, std::size_t k) const { return vectors_.get(i, k); }
 
-    /// Where to note the rotations of the next phase, by block; without any at first.
-    std::span<BlockRotations> next_phase() {
-        const auto phase = std::span(added_).subspan(count_ * blocks_, blocks_);
-        for (BlockRotations& found : phase) {
-            found.count = 0;
-        }
-        return phase;
-    }
-    /// That phase is complete; p was its common row.
-    void add_phase(std::size_t p) {
-        rows_[count_] = p;
-        if (wanted_ && ++count_ == phases) {
-            start_pending();
+    /// Takes the rotations of a group, and gives those of an earlier one for them.
+    void add(GroupRotations& rotations) {
+        if (wanted_) {
+            finish();
+            std::swap(pending_, rotations);
+            next_ = pending_.group() * block;
         }
     }
 
-    /// Does a share of the work that pays off before as many calls as there are rotations in the
-    /// phases to come.
+    /// Does a share of the work. There are no more shares than pairs of a phase and a row that the
+    /// group had.
     void advance() {
-        for (std::size_t i = 0; i < share_ && next_ < end_; ++i) {
-            apply_next();
+        if (next_ < end_) {
+            pending_.apply(next_ % block, next_ / block, vectors_, vectors_.padded_columns(),
+                           kernels_);
+            ++next_;
         }
     }
 
     void finish() {
-        start_pending();
-        finish_pending();
+        while (next_ < end_) {
+            advance();
+        }
     }
 
   private:
-    std::size_t pieces_of_row() const {
-        return (vectors_.padded_columns() + rotated_columns - 1) / rotated_columns;
-    }
-
-    void finish_pending() {
-        while (next_ < end_) {
-            apply_next();
-        }
-    }
-
-    void start_pending() {
-        finish_pending();
-        std::swap(added_, pending_);
-        pending_rows_ = rows_;
-        pending_count_ = count_;
-        count_ = 0;
-        next_ = 0;
-        end_ = pending_count_ * blocks_ * pieces_of_row();
-        // The phases to come are a little shorter.
-        share_ = pieces_of_row() / block + 1;
-    }
-
-    void apply_next() {
-        const std::size_t in_piece = next_ % (pending_count_ * blocks_);
-        const std::size_t column = next_ / (pending_count_ * blocks_) * rotated_columns;
-        ++next_;
-        const BlockRotations& found = pending_[in_piece];
-        if (found.count != 0) {
-            kernels_.rotate(vectors_.at(pending_rows_[in_piece / blocks_], column),
-                            vectors_.at(in_piece % blocks_ * block, column), vectors_.shape(),
-                            found.rotations.data(), found.count,
-                            std::min(rotated_columns, vectors_.padded_columns() - column));
-        }
-    }
-
     const SimdKernels::RotationKernels<C>& kernels_;
     bool wanted_;
-    std::size_t blocks_;
     PlanarMatrix<C> vectors_; ///< one vector a row
-
-    // By phase and block.
-    std::vector<BlockRotations> added_;
-    std::vector<BlockRotations> pending_;
-    std::array<std::size_t, phases> rows_{};
-    std::array<std::size_t, phases> pending_rows_{};
-    std::size_t count_ = 0;
-    std::size_t pending_count_ = 0;
-    // Pieces of work on what is pending.
-    std::size_t next_ = 0;
-    std::size_t end_ = 0;
-    std::size_t share_ = 0;
+    GroupRotations pending_;
+    // Pieces of work on what is pending: block by block, and phase by phase within.
+    std::size_t end_;
+    std::size_t next_;
 };
 
 } // namespace Tessaline::CpuStructured

@@ -55,7 +55,7 @@ void substitute_forward(Matrix factors, T* b, const EliminationParts<T>& parts =
     if (Matrix::rows_are_contiguous || !parts) {
         plain_substitute_forward(factors, b);
     } else {
-        parts.panels->substitute_forward(factors.data, factors.order, b, factors.order);
+        parts.kernels->substitute_forward(factors.data, factors.order, b, factors.order);
     }
 }
 
@@ -75,8 +75,8 @@ T solved_element(T value, T diagonal, std::uint64_t row) {
 /// b = U^-1 b. An element takes its terms in increasing column, so that the last solved element is
 /// the first one subtracted and columns cannot be applied one by one.
 template <typename Matrix, typename T>
-void plain_substitute_backward(Matrix factors, T* b, std::uint64_t end) {
-    for (std::uint64_t row = end; row-- > 0;) {
+void plain_substitute_backward(Matrix factors, T* b) {
+    for (std::uint64_t row = factors.order; row-- > 0;) {
         T value = b[row];
         for (std::uint64_t column = row + 1; column < factors.order; ++column) {
             value -= factors(row, column) * b[column];
@@ -85,91 +85,24 @@ void plain_substitute_backward(Matrix factors, T* b, std::uint64_t end) {
     }
 }
 
-/// Backward substitution by blocks of rows of a column-major matrix. All subtractions are one
-/// chain. The products are made in vectors and stored in the order of the chain, those of the next
-/// block between the links of the chain of this one, which leave the processor much time.
-template <typename T>
-class BackwardSubstitution {
-    using Index = std::uint64_t;
-    static constexpr Index block = SimdKernels::elimination_block;
-    static constexpr Index most_columns = 1024;
-    static constexpr Index links = 64; ///< of the chain, while `block` columns are multiplied
-
-  public:
-    BackwardSubstitution(const SimdKernels::EliminationKernels<T>& kernels, const T* factors,
-                         Index order, T* b)
-        : kernels_(kernels),
-          factors_(factors),
-          order_(order),
-          b_(b) {}
-
-    /// Solves rows from the last one up, and returns how many at the top it leaves to others: those
-    /// of an incomplete block and those with too many columns for its buffers.
-    Index solve() {
-        Index end = order_;
-        for (; end >= block && order_ - end <= most_columns - block; end -= block) {
-            // What this block solves for, the next one has to multiply first.
-            next_column_ = end;
-            for (Index row = end; row-- > end - block;) {
-                solve_row(row, end);
-            }
-            if (end >= 2 * block) {
-                multiply_next(end, order_);
-                next_column_ = end - block;
-                multiply_next(end, end);
-            }
-            std::swap(products_, next_products_);
-        }
-        return end;
-    }
-
-  private:
-    void solve_row(Index row, Index end) {
-        T value = b_[row];
-        for (Index column = row + 1; column < end; ++column) {
-            value -= factors_[column * order_ + row] * b_[column];
-        }
-        const T* const products = products_ + (row + block - end) * most_columns;
-        const Index columns = order_ - end;
-        for (Index column = 0; column < columns; column += links) {
-            for (Index link = column; link < std::min(columns, column + links); ++link) {
-                value -= products[link];
-            }
-            if (end >= 2 * block) {
-                multiply_next(end, std::min(next_column_ + block, order_));
-            }
-        }
-        b_[row] = solved_element(value, factors_[row * order_ + row], row);
-    }
-
-    /// Multiplies the columns of the block above row end - `block` up to `end_column`.
-    void multiply_next(Index end, Index end_column) {
-        kernels_.multiply_rows(factors_ + next_column_ * order_ + end - 2 * block, order_,
-                               b_ + next_column_, end_column - next_column_,
-                               next_products_ + (next_column_ - (end - block)), most_columns);
-        next_column_ = end_column;
-    }
-
-    const SimdKernels::EliminationKernels<T>& kernels_;
-    const T* factors_;
-    Index order_;
-    T* b_;
-    Index next_column_ = 0;
-    alignas(64) T buffers_[2][block * most_columns];
-    T* products_ = buffers_[0];
-    T* next_products_ = buffers_[1];
-};
-
 /// The same, by blocks where that is faster.
 template <typename Matrix, typename T>
 void substitute_backward(Matrix factors, T* b, const EliminationParts<T>& parts = {}) {
-    std::uint64_t end = factors.order;
-    if constexpr (!Matrix::rows_are_contiguous && !is_complex_element<T>) {
-        if (parts) {
-            end = BackwardSubstitution<T>(*parts.panels, factors.data, factors.order, b).solve();
-        }
+    if (Matrix::rows_are_contiguous || !parts) {
+        plain_substitute_backward(factors, b);
+        return;
     }
-    plain_substitute_backward(factors, b, end);
+    using Value = SimdKernels::BuiltInValue<T>;
+    parts.kernels->substitute_backward({factors.data, factors.order, factors.order}, b,
+                                       [](Value value, Value diagonal, std::uint64_t row) {
+                                           const T quotient =
+                                               solved_element(T(value), T(diagonal), row);
+                                           if constexpr (is_complex_element<T>) {
+                                               return quotient.__rep();
+                                           } else {
+                                               return quotient;
+                                           }
+                                       });
 }
 
 /// Solves A x = b from the factors of A, x in the place of b, which has `lu.size` elements.

@@ -7,6 +7,7 @@
 #include "backend/cpu/log_magnitude.h"
 #include "backend/cpu/number_parts.h"
 #include "backend/cpu/quotient_range.h"
+#include "backend/cpu/square_transpose.h"
 #include "backend/cpu/structured_input.h"
 #include "tessaline/catalogue/errors.h"
 #include "tessaline/storage/checked_size_cast.h"
@@ -14,6 +15,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <emmintrin.h>
 #include <limits>
 #include <numbers>
 #include <vector>
@@ -72,17 +74,27 @@ Extent extent_of(std::span<const C> data, std::size_t order) {
     throw std::runtime_error("slogdet - non-finite LU pivot");
 }
 
-bool is_subnormal(double part) {
-    return part != 0 && std::abs(part) < std::numeric_limits<double>::min();
-}
-
+/// In vectors, which the compiler does not make of a loop over doubles by itself.
 template <typename C>
 bool has_subnormal_part(std::span<const C> data) {
-    bool found = false;
-    for (const C element : data) {
-        found |= is_subnormal(real_part(element)) || is_subnormal(imaginary_part(element));
+    constexpr std::size_t lanes = 2;
+    const __m128d sign = _mm_set1_pd(-0.0);
+    const __m128d least_normal = _mm_set1_pd(std::numeric_limits<double>::min());
+    const auto* const parts = reinterpret_cast<const double*>(data.data());
+    const std::size_t count = data.size_bytes() / sizeof(double);
+    __m128d found = _mm_setzero_pd();
+    const auto include = [&](__m128d next) {
+        const __m128d magnitudes = _mm_andnot_pd(sign, next);
+        found = _mm_or_pd(found, _mm_and_pd(_mm_cmplt_pd(magnitudes, least_normal),
+                                            _mm_cmpgt_pd(magnitudes, _mm_setzero_pd())));
+    };
+    for (std::size_t i = 0; i + lanes <= count; i += lanes) {
+        include(_mm_loadu_pd(parts + i));
     }
-    return found;
+    if (count % lanes != 0) {
+        include(_mm_load_sd(parts + count - 1));
+    }
+    return _mm_movemask_pd(found) != 0;
 }
 
 /// The row at or below k with the largest part in column k, and that part; 0 for a zero column.
@@ -114,6 +126,9 @@ Pivot find_pivot(std::span<const C> data, std::size_t order, std::size_t k) {
 /// How slogdet chooses and divides complex elements.
 struct DeterminantRules {
     template <typename C>
+    using Kernels = EliminationKernels<C>;
+
+    template <typename C>
     class Divisor {
       public:
         explicit Divisor(C pivot) : pivot_(pivot) {}
@@ -126,13 +141,44 @@ struct DeterminantRules {
             }
             return quotient;
         }
-        /// There is no kernel for many at once: the library divides.
-        static std::size_t divide(const EliminationKernels<C>&, C*, std::size_t) { return 0; }
+        /// As EliminationKernels have it. The library's division scales none of such operands.
+        std::size_t eliminate(const EliminationKernels<C>& kernels,
+                              const SimdKernels::PivotBlock<C>& block, std::size_t begin) const {
+            constexpr double least = 0x1p-400;
+            constexpr double most = 0x1p400;
+            const double c = std::abs(pivot_.real());
+            const double d = std::abs(pivot_.imag());
+            if (std::min(c, d) < least || std::max(c, d) > most) {
+                return begin;
+            }
+            const double ratio =
+                c < d ? pivot_.real() / pivot_.imag() : pivot_.imag() / pivot_.real();
+            return c < d ? kernels.eliminate(
+                               block, begin,
+                               {1, ratio, 1, pivot_.real() * ratio + pivot_.imag(), least})
+                         : kernels.eliminate(
+                               block, begin,
+                               {1, 1, ratio, pivot_.real() + pivot_.imag() * ratio, least});
+        }
 
       private:
         C pivot_;
     };
 
+    template <typename C>
+    static SimdKernels::EliminationEnd find_pivot(const Kernels<C>& kernels, const C* candidates,
+                                                  std::size_t count, std::size_t& pivot) {
+        pivot = kernels.largest_part(candidates, count);
+        return pivot != SimdKernels::undecided
+                   ? SimdKernels::EliminationEnd::complete
+                   : CpuFallback::find_finite_pivot(candidates, count, pivot, largest<C>);
+    }
+    template <typename C>
+    static bool vanished(C element, C pivot, C multiplier) {
+        return QuotientRange::vanished(element, pivot, multiplier);
+    }
+
+  private:
     /// The first of the candidates with the largest part.
     template <typename C>
     static std::size_t largest(const C* candidates, std::size_t count) {
@@ -186,29 +232,13 @@ std::optional<std::size_t> plain_eliminate(std::span<C> data, std::size_t order)
     return swaps;
 }
 
-/// Transposes a square matrix, a tile of one line of the cache by one after the other.
-template <typename C>
-void transpose(std::span<C> data, std::size_t order) {
-    constexpr std::size_t tile = 8;
-    for (std::size_t first_row = 0; first_row < order; first_row += tile) {
-        for (std::size_t first_column = 0; first_column <= first_row; first_column += tile) {
-            for (std::size_t row = first_row; row < std::min(first_row + tile, order); ++row) {
-                const std::size_t end = std::min(first_column + tile, row);
-                for (std::size_t column = first_column; column < end; ++column) {
-                    std::swap(data[row * order + column], data[column * order + row]);
-                }
-            }
-        }
-    }
-}
-
 /// The same by blocks.
 template <typename C>
 std::optional<std::size_t>
 blocked_eliminate(std::span<C> data, std::size_t order,
                   const CpuFallback::EliminationParts<C, DeterminantRules>& parts) {
     std::vector<std::uint64_t> pivots(order);
-    transpose(data, order);
+    transpose_in_place(data.data(), order);
     CpuFallback::BlockedElimination elimination(parts, data.data(), order, pivots.data());
     switch (elimination.factor().end) {
     case EliminationEnd::complete:
@@ -295,7 +325,7 @@ class BlockedCholesky {
     static constexpr std::size_t block = 8;
 
   public:
-    BlockedCholesky(const UnfusedKernels<C>& products, std::span<C> data, std::size_t order)
+    BlockedCholesky(const TriangleKernels<C>& products, std::span<C> data, std::size_t order)
         : products_(products),
           data_(data),
           n_(order),
@@ -356,7 +386,7 @@ class BlockedCholesky {
         return true;
     }
 
-    const UnfusedKernels<C>& products_;
+    const TriangleKernels<C>& products_;
     std::span<C> data_;
     std::size_t n_;
     std::vector<double> diagonal_; ///< of the matrix
@@ -441,7 +471,7 @@ std::optional<double> rooted_positive_definite_logdet(std::span<C> data, std::si
     mirror_lower_triangle(data, order);
     const double shift = normalise_determinant(data, order, positive_definite_name);
     double total = 0;
-    const auto* products = unfused_kernels<C>();
+    const TriangleKernels<C>* products = elimination_kernels<C>();
     const bool found = products != nullptr && order >= smallest_blocked_order
                            ? BlockedCholesky<C>(*products, data, order).factor(total)
                            : plain_cholesky(data, order, total);

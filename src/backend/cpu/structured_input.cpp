@@ -3,7 +3,9 @@
 
 #include "backend/cpu/floating_policies.h"
 #include "backend/cpu/number_parts.h"
+#include "backend/cpu/square_transpose.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 
@@ -22,6 +24,19 @@ bool are_conjugate(C lower, C upper, double tolerance) {
     }
     const C difference = divided(lower, scale) - conjugated(divided(upper, scale));
     return largest_part(difference) <= tolerance;
+}
+
+/// target(j, i) is the conjugate of source(i, j), for a source of `rows` by `cols` elements within
+/// a matrix whose rows are `stride` elements long, like those of the target.
+template <typename C>
+void copy_conjugate_transposed(const C* source, C* target, std::size_t stride, std::size_t rows,
+                               std::size_t cols) {
+    BitsOf<C> flipped{};
+    if constexpr (is_complex_element<C>) {
+        flipped.high = std::uint64_t{1} << 63U;
+    }
+    copy_transposed(reinterpret_cast<const BitsOf<C>*>(source), stride,
+                    reinterpret_cast<BitsOf<C>*>(target), stride, rows, cols, flipped, false);
 }
 
 } // namespace
@@ -48,10 +63,19 @@ void validate(std::span<const C> data, std::size_t order, bool hermitian, double
 
 template <typename C>
 void mirror_lower_triangle(std::span<C> data, std::size_t order) {
-    for (std::size_t i = 0; i < order; ++i) {
-        data[i * order + i] = real_part(data[i * order + i]);
-        for (std::size_t j = 0; j < i; ++j) {
-            data[j * order + i] = conjugated(data[i * order + j]);
+    constexpr std::size_t tile = 32;
+    for (std::size_t first = 0; first < order; first += tile) {
+        const std::size_t end = std::min(first + tile, order);
+        C* const rows = &data[first * order];
+        for (std::size_t column = 0; column < first; column += tile) {
+            copy_conjugate_transposed(rows + column, &data[column * order + first], order,
+                                      end - first, tile);
+        }
+        for (std::size_t i = first; i < end; ++i) {
+            data[i * order + i] = real_part(data[i * order + i]);
+            for (std::size_t j = first; j < i; ++j) {
+                data[j * order + i] = conjugated(data[i * order + j]);
+            }
         }
     }
 }

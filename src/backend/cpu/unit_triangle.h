@@ -4,7 +4,6 @@
 // Systems with a unit lower triangle, solved by halves so that most of the work is products.
 
 #include "backend/cpu/simd/simd_elimination_kernels.h"
-#include "backend/cpu/simd/simd_unfused_kernels.h"
 
 #include <bit>
 
@@ -18,10 +17,8 @@ class UnitTriangle {
     static constexpr Index block = SimdKernels::elimination_block;
 
   public:
-    UnitTriangle(const SimdKernels::UnfusedKernels<T>& products,
-                 const SimdKernels::EliminationKernels<T>& blocks, const T* matrix, Index stride)
-        : products_(products),
-          blocks_(blocks),
+    UnitTriangle(const SimdKernels::TriangleKernels<T>& kernels, const T* matrix, Index stride)
+        : kernels_(kernels),
           matrix_(matrix),
           stride_(stride) {}
 
@@ -43,18 +40,13 @@ class UnitTriangle {
     void subtract_product(Index row, Index rows, Index column, Index inner, T* B, Index b_stride,
                           Index columns) const {
         // As rows: the transposes of all three, which commutes the factors.
-        products_.subtract_product({B + column, b_stride}, {at(row, column), stride_},
-                                   {B + row, b_stride}, {columns, inner, rows});
+        kernels_.subtract_product({B + column, b_stride}, {at(row, column), stride_},
+                                  {B + row, b_stride}, {columns, inner, rows});
     }
 
     /// Subtracts multiples of row k of B from its rows below, up to `end`.
     void subtract_multiples(Index k, Index end, T* B, Index b_stride, Index columns) const {
-        for (Index column = 0; column < columns; ++column) {
-            T* const b = B + column * b_stride;
-            for (Index row = k + 1; row < end; ++row) {
-                b[row] -= *at(row, k) * b[k];
-            }
-        }
+        subtract_product(k + 1, end - k - 1, k, 1, B, b_stride, columns);
     }
 
   private:
@@ -62,7 +54,7 @@ class UnitTriangle {
 
     void solve_block(Index first, Index order, T* B, Index b_stride, Index columns) const {
         if (order == block) {
-            blocks_.solve_triangle(at(first, first), stride_, B + first, b_stride, columns);
+            kernels_.solve_triangle(at(first, first), stride_, B + first, b_stride, columns);
             return;
         }
         for (Index k = first; k + 1 < first + order; ++k) {
@@ -70,8 +62,7 @@ class UnitTriangle {
         }
     }
 
-    const SimdKernels::UnfusedKernels<T>& products_;
-    const SimdKernels::EliminationKernels<T>& blocks_;
+    const SimdKernels::TriangleKernels<T>& kernels_;
     const T* matrix_;
     Index stride_;
 };

@@ -7,6 +7,8 @@
 #include "backend/cpu/eigen_schur.h"
 #include "backend/cpu/eigen_shift.h"
 #include "backend/cpu/eigen_test_matrices.h"
+#include "backend/cpu/floating_test_support.h"
+#include "backend/cpu/hypotenuse.h"
 #include "backend/cpu/simd/x86_simd.h"
 
 #include <gmock/gmock.h>
@@ -163,20 +165,70 @@ double distance_from_orthonormal(const std::vector<Complex>& columns, std::size_
     return static_cast<double>(largest);
 }
 
-/// Expects the kernels of each instruction set to make `expected` of `given`.
+/// Calls `body` with the kernels of each instruction set that the machine has.
+template <typename Body>
+void for_each_instruction_set(const Body& body) {
+    const X86Features features = detect_x86_features();
+    const auto run = [&](const char* name, const SimdKernels::GramSchmidtKernels& kernels) {
+        SCOPED_TRACE(name);
+        body(kernels);
+    };
+    ASSERT_TRUE(supports(features, X86Simd::avx256)) << "nothing was tested";
+    run("AVX2", SimdKernels::avx256_gram_schmidt_kernels);
+    if (supports(features, X86Simd::avx512)) {
+        run("AVX512", SimdKernels::avx512_gram_schmidt_kernels);
+    }
+}
+
 void expect_same_in_vectors(const std::vector<Complex>& given, const std::vector<Complex>& expected,
                             std::size_t m) {
-    const X86Features features = detect_x86_features();
-    const auto expect = [&](const char* name, const SimdKernels::GramSchmidtKernels& kernels) {
+    for_each_instruction_set([&](const SimdKernels::GramSchmidtKernels& kernels) {
         auto columns = given;
         // Room for more columns than there are, as in an iteration on a deflated matrix.
         GramSchmidt(m + 5, &kernels).orthonormalise(columns, m, unit);
-        EXPECT_TRUE(same_bits(columns, expected)) << name << ", " << m << " columns";
+        EXPECT_TRUE(same_bits(columns, expected)) << m << " columns";
+    });
+}
+
+// A column of each kind, and its norm as a chain. Of NaN any may be stored.
+TEST(EigenQrStep, TakesHypotenusesAndTheirChainsAsTheLibraryDoes) {
+    using Draw = double (*)(CounterRandom&);
+    const Draw kinds[] = {
+        [](CounterRandom& random) { return uniform(random); },
+        [](CounterRandom& random) { return random.below(3) == 0 ? -0.0 : uniform(random); },
+        [](CounterRandom& random) { return integer(random, 1); },
+        [](CounterRandom& random) { return spread(random, -60, 0); },
+        [](CounterRandom& random) { return spread(random, -1080, 1020); },
+        [](CounterRandom& random) { return spread(random, -1080, -1000); },
+        [](CounterRandom& random) { return random.below(200) == 0 ? HUGE_VAL : uniform(random); },
+        [](CounterRandom& random) { return random.below(200) == 0 ? std::nan("") : 1.0; },
     };
-    ASSERT_TRUE(supports(features, X86Simd::avx256)) << "nothing was tested";
-    expect("AVX2", SimdKernels::avx256_gram_schmidt_kernels);
-    if (supports(features, X86Simd::avx512)) {
-        expect("AVX512", SimdKernels::avx512_gram_schmidt_kernels);
+    CounterRandom random(12);
+    for (std::size_t round = 0; round < 2000; ++round) {
+        const Draw draw = kinds[round % std::size(kinds)];
+        const std::size_t m = 1 + random.below(70);
+        SCOPED_TRACE(::testing::Message() << "round " << round << ", " << m << " elements");
+        const CpuStructured::PlanarMatrix<Complex> column(1, m);
+        std::vector<double> plain(m + 1);
+        std::vector<double> inlined(m + 1);
+        for (std::size_t i = 0; i < m; ++i) {
+            const Complex value = random_element<Complex>([&] { return draw(random); });
+            column.set(0, i, value);
+            plain[i] = result_as<double>(std::abs(value));
+            inlined[i] = result_as<double>(hypotenuse(value));
+            plain[m] = result_as<double>(std::hypot(plain[m], plain[i]));
+        }
+        inlined[m] = plain[m];
+        EXPECT_TRUE(same_bits(inlined, plain));
+        for_each_instruction_set([&](const SimdKernels::GramSchmidtKernels& kernels) {
+            std::vector<double> found(m + 3 * SimdKernels::column_group);
+            kernels.magnitudes(column.at(0, 0), column.shape().imaginary, m, found.data());
+            const double norm = kernels.chain_norm(found.data(), m);
+            found.resize(m);
+            found.push_back(norm);
+            std::ranges::transform(found, found.begin(), result_as<double>);
+            EXPECT_TRUE(same_bits(found, plain));
+        });
     }
 }
 

@@ -283,7 +283,8 @@ TYPED_TEST(HermitianJacobi, FindsOrthonormalVectorsWithSmallResiduals) {
 
 TYPED_TEST(HermitianJacobi, HasTheBitsOfThePlainMethodWithAndWithoutVectors) {
     for (const auto& family : families<TypeParam>) {
-        for (const std::size_t n : eigen_orders) {
+        // Whole blocks and others, and more of them than are looked at side by side.
+        for (const std::size_t n : {0, 1, 2, 3, 5, 8, 10, 17, 33, 64, 77}) {
             const auto A = this->make(family, n);
             const PlainJacobi<TypeParam, double> plain(A, static_cast<double>(n) * unit);
             std::vector<double> values;
@@ -336,9 +337,11 @@ TYPED_TEST(HermitianJacobi, RotationsOfSpecialElementsHaveTheBitsOfPlainProducts
             const CpuStructured::PlanarMatrix<C> rows(block + 1, columns);
             const CpuStructured::PlanarMatrix<C> adjoint(columns, columns);
             const CpuStructured::PlanarMatrix<C> common(1, columns);
+            const CpuStructured::PlanarMatrix<C> leading(block + 1, columns);
             for (std::size_t k = 0; k < columns; ++k) {
                 for (std::size_t i = 0; i <= block; ++i) {
                     rows.set(i, k, values[i * columns + k]);
+                    leading.set(i, k, values[i * columns + k]);
                     adjoint.set(k, i, adjoint_of(values[i * columns + k]));
                 }
                 common.set(0, k, values[block * columns + k]);
@@ -348,12 +351,21 @@ TYPED_TEST(HermitianJacobi, RotationsOfSpecialElementsHaveTheBitsOfPlainProducts
             for (std::size_t k = 0; k < columns; k += block) {
                 kernels.rotate_adjoint(common.at(0, k), adjoint.at(k, 0), adjoint.shape(),
                                        rotations.data(), count);
+                // One column more in each block.
+                kernels.rotate_leading(leading.at(block, k), leading.at(0, k), leading.shape(),
+                                       rotations.data(), count, k / block + 1);
             }
             std::vector<C> rotated;
             std::vector<C> turned;
             for (std::size_t i = 0; i <= block; ++i) {
                 for (std::size_t k = 0; k < columns; ++k) {
                     rotated.push_back(result_as<C>(rows.get(i, k)));
+                    const bool leads = k % block <= k / block;
+                    const std::size_t at = i * columns + k;
+                    EXPECT_TRUE(
+                        same_bits(std::vector{result_as<C>(leading.get(i, k))},
+                                  std::vector{leads ? expected[at] : result_as<C>(values[at])}))
+                        << "row " << i << ", column " << k;
                     turned.push_back(result_as<C>(i == block ? common.get(0, k)
                                                              : adjoint_of(adjoint.get(k, i))));
                 }

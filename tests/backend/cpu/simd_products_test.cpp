@@ -6,7 +6,8 @@ namespace {
 
 using namespace Testing;
 
-/// rows, inner, columns: around tiles of every engine, primes, and more than one inner block.
+/// rows, inner, columns: around tiles of every engine, primes, more than one inner block, and
+/// more rows than pass down a panel in turn.
 struct ProductShape {
     std::uint64_t rows, inner, cols;
 };
@@ -14,7 +15,7 @@ const ProductShape product_shapes[] = {
     {1, 1, 1},   {0, 3, 4},     {3, 0, 4},     {3, 4, 0},    {2, 3, 5},
     {7, 7, 7},   {8, 8, 8},     {9, 17, 15},   {16, 16, 16}, {17, 31, 33},
     {5, 2, 48},  {40, 3, 48},   {3, 5, 97},    {23, 29, 31}, {13, 257, 9},
-    {4, 256, 8}, {19, 600, 49}, {33, 13, 145}, {1, 700, 50}, {64, 64, 64},
+    {4, 256, 8}, {19, 600, 49}, {33, 13, 145}, {1, 700, 50}, {113, 3, 35},
 };
 
 template <typename Body>

@@ -1,49 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/engine_lu.h"
 #include "backend/cpu/engine_power_methods.h"
-#include "backend/cpu/lu_problems.h"
 #include "backend/cpu/simd_test_support.h"
 
 namespace Tessaline {
 namespace {
 
 using namespace Testing;
-
-// What the solvers compute is tested in plain units; an engine's copy, compiled for its instruction
-// set, has the same bits.
-TEST(SimdSolversTest, FactorsSolutionsAndLogarithmsHaveTheBitsOfPlainUnits) {
-    for_each_engine([](auto engine) {
-        constexpr bool fuses = engine.plain.fuses;
-        CounterRandom random(31);
-        for (const std::uint64_t order : {0, 1, 2, 7, 16, 33}) {
-            SCOPED_TRACE(order);
-            SquareMatrix<Complex> matrix{order, {}};
-            for (std::uint64_t i = 0; i < order * order; ++i) {
-                matrix.elements.emplace_back(random_float(random, Values::ordinary),
-                                             random_float(random, Values::ordinary));
-            }
-            LuStorage<Complex> found(matrix, DataMatrixLayout::column_major);
-            LuStorage<Complex> expected = found;
-            engine.lu_decomp(found.view());
-            EngineLu::lu_decomp<fuses>(expected.view());
-            EXPECT_TRUE(order == 0 || std::memcmp(found.factors.data(), expected.factors.data(),
-                                                  order * order * sizeof(Complex)) == 0);
-            EXPECT_EQ(found.pivots, expected.pivots);
-            EXPECT_EQ(found.swaps, expected.swaps);
-
-            auto x = split_data(order, 1, random);
-            auto expected_x = x;
-            engine.solve(found.input(), x.output());
-            EngineLu::solve<fuses>(found.input(), expected_x.output());
-            expect_elements(x, [&](auto i) { return expected_x[i]; });
-
-            float logarithm[4] = {};
-            engine.logdet(found.input(), ComplexScalarView<float>{logarithm, logarithm + 1});
-            EngineLu::logdet(found.input(), {logarithm + 2, logarithm + 3});
-            expect_scalar({logarithm[0], logarithm[1]}, {logarithm[2], logarithm[3]});
-        }
-    });
-}
 
 /// The row products of an engine's power iteration, in plain words.
 template <typename Engine>

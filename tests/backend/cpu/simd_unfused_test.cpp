@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/floating_conversions.h"
 #include "backend/cpu/floating_test_support.h"
+#include "backend/cpu/simd/simd_elimination_kernels.h"
 
 #include <cstring>
 #include <numeric>
@@ -38,7 +39,14 @@ class UnfusedKernelsTest : public ::testing::Test {
                        const char* what, const ProductExtents& shape, const Run& run) {
         for_each_unfused_table([&](const UnfusedTable& table) {
             auto found = with_guard(before);
-            run(static_cast<const UnfusedKernels<T>&>(table), found.data());
+            if constexpr (std::is_invocable_v<Run, const TriangleKernels<T>&, T*>) {
+                const bool is_wide = &table == &avx512_unfused_table;
+                const EliminationKernels<T>& kernels =
+                    is_wide ? avx512_elimination_table : avx256_elimination_table;
+                run(static_cast<const TriangleKernels<T>&>(kernels), found.data());
+            } else {
+                run(static_cast<const UnfusedKernels<T>&>(table), found.data());
+            }
             const auto* bytes = reinterpret_cast<const std::byte*>(found.data());
             const auto guarded = with_guard(expected);
             const auto* wanted = reinterpret_cast<const std::byte*>(guarded.data());
@@ -53,14 +61,14 @@ class UnfusedKernelsTest : public ::testing::Test {
     }
 
     /// Calls `body(shape, random, with_specials)` with sizes around tiles of every vector, primes,
-    /// and more than one inner block, packed and not.
+    /// more than one inner block, packed and not, and more rows than pass down a panel in turn.
     template <typename Body>
     static void for_each_shape(const Body& body) {
         static constexpr ProductExtents shapes[] = {
-            {1, 1, 1},    {0, 3, 4},    {3, 0, 4},     {3, 4, 0},     {7, 7, 7},
-            {8, 8, 8},    {9, 17, 15},  {17, 31, 33},  {5, 2, 64},    {40, 3, 65},
-            {23, 29, 66}, {13, 385, 9}, {19, 800, 51}, {33, 13, 545}, {1, 400, 50},
-            {64, 64, 64}, {3, 37, 1},   {3, 45, 2},    {2, 41, 3},    {3, 29, 5}};
+            {1, 1, 1},      {0, 3, 4},    {3, 0, 4},     {3, 4, 0},     {7, 7, 7},
+            {8, 8, 8},      {9, 17, 15},  {17, 31, 33},  {5, 2, 64},    {40, 3, 65},
+            {23, 29, 66},   {13, 385, 9}, {19, 800, 51}, {33, 13, 545}, {1, 400, 50},
+            {213, 270, 67}, {3, 37, 1},   {3, 45, 2},    {2, 41, 3},    {3, 29, 5}};
         CounterRandom random(7);
         for (const ProductExtents& shape : shapes) {
             for (const bool with_specials : {false, true}) {
@@ -133,7 +141,7 @@ TYPED_TEST(UnfusedKernelsTest, BlocksOfProductsHaveTheBitsOfPlainLoops) {
             });
         this->expect(
             before.memory, difference.memory, "difference", shape,
-            [&](const UnfusedKernels<T>& kernels, T* result) {
+            [&](const TriangleKernels<T>& kernels, T* result) {
                 kernels.subtract_product(a.input(), b.input(), {result + start, b.stride()}, shape);
             });
     });

@@ -390,6 +390,19 @@ TYPED_TEST(StructuredDeterminant, BlocksHaveTheBitsOfPlainLoops) {
     for (const std::size_t n : {7, 8, 9, 16, 17, 33, 64, 65, 100}) {
         const auto A = make_matrix<C>(matrix_kinds[0], n, random);
         EXPECT_EQ(signed_logdet_of(A.elements), plain_signed_logdet(A)) << n;
+        // Division scales where one part is zero and the other near the end of the range.
+        auto with_tiny_row = A;
+        for (std::size_t j = 0; j < n; ++j) {
+            const double x = std::real(A(n - 1, j));
+            const double tiny = std::copysign(1 + std::abs(x), x) * 0x1p-1021;
+            if constexpr (is_complex_element<C>) {
+                with_tiny_row(n - 1, j) = C(0, tiny);
+            } else {
+                with_tiny_row(n - 1, j) = tiny;
+            }
+        }
+        EXPECT_EQ(signed_logdet_of(with_tiny_row.elements), plain_signed_logdet(with_tiny_row))
+            << n;
         // From well inside the positive definite matrices to their edge.
         for (const double diagonal : {2.0 * static_cast<double>(n), 1.0}) {
             auto positive = A;

@@ -12,6 +12,19 @@
 
 namespace Tessaline::SimdKernels {
 
+/// The same vectors, in kernels that round every operation and keep one NaN.
+template <typename Set>
+struct Unfused : Set {
+    static constexpr bool fuses = false;
+    static constexpr bool keeps_one_nan = true;
+};
+
+/// The same vectors, in kernels that keep one NaN.
+template <typename Set>
+struct KeepingOneNan : Set {
+    static constexpr bool keeps_one_nan = true;
+};
+
 /// Stands in for a mask where all lanes take part.
 struct AllLanes {};
 
@@ -117,20 +130,6 @@ Complex<Set> add_product(Complex<Set> c, Complex<Set> a, Complex<Set> b) {
     }
 }
 
-/// c - a b as a step of an elimination. Only what does not fuse needs it.
-template <typename Set>
-typename Set::Register subtract_product(typename Set::Register c, typename Set::Register a,
-                                        typename Set::Register b) {
-    static_assert(!Set::fuses);
-    return c - a * b;
-}
-template <typename Set>
-Complex<Set> subtract_product(Complex<Set> c, Complex<Set> a, Complex<Set> b) {
-    static_assert(!Set::fuses);
-    return {c.real - (a.real * b.real - a.imag * b.imag),
-            c.imag - (a.real * b.imag + a.imag * b.real)};
-}
-
 /// a b + c d and a b - c d.
 template <typename Set>
 typename Set::Register sum_of_products(typename Set::Register a, typename Set::Register b,
@@ -159,6 +158,19 @@ template <typename Set>
 Complex<Set> product(Complex<Set> a, Complex<Set> b) {
     return {difference_of_products<Set>(a.real, b.real, a.imag, b.imag),
             sum_of_products<Set>(a.real, b.imag, a.imag, b.real)};
+}
+
+/// c - b a as a step of an elimination, whose matrices are transposes: the second factor is the one
+/// that the text names first.
+template <typename Set>
+typename Set::Register subtract_product(typename Set::Register c, typename Set::Register a,
+                                        typename Set::Register b) {
+    return c - b * a;
+}
+template <typename Set>
+Complex<Set> subtract_product(Complex<Set> c, Complex<Set> a, Complex<Set> b) {
+    const Complex<Set> term = product<Set>(b, a);
+    return {c.real - term.real, c.imag - term.imag};
 }
 
 /// The conjugate of `a` times `b`.

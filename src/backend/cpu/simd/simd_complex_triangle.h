@@ -3,50 +3,50 @@
 
 // Small unit lower triangles of complex numbers, solved a column of the right-hand side at a time.
 
+#include "backend/cpu/simd/simd_backward_substitution.h"
+#include "backend/cpu/simd/simd_complex_columns.h"
 #include "backend/cpu/simd/simd_elements.h"
 #include "backend/cpu/simd/simd_elimination_kernels.h"
 #include "backend/cpu/simd/simd_infinity_recovery.h"
+#include "backend/cpu/simd/simd_matmul.h"
 
 namespace Tessaline::SimdKernels {
 
 namespace {
 
+/// Set says whether products fuse.
 template <typename Set>
 class ComplexTriangle {
     using Real = typename Set::Component;
     using BuiltIn = typename BuiltInComplex<Real>::Type;
     static constexpr Index block = elimination_block;
-    /// A plane of a column of a block, whatever the set's registers.
-    typedef Real Plane __attribute__((vector_size(block * sizeof(Real))));
+    using Columns = ComplexColumns<Set>;
+    using Column = typename Columns::Column;
+    using Plane = typename Columns::Plane;
     using Rows = decltype(Plane{} < Plane{});
-
-    struct Column {
-        Plane real;
-        Plane imag;
-    };
 
   public:
     static void solve(const std::complex<Real>* L, Index l_stride, std::complex<Real>* B,
                       Index b_stride, Index columns) {
         Column of_lower[block];
         for_places<block>([&](auto k) {
-            load(reinterpret_cast<const Real*>(L + k.value * l_stride), of_lower[k.value]);
+            Columns::load(reinterpret_cast<const Real*>(L + k.value * l_stride), of_lower[k.value]);
         });
         for (Index j = 0; j < columns; ++j) {
             Real* const parts = reinterpret_cast<Real*>(B + j * b_stride);
             Column b;
-            load(parts, b);
+            Columns::load(parts, b);
             for_places<block - 1>([&](auto k) {
                 constexpr Rows below = Rows{0, 1, 2, 3, 4, 5, 6, 7} > static_cast<int>(k.value);
                 const Column& l = of_lower[k.value];
-                const Real real = b.real[k.value];
-                const Real imag = b.imag[k.value];
+                Column term;
+                multiply_by_place<k.value>(l, b, term);
                 // Zeros above are not subtracted: that would change the sign of a negative zero.
-                b.real = below ? b.real - (l.real * real - l.imag * imag) : b.real;
-                b.imag = below ? b.imag - (l.real * imag + l.imag * real) : b.imag;
+                b.real = below ? b.real - term.real : b.real;
+                b.imag = below ? b.imag - term.imag : b.imag;
             });
-            if (is_finite(b)) {
-                store(parts, b);
+            if (Columns::is_finite(b)) {
+                Columns::store(parts, b);
             } else {
                 solve_plainly(L, l_stride, parts);
             }
@@ -89,9 +89,7 @@ class ComplexTriangle {
             for_places<streams>([&](auto k) {
                 const Complex<Set> l =
                     Elements::load(columns + 2 * k.value * stride, i, AllLanes{});
-                const Complex<Set> x_k = of_x[k.value];
-                sum.real = sum.real - (l.real * x_k.real - l.imag * x_k.imag);
-                sum.imag = sum.imag - (l.real * x_k.imag + l.imag * x_k.real);
+                sum = subtract_product<Set>(sum, of_x[k.value], l);
             });
             if ((Set::nan_lanes(sum.real) & Set::nan_lanes(sum.imag)) == 0) [[likely]] {
                 Elements::store(b, i, sum, AllLanes{});
@@ -107,45 +105,23 @@ class ComplexTriangle {
     [[gnu::noinline]] static void subtract_plainly(const Real* columns, Index stride, const Real* x,
                                                    Real* b, Index begin, Index end) {
         for (Index row = begin; row < end; ++row) {
-            BuiltIn sum = element(b + 2 * row);
+            BuiltIn sum = built_in_element(b + 2 * row);
             for (Index k = 0; k < Columns; ++k) {
-                sum -= element(columns + 2 * (k * stride + row)) * element(x + 2 * k);
+                sum -= recovering_product<Set>(built_in_element(columns + 2 * (k * stride + row)),
+                                               built_in_element(x + 2 * k));
             }
-            b[2 * row] = __real__ sum;
-            b[2 * row + 1] = __imag__ sum;
+            store_with_one_nan(b + 2 * row, sum);
         }
     }
 
-    [[gnu::always_inline]] static inline void load(const Real* parts, Column& column) {
-        Plane low;
-        Plane high;
-        __builtin_memcpy(&low, parts, sizeof(Plane));
-        __builtin_memcpy(&high, parts + block, sizeof(Plane));
-        column.real = __builtin_shufflevector(low, high, 0, 2, 4, 6, 8, 10, 12, 14);
-        column.imag = __builtin_shufflevector(low, high, 1, 3, 5, 7, 9, 11, 13, 15);
-    }
-
-    [[gnu::always_inline]] static inline void store(Real* parts, const Column& column) {
-        const Plane low =
-            __builtin_shufflevector(column.real, column.imag, 0, 8, 1, 9, 2, 10, 3, 11);
-        const Plane high =
-            __builtin_shufflevector(column.real, column.imag, 4, 12, 5, 13, 6, 14, 7, 15);
-        __builtin_memcpy(parts, &low, sizeof(Plane));
-        __builtin_memcpy(parts + block, &high, sizeof(Plane));
-    }
-
-    [[gnu::always_inline]] static inline bool is_finite(const Column& column) {
-        const Plane zeros = (column.real - column.real) + (column.imag - column.imag);
-        const Real sum = ((zeros[0] + zeros[1]) + (zeros[2] + zeros[3])) +
-                         ((zeros[4] + zeros[5]) + (zeros[6] + zeros[7]));
-        return sum == 0;
-    }
-
-    static BuiltIn element(const Real* parts) {
-        BuiltIn value;
-        __real__ value = parts[0];
-        __imag__ value = parts[1];
-        return value;
+    /// The products of a column with one element of another.
+    template <int At>
+    [[gnu::always_inline]] static inline void multiply_by_place(const Column& a, const Column& b,
+                                                                Column& products) {
+        Column element;
+        element.real = __builtin_shufflevector(b.real, b.real, At, At, At, At, At, At, At, At);
+        element.imag = __builtin_shufflevector(b.imag, b.imag, At, At, At, At, At, At, At, At);
+        Columns::multiply(a, element, products);
     }
 
     [[gnu::noinline]] static void solve_plainly(const std::complex<Real>* L, Index l_stride,
@@ -153,14 +129,22 @@ class ComplexTriangle {
         for (Index k = 0; k < block; ++k) {
             const Real* const l = reinterpret_cast<const Real*>(L + k * l_stride);
             for (Index row = k + 1; row < block; ++row) {
-                const BuiltIn left =
-                    element(b + 2 * row) - element(l + 2 * row) * element(b + 2 * k);
-                b[2 * row] = __real__ left;
-                b[2 * row + 1] = __imag__ left;
+                store_with_one_nan(b + 2 * row,
+                                   built_in_element(b + 2 * row) -
+                                       recovering_product<Set>(built_in_element(l + 2 * row),
+                                                               built_in_element(b + 2 * k)));
             }
         }
     }
 };
+
+template <typename Set>
+constexpr TriangleKernels<std::complex<typename Set::Component>> make_complex_triangle_kernels() {
+    return {.subtract_product = strided_interleaved_product<Set, Update::subtract>,
+            .solve_triangle = ComplexTriangle<Set>::solve,
+            .substitute_forward = ComplexTriangle<Set>::substitute_forward,
+            .substitute_backward = BackwardSubstitution<ComplexRows<Set>>::solve};
+}
 
 } // namespace
 

@@ -4,12 +4,13 @@
 // Elimination of a few columns. Each step is one pass along them: it divides the pivot column,
 // updates the columns right of it, and finds the pivot of the next.
 
-#include "backend/cpu/simd/simd_arithmetic.h"
-#include "backend/cpu/simd/simd_complex_division.h"
+#include "backend/cpu/simd/simd_backward_substitution.h"
+#include "backend/cpu/simd/simd_complex_elimination.h"
 #include "backend/cpu/simd/simd_complex_triangle.h"
 #include "backend/cpu/simd/simd_elimination_kernels.h"
+#include "backend/cpu/simd/simd_matmul.h"
+#include "backend/cpu/simd/simd_pivot_search.h"
 
-#include <type_traits>
 #include <utility>
 
 namespace Tessaline::SimdKernels {
@@ -20,76 +21,10 @@ template <typename Set>
 class Elimination {
     using T = typename Set::Component;
     using Register = typename Set::Register;
-    using Integers = decltype(Register{} < Register{}); ///< a mask, or one row number a lane
     static constexpr Index lanes = Set::lanes;
     /// A column of a block, whatever the set's registers.
     typedef T Column __attribute__((vector_size(elimination_block * sizeof(T))));
     using ColumnMask = decltype(Column{} < Column{});
-
-    /// The largest candidate of each lane so far, the upper one of equals.
-    class PivotSearch {
-      public:
-        PivotSearch() {
-            for (Index lane = 0; lane < lanes; ++lane) {
-                next_[lane] = static_cast<RowNumber>(lane);
-            }
-        }
-
-        /// Candidates of the next rows, zeros in lanes that stand for none.
-        void include(Register elements) {
-            constexpr auto without_sign = static_cast<RowNumber>(~(RowNumber{1} << sign_bit));
-            const auto magnitudes =
-                reinterpret_cast<Register>(reinterpret_cast<Integers>(elements) & without_sign);
-            const Integers larger = magnitudes > largest_;
-            largest_ = larger ? magnitudes : largest_;
-            rows_ = larger ? next_ : rows_;
-            next_ += static_cast<RowNumber>(lanes);
-            // Zero for finite elements only.
-            not_finite_ += elements - elements;
-        }
-
-        bool is_finite() const { return Set::nan_lanes(not_finite_) == 0; }
-        /// The row of the largest, counted from the first that was included; `found` is false where
-        /// all are zero.
-        Index row(bool& found) const {
-            const Register largest =
-                in_all_lanes<lanes / 2>(largest_, [](auto a, auto b) { return a < b ? b : a; });
-            found = largest[0] != 0;
-            const Integers others =
-                Integers{} + static_cast<RowNumber>(~(RowNumber{1} << sign_bit));
-            const Integers rows = in_all_lanes<lanes / 2>(
-                largest_ == largest ? rows_ : others, [](auto a, auto b) { return a < b ? a : b; });
-            return static_cast<Index>(rows[0]);
-        }
-
-      private:
-        /// Combines all lanes, in each of them: those `Distance` apart first.
-        template <Index Distance, typename Vector, typename Combine>
-        [[gnu::always_inline]] static inline Vector in_all_lanes(Vector vector,
-                                                                 const Combine& combine) {
-            if constexpr (Distance == 0) {
-                return vector;
-            } else {
-                return in_all_lanes<Distance / 2>(
-                    combine(vector, rotated<Distance>(vector, std::make_index_sequence<lanes>{})),
-                    combine);
-            }
-        }
-        template <Index Distance, typename Vector, Index... Lane>
-        [[gnu::always_inline]] static inline Vector rotated(Vector vector,
-                                                            std::integer_sequence<Index, Lane...>) {
-            return __builtin_shufflevector(vector, vector,
-                                           static_cast<int>((Lane + Distance) % lanes)...);
-        }
-
-        using RowNumber = std::remove_reference_t<decltype(Integers{}[0])>;
-        static constexpr int sign_bit = 8 * sizeof(RowNumber) - 1;
-
-        Register largest_ = Set::zero();
-        Register not_finite_ = Set::zero();
-        Integers rows_{};
-        Integers next_{};
-    };
 
   public:
     static EliminationProgress factor_panel(T* panel, Index stride, Index rows, Index columns,
@@ -151,31 +86,6 @@ class Elimination {
         }
     }
 
-    static void multiply_rows(const T* rows, Index stride, const T* x, Index columns, T* products,
-                              Index products_stride) {
-        constexpr Index block = elimination_block;
-        Index j = 0;
-        for (; j + block <= columns; j += block) {
-            Column of_rows[block];
-            for_places<block>([&](auto k) {
-                __builtin_memcpy(&of_rows[k.value], rows + (j + k.value) * stride, sizeof(Column));
-                of_rows[k.value] = of_rows[k.value] * x[j + k.value];
-            });
-            exchange<1>(of_rows);
-            exchange<2>(of_rows);
-            exchange<4>(of_rows);
-            for_places<block>([&](auto k) {
-                __builtin_memcpy(products + k.value * products_stride + j, &of_rows[k.value],
-                                 sizeof(Column));
-            });
-        }
-        for (; j < columns; ++j) {
-            for (Index k = 0; k < block; ++k) {
-                products[k * products_stride + j] = rows[j * stride + k] * x[j];
-            }
-        }
-    }
-
   private:
     /// Columns that run down the memory at once. More would not find room beside each other in the
     /// first-level cache where they lie a multiple of its sets apart.
@@ -195,29 +105,9 @@ class Elimination {
         });
     }
 
-    /// Exchanges the squares of `Size` elements beside the diagonal in each square of twice that.
-    template <int Size>
-    [[gnu::always_inline]] static inline void exchange(Column (&rows)[elimination_block]) {
-        for_places<elimination_block>([&](auto i) {
-            if constexpr ((i.value & Size) == 0) {
-                exchange<Size>(rows[i.value], rows[i.value + Size],
-                               std::make_integer_sequence<int, 8>{});
-            }
-        });
-    }
-    template <int Size, int... Lane>
-    [[gnu::always_inline]] static inline void exchange(Column& upper, Column& lower,
-                                                       std::integer_sequence<int, Lane...>) {
-        const Column old = upper;
-        upper =
-            __builtin_shufflevector(old, lower, ((Lane & Size) != 0 ? 8 + Lane - Size : Lane)...);
-        lower =
-            __builtin_shufflevector(old, lower, ((Lane & Size) != 0 ? 8 + Lane : Lane + Size)...);
-    }
-
     template <Index Columns>
     static EliminationProgress factor(T* panel, Index stride, Index rows, Index* pivots) {
-        PivotSearch first;
+        PivotSearch<Set> first;
         for_vectors<Set>(rows,
                          [&](Index i, auto part) { first.include(load<Set>(panel + i, part)); });
         return factor_from<Columns, 0>(panel, stride, rows, pivots, first);
@@ -225,7 +115,7 @@ class Elimination {
 
     template <Index Columns, Index Step>
     static EliminationProgress factor_from(T* panel, Index stride, Index rows, Index* pivots,
-                                           const PivotSearch& search) {
+                                           const PivotSearch<Set>& search) {
         if (!search.is_finite()) {
             return {Step, EliminationEnd::non_finite};
         }
@@ -243,7 +133,7 @@ class Elimination {
                 column[pivot] = upper;
             }
         }
-        PivotSearch next;
+        PivotSearch<Set> next;
         const Index end = eliminate<Columns - Step - 1>(panel + Step * stride + Step, stride,
                                                         rows - Step - 1, next);
         if (end != rows - Step - 1) {
@@ -259,7 +149,7 @@ class Elimination {
     /// One step in the `rows` below the pivot. Returns the first one whose multiplier vanishes,
     /// which is left as it is like those below; `rows` where there is none.
     template <Index Right>
-    static Index eliminate(T* pivot, Index stride, Index rows, PivotSearch& next) {
+    static Index eliminate(T* pivot, Index stride, Index rows, PivotSearch<Set>& next) {
         Register of_pivot_row[Right + 1];
         for_places<Right + 1>(
             [&](auto j) { of_pivot_row[j.value] = Set::broadcast(pivot[j.value * stride]); });
@@ -319,16 +209,29 @@ class Elimination {
     }
 };
 
+template <typename Set>
+constexpr EliminationKernels<typename Set::Component> make_elimination_kernels() {
+    using Kernels = Elimination<Set>;
+    return {{.subtract_product = strided_product<RealElements<Unfused<Set>>, Update::subtract>,
+             .solve_triangle = Kernels::solve_triangle,
+             .substitute_forward = Kernels::substitute_forward,
+             .substitute_backward = BackwardSubstitution<RealRows<Set>>::solve},
+            Kernels::factor_panel};
+}
+
+template <typename Set>
+constexpr EliminationKernels<std::complex<typename Set::Component>>
+make_complex_elimination_kernels() {
+    using Kernels = ComplexElimination<Set>;
+    return {make_complex_triangle_kernels<Set>(), Kernels::largest_magnitude, Kernels::largest_part,
+            Kernels::template eliminate<ScaledQuotients<Set>>};
+}
+
 template <typename FloatSet, typename DoubleSet>
 constexpr EliminationTable make_elimination_table() {
-    return {{Elimination<FloatSet>::factor_panel, Elimination<FloatSet>::solve_triangle,
-             Elimination<FloatSet>::substitute_forward, Elimination<FloatSet>::multiply_rows},
-            {Elimination<DoubleSet>::factor_panel, Elimination<DoubleSet>::solve_triangle,
-             Elimination<DoubleSet>::substitute_forward, Elimination<DoubleSet>::multiply_rows},
-            {ComplexDivision<FloatSet>::divide, ComplexTriangle<FloatSet>::solve,
-             ComplexTriangle<FloatSet>::substitute_forward},
-            {ComplexDivision<DoubleSet>::divide, ComplexTriangle<DoubleSet>::solve,
-             ComplexTriangle<DoubleSet>::substitute_forward}};
+    return {make_elimination_kernels<FloatSet>(), make_elimination_kernels<DoubleSet>(),
+            make_complex_elimination_kernels<Unfused<FloatSet>>(),
+            make_complex_elimination_kernels<Unfused<DoubleSet>>()};
 }
 
 } // namespace

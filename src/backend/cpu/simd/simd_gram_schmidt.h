@@ -6,6 +6,9 @@
 
 #include "backend/cpu/simd/simd_arithmetic.h"
 #include "backend/cpu/simd/simd_gram_schmidt_kernels.h"
+#include "backend/cpu/simd/simd_hypotenuse.h"
+
+#include <utility>
 
 namespace Tessaline::SimdKernels {
 
@@ -37,7 +40,59 @@ class GramSchmidt {
         }
     }
 
-    static void project_column(const double* q, double* column, Index imaginary, Index rows) {
+    static void project_column(const double* basis, const PlanarShape& shape, Index count,
+                               double* column, Index rows) {
+        for (Index k = 0; k < count; ++k) {
+            take_part(basis + k * shape.stride, column, shape.imaginary, rows);
+        }
+    }
+
+    static void set_norms(const double* set, const PlanarShape& shape, Index rows, Index columns,
+                          double* norms) {
+        constexpr Index wide = 4 * lanes;
+        Index column = 0;
+        for (; column + wide <= columns; column += wide) {
+            vector_norms<4>(set + column, shape, rows, norms + column);
+        }
+        for (; column < columns; column += lanes) {
+            vector_norms<1>(set + column, shape, rows, norms + column);
+        }
+    }
+
+    static void magnitudes(const double* column, Index imaginary, Index rows, double* magnitudes) {
+        for (Index i = 0; i < rows; i += lanes) {
+            Set::store(magnitudes + i, magnitude(load(column + i, imaginary)));
+        }
+    }
+
+    static bool divide_ordinary(double* column, Index imaginary, Index rows, double divisor) {
+        unsigned others = 0;
+        for (Index i = 0; i < rows; i += lanes) {
+            const Vector element = load(column + i, imaginary);
+            others |= true_lanes<Set>(~(is_ordinary(element.real) & is_ordinary(element.imag)));
+        }
+        const Register divisors = Set::broadcast(divisor);
+        for (Index i = 0; i < rows && others == 0; i += lanes) {
+            const Vector element = load(column + i, imaginary);
+            Set::store(column + i, element.real / divisors);
+            Set::store(column + imaginary + i, element.imag / divisors);
+        }
+        return others == 0;
+    }
+
+    static double chain_norm(const double* magnitudes, Index count) {
+        double norm = magnitudes[0];
+        for (Index i = 1; i < count;) {
+            i += prolong_chain(norm, magnitudes + i, least(chain_length, count - i));
+        }
+        return norm;
+    }
+
+  private:
+    static constexpr Index chunk = 64;
+    using Bits = BitsOf<Set>;
+
+    static void take_part(const double* q, double* column, Index imaginary, Index rows) {
         double real = 0;
         double imag = 0;
         for (Index first = 0; first < rows; first += chunk) {
@@ -64,26 +119,79 @@ class GramSchmidt {
         }
     }
 
-    static void set_norms(const double* set, const PlanarShape& shape, Index rows, Index columns,
-                          double* norms) {
-        for (Index column = 0; column < columns; column += lanes) {
-            Register norm = magnitude(load(set + column, shape.imaginary));
-            for (Index i = 1; i < rows; ++i) {
-                norm = hypotenuse(
-                    norm, magnitude(load(set + i * shape.stride + column, shape.imaginary)));
-            }
-            Set::store(norms + column, norm);
+    /// Takes the chain of a norm over some of `count` magnitudes, at least one. Returns how many.
+    ///
+    /// The norms on the way are foretold by sums of squares, to a few units in the last place. Of
+    /// each and of both its neighbours the hypotenuse with the next magnitude is found. The chain
+    /// has only to choose among these, until it comes to a norm that is no neighbour.
+    static Index prolong_chain(double& norm, const double* magnitudes, Index count) {
+        alignas(64) double found[neighbours][chain_length];
+        alignas(64) long choices[chain_length];
+        Register before = Set::broadcast(norm);
+        Register sum = before * before;
+        for_places<chain_vectors>([&](auto v) {
+            const Register terms = Set::load(magnitudes + v.value * lanes);
+            const Register sums = sum + prefix_sums(terms * terms);
+            const Register foretold = Set::root(sums);
+            const Bits former = Bits(shifted<1>(foretold, before));
+            sum = Set::broadcast(sums[lanes - 1]);
+            before = foretold;
+            // For a neighbour by its place, which counts in bits: the place of the norm after it.
+            Bits choice{};
+            for_places<neighbours>([&](auto place) {
+                const Register candidate = Register(former + (long{place.value} - 1));
+                const Register next = hypotenuse<Set>(candidate, terms);
+                Set::store(found[place.value] + v.value * lanes, next);
+                const Bits after = Bits(next) - Bits(foretold) + 1;
+                const auto is_neighbour = (after >= 0) & (after < long{neighbours});
+                choice |= (is_neighbour ? after * place_bits : Bits{} + lost)
+                          << (place_bits * long{place.value});
+            });
+            Set::store(reinterpret_cast<double*>(choices) + v.value * lanes, Register(choice));
+        });
+        long place;
+        long next = place_bits;
+        Index taken = 0;
+        do {
+            place = next;
+            next = choices[taken] >> place & lost;
+            ++taken;
+        } while (taken < count && next != lost);
+        norm = found[place / place_bits][taken - 1];
+        return taken;
+    }
+    static constexpr Index neighbours = 3;
+    static constexpr long place_bits = 8;
+    static constexpr long lost = 0xff;
+    /// A second vector shares the time that the first one waits for roots; a third brought nothing.
+    static constexpr Index chain_vectors = 2;
+    static constexpr Index chain_length = chain_vectors * lanes;
+
+    static Register prefix_sums(Register value) {
+        value += shifted<1>(value, Set::zero());
+        if constexpr (lanes >= 4) {
+            value += shifted<2>(value, Set::zero());
         }
+        if constexpr (lanes >= 8) {
+            value += shifted<4>(value, Set::zero());
+        }
+        return value;
+    }
+    /// The lanes moved up by `Count`, and the last ones of `before` below.
+    template <int Count>
+    static Register shifted(Register value, Register before) {
+        return shifted<Count>(value, before,
+                              std::make_integer_sequence<int, static_cast<int>(lanes)>{});
+    }
+    template <int Count, int... Lane>
+    static Register shifted(Register value, Register before, std::integer_sequence<int, Lane...>) {
+        return __builtin_shufflevector(before, value, (Lane + static_cast<int>(lanes) - Count)...);
     }
 
-    static void magnitudes(const double* column, Index imaginary, Index rows, double* magnitudes) {
-        for (Index i = 0; i < rows; i += lanes) {
-            Set::store(magnitudes + i, magnitude(load(column + i, imaginary)));
-        }
+    static auto is_ordinary(Register part) {
+        const Register size = absolute<Set>(part);
+        return (part == 0) | ((size <= largest_ordinary) & (size >= 1 / largest_ordinary));
     }
-
-  private:
-    static constexpr Index chunk = 64;
 
     static Index least(Index a, Index b) { return a < b ? a : b; }
 
@@ -118,33 +226,24 @@ class GramSchmidt {
         }
     }
 
-    static Register magnitude(Vector value) { return hypotenuse(value.real, value.imag); }
-
-    /// As the function of this name has it for single numbers; see hypotenuse.h.
-    static Register hypotenuse(Register x, Register y) {
-        x = x < 0 ? -x : x;
-        y = y < 0 ? -y : y;
-        const Register a = x < y ? y : x;
-        const Register b = x < y ? x : y;
-        const Register root = Set::root(a * a + b * b);
-        const Register above_b = root - b;
-        const Register near_half = a * (2 * above_b - a) + (above_b - 2 * (a - b)) * above_b;
-        const Register above_a = root - a;
-        const Register near_whole =
-            2 * above_a * (a - 2 * b) + ((4 * above_a - b) * b + above_a * above_a);
-        const Register excess = root <= 2 * b ? near_half : near_whole;
-        Register result = root - excess / (2 * root);
-        const auto ordinary = (a <= 0x1p500) & (b >= 0x1p-450) & (b >= a * 0x1p-50);
-        const Register doubtful = ordinary ? Set::zero() : Set::broadcast(__builtin_nan(""));
-        if (const unsigned others = Set::nan_lanes(doubtful); others != 0) {
-            for (Index lane = 0; lane < lanes; ++lane) {
-                if ((others >> lane & 1U) != 0) {
-                    result[lane] = __builtin_hypot(x[lane], y[lane]);
-                }
-            }
+    template <Index Vectors>
+    static void vector_norms(const double* set, const PlanarShape& shape, Index rows,
+                             double* norms) {
+        Register norm[Vectors];
+        for_places<Vectors>([&](auto v) {
+            norm[v.value] = magnitude(load(set + v.value * lanes, shape.imaginary));
+        });
+        for (Index i = 1; i < rows; ++i) {
+            const double* const row = set + i * shape.stride;
+            for_places<Vectors>([&](auto v) {
+                norm[v.value] = hypotenuse<Set>(
+                    norm[v.value], magnitude(load(row + v.value * lanes, shape.imaginary)));
+            });
         }
-        return result;
+        for_places<Vectors>([&](auto v) { Set::store(norms + v.value * lanes, norm[v.value]); });
     }
+
+    static Register magnitude(Vector value) { return hypotenuse<Set>(value.real, value.imag); }
 };
 
 template <typename Set>
@@ -154,6 +253,8 @@ constexpr GramSchmidtKernels make_gram_schmidt_kernels() {
         .project_column = GramSchmidt<Set>::project_column,
         .set_norms = GramSchmidt<Set>::set_norms,
         .magnitudes = GramSchmidt<Set>::magnitudes,
+        .chain_norm = GramSchmidt<Set>::chain_norm,
+        .divide_ordinary = GramSchmidt<Set>::divide_ordinary,
     };
 }
 

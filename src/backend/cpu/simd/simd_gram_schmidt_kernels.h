@@ -18,18 +18,29 @@ namespace Tessaline::SimdKernels {
 /// Columns of a set come in multiples of this.
 inline constexpr Index column_group = 8;
 
+/// Zero is ordinary, and what lies between this and its reciprocal: every step of a norm stays
+/// clear of the range's ends, also scaled to parts below 1.
+inline constexpr double largest_ordinary = 0x1p200;
+
 struct GramSchmidtKernels {
     /// Takes from the columns [begin, end) of a set, multiples of `column_group`, their parts along
     /// the unit vector q of as many elements as the set has rows.
     void (*project_set)(const double* q, Index q_imaginary, double* set, const PlanarShape& shape,
                         Index rows, Index begin, Index end);
-    /// The same for a single column.
-    void (*project_column)(const double* q, double* column, Index imaginary, Index rows);
+    /// Takes from a single column its parts along the first `count` rows of a basis, one after the
+    /// other.
+    void (*project_column)(const double* basis, const PlanarShape& shape, Index count,
+                           double* column, Index rows);
     /// The norm of each column of a set as a chain of hypotenuses.
     void (*set_norms)(const double* set, const PlanarShape& shape, Index rows, Index columns,
                       double* norms);
     /// The magnitudes of the elements of a column, up to a multiple of `column_group`.
     void (*magnitudes)(const double* column, Index imaginary, Index rows, double* magnitudes);
+    /// The norm of a column of these magnitudes as a chain of hypotenuses. Two groups behind the
+    /// last one can be read.
+    double (*chain_norm)(const double* magnitudes, Index count);
+    /// Divides a column by a number. False, and nothing is done, where a part is not ordinary.
+    bool (*divide_ordinary)(double* column, Index imaginary, Index rows, double divisor);
 };
 
 extern const GramSchmidtKernels avx256_gram_schmidt_kernels;

@@ -5,6 +5,7 @@
 // that recover infinities as C99 Annex G does. What the fast form gives elsewhere needs no second
 // look: where a product recovers, it had two parts of NaN, which stay in the sum.
 
+#include "backend/cpu/simd/built_in_complex.h"
 #include "backend/cpu/simd/simd_arithmetic.h"
 
 namespace Tessaline::SimdKernels {
@@ -12,17 +13,36 @@ namespace Tessaline::SimdKernels {
 /// What a product does to its result.
 enum class Update { replace, subtract };
 
-/// The compiler's own complex type, whose products recover infinities.
+/// An element of interleaved parts, and it stored, where every NaN is the positive quiet one.
 template <typename Component>
-struct BuiltInComplex;
-template <>
-struct BuiltInComplex<float> {
-    __extension__ using Type = _Complex float;
-};
-template <>
-struct BuiltInComplex<double> {
-    __extension__ using Type = _Complex double;
-};
+typename BuiltInComplex<Component>::Type built_in_element(const Component* parts) {
+    typename BuiltInComplex<Component>::Type value;
+    __real__ value = parts[0];
+    __imag__ value = parts[1];
+    return value;
+}
+template <typename Component>
+void store_with_one_nan(Component* parts, typename BuiltInComplex<Component>::Type value) {
+    constexpr auto not_a_number = static_cast<Component>(__builtin_nan(""));
+    parts[0] = __real__ value == __real__ value ? __real__ value : not_a_number;
+    parts[1] = __imag__ value == __imag__ value ? __imag__ value : not_a_number;
+}
+
+/// a b as product<Set>() has it, but that infinities are recovered.
+template <typename Set>
+auto recovering_product(typename BuiltInComplex<typename Set::Component>::Type a,
+                        typename BuiltInComplex<typename Set::Component>::Type b) {
+    if constexpr (Set::fuses) {
+        static_assert(sizeof(typename Set::Component) == sizeof(float));
+        decltype(a) fused;
+        __real__ fused = __builtin_fmaf(-__imag__ a, __imag__ b, __real__ a * __real__ b);
+        __imag__ fused = __builtin_fmaf(__imag__ a, __real__ b, __real__ a * __imag__ b);
+        if (__real__ fused == __real__ fused || __imag__ fused == __imag__ fused) {
+            return fused;
+        }
+    }
+    return a * b;
+}
 
 /// Elements are interleaved.
 template <typename Set>
@@ -52,9 +72,13 @@ class InfinityRecovery {
                 return sum;
             }
             for (Index k = 0; k < sums.terms; ++k) {
-                const BuiltIn term =
-                    element(sums.A, k) * element(sums.B, k * sums.b_step + i * sums.b_next);
-                sum = Kind == Update::replace ? sum + term : sum - term;
+                const BuiltIn a = element(sums.A, k);
+                const BuiltIn b = element(sums.B, k * sums.b_step + i * sums.b_next);
+                if constexpr (Kind == Update::replace) {
+                    sum += a * b;
+                } else {
+                    sum -= recovering_product<Set>(b, a);
+                }
             }
             return sum;
         });
@@ -69,10 +93,7 @@ class InfinityRecovery {
 
   private:
     static BuiltIn element(const Component* elements, Index index) {
-        BuiltIn value;
-        __real__ value = elements[2 * index];
-        __imag__ value = elements[2 * index + 1];
-        return value;
+        return built_in_element(elements + 2 * index);
     }
 
     static bool is_lost(BuiltIn value) {

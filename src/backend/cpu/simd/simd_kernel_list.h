@@ -5,6 +5,8 @@
 
 #include "backend/cpu/engine_lu.h"
 #include "backend/cpu/engine_power_methods.h"
+#include "backend/cpu/simd/simd_complex_elimination.h"
+#include "backend/cpu/simd/simd_complex_triangle.h"
 #include "backend/cpu/simd/simd_elementwise.h"
 #include "backend/cpu/simd/simd_matmul.h"
 #include "backend/cpu/simd/simd_reductions.h"
@@ -29,6 +31,13 @@ constexpr ComplexKernels<typename Elements::Form> make_complex_kernels() {
 }
 
 template <typename Set>
+constexpr EngineEliminationKernels make_engine_elimination_kernels() {
+    using Kernels = ComplexElimination<Set>;
+    return {make_complex_triangle_kernels<Set>(), Kernels::largest_square,
+            Kernels::template eliminate<WideQuotients<Set>>};
+}
+
+template <typename Set>
 constexpr Table make_table() {
     using Split = FormElements<Set, SplitForm>;
     return {
@@ -42,8 +51,15 @@ constexpr Table make_table() {
         .sum = Reductions<Set>::sum,
         .matmul = matmul_real<Set>,
         .conjugate_row_products = conjugate_row_products<Split>,
+<<<<<<< HEAD
         .lu_decomp = EngineLu::lu_decomp<Set::fuses, long>,
         .solve = EngineLu::solve<Set::fuses, long>,
+=======
+        .partial_trace_left = Structure<Set>::partial_trace_left,
+        .partial_trace_right = Structure<Set>::partial_trace_right,
+        .elimination = make_engine_elimination_kernels<KeepingOneNan<Set>>(),
+        .solve = EngineLu::solve<KeepingOneNan<Set>, long>,
+>>>>>>> main
         .logdet = EngineLu::logdet<long>,
         .principal_eigenvect = EnginePowerMethods::principal_eigenvect<Reductions<Set>>,
     };

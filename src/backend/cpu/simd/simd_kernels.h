@@ -9,6 +9,7 @@
 // Elements of matrices lie in row-major order, whatever the views say. A kernel with `begin` and
 // `end` computes those rows of its result only.
 
+#include "backend/cpu/simd/simd_elimination_kernels.h"
 #include "tessaline/storage/kernel_views.h"
 
 #include <complex>
@@ -28,7 +29,6 @@ using InterleavedInput = DenseComplexIntlvVectorView<const Element>;
 using InterleavedOutput = DenseComplexIntlvVectorView<Element>;
 using InterleavedMatrixInput = DenseComplexIntlvMatrixView<const Element>;
 using InterleavedMatrixOutput = DenseComplexIntlvMatrixView<Element>;
-using Index = std::uint64_t;
 
 /// How complex operands lie: in two planes, or element by element.
 struct SplitForm {
@@ -99,7 +99,7 @@ struct Table {
                                    Index end);
 
     // Solvers, whose elements are interleaved; see engine_lu.h and engine_power_methods.h.
-    void (*lu_decomp)(LuDecompView<long, Element> lu);
+    EngineEliminationKernels elimination;
     void (*solve)(LuDecompView<const long, const Element> lu, SplitOutput b);
     void (*logdet)(LuDecompView<const long, const Element> lu, ComplexScalarView<float> out);
     void (*principal_eigenvect)(DenseComplexIntlvMatrixView<const Element> A,

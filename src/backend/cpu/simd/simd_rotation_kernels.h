@@ -32,6 +32,30 @@ struct PlanarShape {
     Index imaginary;
 };
 
+/// Searches for rotations side by side, in `rotation_block` lanes: each has a common row of a
+/// Hermitian matrix and a block of rows on its diagonal, and all are independent. Elements of the
+/// common row and of the block are those in the columns of the block, [column][lane] and
+/// [row][column][lane] with the row below the column. Imaginary parts stand for complex matrices.
+struct alignas(64) RotationLanes {
+    using Lanes = double[rotation_block];
+
+    // The rows [first, end) of the block take part.
+    Lanes first;
+    Lanes end;
+
+    Lanes common_diagonal;
+    Lanes common_real[rotation_block];
+    Lanes common_imag[rotation_block];
+    Lanes diagonal[rotation_block];
+    Lanes block_real[rotation_block][rotation_block];
+    Lanes block_imag[rotation_block][rotation_block];
+
+    // The rotation that was found last.
+    Lanes c;
+    Lanes s_real;
+    Lanes s_imag;
+};
+
 /// C is double or std::complex<double>, whose products recover infinities as C99 Annex G does.
 template <typename C>
 struct RotationKernels {
@@ -42,6 +66,14 @@ struct RotationKernels {
     /// The same in `rotation_block` columns for a block whose rows lie as columns, conjugated.
     void (*rotate_adjoint)(double* common, double* adjoint, const PlanarShape& shape,
                            const RowRotation* rotations, Index count);
+    /// rotate() in the first columns of a block, up to `columns` of them.
+    void (*rotate_leading)(double* common, double* block, const PlanarShape& shape,
+                           const RowRotation* rotations, Index count, Index columns);
+    /// In each lane, finds the rotation of the common row with row `row` of the block that makes
+    /// the element of both zero, applies it to the diagonal and to the columns of the block, and
+    /// stores that zero. An element that is small against the geometric mean of its diagonal
+    /// elements stays: its lane is left alone. Returns a bit for each lane with a rotation.
+    unsigned (*find_rotations)(RotationLanes& lanes, Index row, double tolerance);
 };
 
 struct RotationTable : RotationKernels<double>, RotationKernels<std::complex<double>> {};

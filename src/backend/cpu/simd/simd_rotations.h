@@ -4,10 +4,9 @@
 // Plane rotations of rows. A few vectors of the common row stay in registers while the rows of a
 // block pass by: each of these is read and written once.
 
-#include "backend/cpu/simd/simd_arithmetic.h"
-#include "backend/cpu/simd/simd_rotation_kernels.h"
+#include "backend/cpu/simd/simd_rotation_arithmetic.h"
+#include "backend/cpu/simd/simd_rotation_search.h"
 
-#include <type_traits>
 #include <utility>
 
 namespace Tessaline::SimdKernels {
@@ -17,45 +16,12 @@ namespace {
 template <typename Set, bool IsComplex>
 class Rotations {
     using Register = typename Set::Register;
-    __extension__ using BuiltIn = _Complex double;
     static constexpr Index lanes = Set::lanes;
 
-    struct RealVector {
-        Register real;
-
-        static RealVector load(const double* from, Index) { return {Set::load(from)}; }
-        void store(double* to, Index) const { Set::store(to, real); }
-    };
-    struct ComplexVector {
-        Register real;
-        Register imag;
-
-        static ComplexVector load(const double* from, Index imaginary) {
-            return {Set::load(from), Set::load(from + imaginary)};
-        }
-        void store(double* to, Index imaginary) const {
-            Set::store(to, real);
-            Set::store(to + imaginary, imag);
-        }
-    };
-    using Vector = std::conditional_t<IsComplex, ComplexVector, RealVector>;
-
-    /// A rotation in all lanes.
-    struct Factors {
-        explicit Factors(const RowRotation& rotation)
-            : c(Set::broadcast(rotation.c)),
-              s_real(Set::broadcast(rotation.s_real)),
-              s_imag(Set::broadcast(rotation.s_imag)) {}
-
-        Register c;
-        Register s_real;
-        Register s_imag;
-    };
-
-    struct Pair {
-        Vector common;
-        Vector of_row;
-    };
+    using Arithmetic = RotationArithmetic<Set, IsComplex>;
+    using Vector = typename Arithmetic::Vector;
+    using Factors = typename Arithmetic::Factors;
+    using Pair = typename Arithmetic::Pair;
 
   public:
     static void rotate(double* common, double* block, const PlanarShape& shape,
@@ -90,7 +56,35 @@ class Rotations {
         transpose(rows, compact, adjoint, shape);
     }
 
+    static void rotate_leading(double* common, double* block, const PlanarShape& shape,
+                               const RowRotation* rotations, Index count, Index columns) {
+        const Index whole = columns / lanes * lanes;
+        for (Index column = 0; column < whole; column += lanes) {
+            rotate_vectors<1>(common + column, shape.imaginary, block + column, shape, rotations,
+                              count);
+        }
+        if (whole != columns) {
+            rotate_lanes(common + whole, block + whole, shape, rotations, count, columns - whole);
+        }
+    }
+
   private:
+    /// rotate() for the first lanes of one vector.
+    static void rotate_lanes(double* common, double* block, const PlanarShape& shape,
+                             const RowRotation* rotations, Index count, Index taken) {
+        static constexpr double places[] = {0, 1, 2, 3, 4, 5, 6, 7};
+        const auto takes = Set::load(places) < Set::broadcast(static_cast<double>(taken));
+        Vector u = Vector::load(common, shape.imaginary);
+        for (Index k = 0; k < count; ++k) {
+            double* const row = block + rotations[k].row * shape.stride;
+            const Vector v = Vector::load(row, shape.imaginary);
+            const Pair rotated = Arithmetic::apply(Factors(rotations[k]), u, v);
+            u = rotated.common.where(takes, u);
+            rotated.of_row.where(takes, v).store(row, shape.imaginary);
+        }
+        u.store(common, shape.imaginary);
+    }
+
     /// rotate_adjoint() where every row is rotated and each is one vector.
     static void rotate_registers(double* common, double* adjoint, const PlanarShape& shape,
                                  const RowRotation* rotations) {
@@ -101,7 +95,7 @@ class Rotations {
         transpose_registers(v);
         Vector u = Vector::load(common, shape.imaginary);
         for_places<lanes>([&](auto i) {
-            const Pair rotated = apply(Factors(rotations[i.value]), u, v[i.value]);
+            const Pair rotated = Arithmetic::apply(Factors(rotations[i.value]), u, v[i.value]);
             u = rotated.common;
             v[i.value] = rotated.of_row;
         });
@@ -124,53 +118,13 @@ class Rotations {
             double* const row = block + rotations[k].row * stride;
             for_places<Vectors>([&, imag = imaginary](auto i) {
                 const Vector v = Vector::load(row + i.value * lanes, imag);
-                const Pair rotated = apply(factors, u[i.value], v);
+                const Pair rotated = Arithmetic::apply(factors, u[i.value], v);
                 u[i.value] = rotated.common;
                 rotated.of_row.store(row + i.value * lanes, imag);
             });
         }
         for_places<Vectors>(
             [&](auto i) { u[i.value].store(common + i.value * lanes, common_imaginary); });
-    }
-
-    [[gnu::always_inline]] static inline Pair apply(const Factors& factors, Vector u, Vector v) {
-        const Register c = factors.c;
-        const Register s = factors.s_real;
-        if constexpr (IsComplex) {
-            const Register t = factors.s_imag;
-            const Pair rotated{
-                {c * u.real - (v.real * s + v.imag * t), c * u.imag - (v.imag * s - v.real * t)},
-                {c * v.real + (u.real * s - u.imag * t), c * v.imag + (u.real * t + u.imag * s)}};
-            // Where both parts of a product are NaN, so is this sum.
-            if (Set::nan_lanes(rotated.common.real + rotated.of_row.real) != 0) [[unlikely]] {
-                return recovered({u, v}, factors.c[0], element(s[0], t[0]));
-            }
-            return rotated;
-        } else {
-            return {{c * u.real - v.real * s}, {c * v.real + u.real * s}};
-        }
-    }
-
-    static BuiltIn element(double real, double imag) {
-        BuiltIn value;
-        __real__ value = real;
-        __imag__ value = imag;
-        return value;
-    }
-
-    /// The rotation of each lane by products that recover infinities.
-    [[gnu::noinline]] static Pair recovered(Pair pair, double c, BuiltIn s) {
-        for (Index lane = 0; lane < lanes; ++lane) {
-            const BuiltIn u = element(pair.common.real[lane], pair.common.imag[lane]);
-            const BuiltIn v = element(pair.of_row.real[lane], pair.of_row.imag[lane]);
-            const BuiltIn of_u = v * ~s;
-            const BuiltIn of_v = u * s;
-            pair.common.real[lane] = c * __real__ u - __real__ of_u;
-            pair.common.imag[lane] = c * __imag__ u - __imag__ of_u;
-            pair.of_row.real[lane] = c * __real__ v + __real__ of_v;
-            pair.of_row.imag[lane] = c * __imag__ v + __imag__ of_v;
-        }
-        return pair;
     }
 
     /// The conjugate transpose of one block.
@@ -233,10 +187,20 @@ class Rotations {
     }
 };
 
+template <typename Set, typename C, bool IsComplex>
+constexpr RotationKernels<C> make_rotation_kernels() {
+    return {
+        .rotate = Rotations<Set, IsComplex>::rotate,
+        .rotate_adjoint = Rotations<Set, IsComplex>::rotate_adjoint,
+        .rotate_leading = Rotations<Set, IsComplex>::rotate_leading,
+        .find_rotations = RotationSearch<Set, IsComplex>::find_rotations,
+    };
+}
+
 template <typename Set>
 constexpr RotationTable make_rotation_table() {
-    return {{Rotations<Set, false>::rotate, Rotations<Set, false>::rotate_adjoint},
-            {Rotations<Set, true>::rotate, Rotations<Set, true>::rotate_adjoint}};
+    return {make_rotation_kernels<Set, double, false>(),
+            make_rotation_kernels<Set, std::complex<double>, true>()};
 }
 
 } // namespace

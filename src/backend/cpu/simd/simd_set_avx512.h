@@ -58,6 +58,14 @@ struct Avx512 {
         return _mm512_fnmadd_ps(a, b, c);
     }
 
+    /// The same of vectors of half the lanes.
+    static __m256 fused_add(__m256 a, __m256 b, __m256 c) {
+        return _mm512_castps512_ps256(fused_add(whole(a), whole(b), whole(c)));
+    }
+    static __m256 fused_subtract(__m256 a, __m256 b, __m256 c) {
+        return _mm512_castps512_ps256(fused_subtract(whole(a), whole(b), whole(c)));
+    }
+
     /// A bit for each lane that is NaN.
     static unsigned nan_lanes(Register value) {
         return _mm512_cmp_ps_mask(value, value, _CMP_UNORD_Q);
@@ -168,6 +176,7 @@ struct Avx512 {
     static Register high_pairs(Register a, Register b) { return _mm512_shuffle_ps(a, b, 0xee); }
 
   private:
+    static Register whole(__m256 half) { return _mm512_zextps256_ps512(half); }
     static Register halves_of(__m512i low, __m512i high) {
         const __m512i mask = _mm512_set1_epi32(0xffff);
         return _mm512_castsi512_ps(

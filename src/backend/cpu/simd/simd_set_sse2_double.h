@@ -16,9 +16,12 @@ struct Sse2Double {
     using Register = __m128d;
     static constexpr std::size_t lanes = 2;
 
+    static Register zero() { return _mm_setzero_pd(); }
     static Register broadcast(double value) { return _mm_set1_pd(value); }
     static Register load(const double* from) { return _mm_loadu_pd(from); }
     static void store(double* to, Register value) { _mm_storeu_pd(to, value); }
+
+    static Register root(Register value) { return _mm_sqrt_pd(value); }
 
     /// A bit for each lane that is NaN.
     static unsigned nan_lanes(Register value) {

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "backend/cpu/engine_factor.h"
 #include "backend/cpu/fallback_complex_eigen_solver.h"
 #include "backend/cpu/simd/simd_operations.h"
 
 namespace Tessaline::SimdOperations {
 
 void lu_decomp(const Table& kernels, LuDecompView<long, Element> lu) {
-    kernels.lu_decomp(lu);
+    EngineLu::lu_decomp(kernels.elimination, lu);
 }
 
 void solve(const Table& kernels, LuDecompView<const long, const Element> lu, SplitOutput b) {

@@ -12,20 +12,11 @@
 
 namespace Tessaline::SimdKernels {
 
-/// The same vectors, in kernels that round every operation and keep one NaN.
-template <typename Set>
-struct Unfused : Set {
-    static constexpr bool fuses = false;
-    static constexpr bool keeps_one_nan = true;
-};
-
 template <typename Elements>
-constexpr UnfusedKernels<typename Elements::Element> make_unfused_kernels(
-    typename UnfusedKernels<typename Elements::Element>::Product multiply,
-    typename UnfusedKernels<typename Elements::Element>::Product subtract_product) {
+constexpr UnfusedKernels<typename Elements::Element>
+make_unfused_kernels(decltype(UnfusedKernels<typename Elements::Element>::multiply) multiply) {
     return {
         .multiply = multiply,
-        .subtract_product = subtract_product,
         .row_products = strided_row_products<Elements>,
         .kron = Kron<Elements>::kron,
         .sum_of_runs = sum_of_runs<Elements>,
@@ -35,15 +26,13 @@ constexpr UnfusedKernels<typename Elements::Element> make_unfused_kernels(
 template <typename Set>
 constexpr auto make_real_kernels() {
     using Elements = RealElements<Set>;
-    return make_unfused_kernels<Elements>(strided_product<Elements, Update::replace>,
-                                          strided_product<Elements, Update::subtract>);
+    return make_unfused_kernels<Elements>(strided_product<Elements, Update::replace>);
 }
 
 template <typename Set>
 constexpr auto make_interleaved_kernels() {
     return make_unfused_kernels<InterleavedElements<Set>>(
-        strided_interleaved_product<Set, Update::replace>,
-        strided_interleaved_product<Set, Update::subtract>);
+        strided_interleaved_product<Set, Update::replace>);
 }
 
 template <typename FloatSet, typename DoubleSet>

@@ -2,7 +2,7 @@
 #pragma once
 
 // Products without fused operations, compiled for wide vectors: the inner loops of the floating
-// kernels and of the LU factorisations. They give the bits of plain loops, but that every NaN they
+// kernels. They give the bits of plain loops, but that every NaN they
 // store is the positive quiet one. They are serial, check nothing and allocate nothing but a
 // thread's packing memory (simd_packing_memory.h).
 //
@@ -46,13 +46,9 @@ struct KronExtents {
 /// T is float, double or a std::complex of them, interleaved.
 template <typename T>
 struct UnfusedKernels {
-    using Product = void (*)(StridedRows<const T> A, StridedRows<const T> B, StridedRows<T> C,
-                             ProductExtents extents);
-
     /// C = A B: each element is the sum over increasing k of A(i, k) B(k, j), from zero.
-    Product multiply;
-    /// C = C - A B: the same terms, each subtracted from the element in turn.
-    Product subtract_product;
+    void (*multiply)(StridedRows<const T> A, StridedRows<const T> B, StridedRows<T> C,
+                     ProductExtents extents);
     /// y = A x: each element is the sum over increasing k of A(i, k) x[k], from zero.
     void (*row_products)(StridedRows<const T> A, const T* x, T* y, Index rows, Index cols);
     /// The rows [begin, end) of the Kronecker product, from `out` on without gaps: element
