@@ -190,7 +190,8 @@ CpuMaterialiser::logdet_host_dense_complex_interleaved_int64_cuFloat_colmaj() {
 }
 
 CpuMaterialiser::Step CpuMaterialiser::trace_host_dense_complex_split_float() {
-    return step_of<SplitMatrix<in0>, ComplexScalar<out0>>(&SimdEngine::trace);
+    return step_in_either_form<SplitMatrix<in0>, ComplexScalar<out0>>(&SimdEngine::trace,
+                                                                      &SimdEngine::trace);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::norm_host_dense_complex_split_float() {
@@ -208,11 +209,13 @@ CpuMaterialiser::Step CpuMaterialiser::principal_eigenvect_host_complex_interlea
 }
 
 CpuMaterialiser::Step CpuMaterialiser::partialtrace_left_host_complex_split_float_rowmaj() {
-    return step_of<SplitMatrix<in0>, SplitMatrix<out0>>(&SimdEngine::trace_out_left);
+    return step_in_either_form<SplitMatrix<in0>, SplitMatrix<out0>>(&SimdEngine::trace_out_left,
+                                                                    &SimdEngine::trace_out_left);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::partialtrace_right_host_complex_split_float_rowmaj() {
-    return step_of<SplitMatrix<in0>, SplitMatrix<out0>>(&SimdEngine::trace_out_right);
+    return step_in_either_form<SplitMatrix<in0>, SplitMatrix<out0>>(&SimdEngine::trace_out_right,
+                                                                    &SimdEngine::trace_out_right);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::matrix_exp_host_complex_split_float_rowmaj() {
@@ -226,7 +229,7 @@ CpuMaterialiser::Step CpuMaterialiser::is_unitary_host_complex_split_float_rowma
 }
 
 CpuMaterialiser::Step CpuMaterialiser::identity_host_complex_split_float_rowmaj() {
-    return step_of<SplitMatrix<out0>>(&SimdEngine::identity);
+    return step_in_either_form<SplitMatrix<out0>>(&SimdEngine::identity, &SimdEngine::identity);
 }
 
 CpuMaterialiser::Step CpuMaterialiser::vector_equal_host_complex_split_float() {

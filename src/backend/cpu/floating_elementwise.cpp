@@ -56,6 +56,19 @@ void combine(BackendExecutionBindings& bindings, const Function& function) {
     });
 }
 
+/// Each element is the Kronecker product of the factor and itself, as products commute bit for bit.
+template <typename T>
+void scale_by_kernel(BackendExecutionBindings& bindings,
+                     const SimdKernels::UnfusedKernels<T>& kernels, T factor) {
+    const auto in = input_vector<T>(bindings, input_role(0));
+    const auto out = output_vector<T>(bindings, output_role(0), in.size());
+    for_chunks(in.size(), in.size(), [&](std::uint64_t begin, std::uint64_t end) {
+        const std::uint64_t count = end - begin;
+        kernels.kron({&factor, 1}, {in.data() + begin, count}, out.data() + begin, {1, 1, count}, 0,
+                     1);
+    });
+}
+
 } // namespace
 
 template <typename T>
@@ -93,6 +106,12 @@ void FloatingElementwise<T>::subtract(BackendExecutionBindings& bindings) {
 template <typename T>
 void FloatingElementwise<T>::scale(BackendExecutionBindings& bindings) {
     const auto factor = input_scalar<T>(bindings, input_role(1));
+    if constexpr (is_complex_element<T> && std::is_same_v<T, ComputeOf<T>>) {
+        if (const auto* kernels = SimdKernels::unfused_kernels<T>()) {
+            scale_by_kernel(bindings, *kernels, factor);
+            return;
+        }
+    }
     map<T>(bindings, [factor](ComputeOf<T> x) { return x * factor; });
 }
 

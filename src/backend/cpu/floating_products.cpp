@@ -106,11 +106,49 @@ void transform_plainly(const FloatingMatrix<const T>& A, const ComputeOf<T>* x, 
 /// Rows that are widened at once for a product with a vector: as many as a tile of the kernel has.
 constexpr std::uint64_t widened_rows = 16;
 
+/// The elements [begin, end) of y = A x for a row-major A of elements of two bytes a part.
+template <typename T>
+void transform_stored_rows(const FloatingMatrix<const T>& A, const ComputeOf<T>* x, T* y,
+                           std::uint64_t begin, std::uint64_t end) {
+    const SimdKernels::StoredKernels& kernels = *SimdKernels::unfused_table();
+    const auto multiply = [&](auto kernel, std::uint64_t row, ComputeOf<T>* sums,
+                              std::uint64_t count) {
+        const T* const first = A.data + row * A.cols;
+        kernel({reinterpret_cast<const std::uint16_t*>(first), A.cols}, x, sums, count, A.cols);
+    };
+    constexpr std::uint64_t rows_at_once = 512;
+    ComputeOf<T> sums[rows_at_once];
+    for (std::uint64_t i = begin; i < end; i += rows_at_once) {
+        const std::uint64_t count = std::min(rows_at_once, end - i);
+        if constexpr (is_complex_element<T>) {
+            multiply(kernels.row_products_complex_binary16, i, sums, count);
+            for (std::uint64_t row = 0; row < count; ++row) {
+                if (std::isnan(sums[row].real()) && std::isnan(sums[row].imag())) {
+                    // A term may have lost an infinity.
+                    sums[row] = {};
+                    for (std::uint64_t k = 0; k < A.cols; ++k) {
+                        sums[row] += widened(A(i + row, k)) * x[k];
+                    }
+                }
+            }
+        } else {
+            multiply(std::is_same_v<T, Float16> ? kernels.row_products_binary16
+                                                : kernels.row_products_bfloat16,
+                     i, sums, count);
+        }
+        store_results(sums, y + i, count);
+    }
+}
+
 /// The elements [begin, end) of y = A x.
 template <typename T>
 void transform_by_kernels(const Kernels<T>& kernels, const FloatingMatrix<const T>& A,
                           const ComputeOf<T>* x, T* y, std::uint64_t begin, std::uint64_t end) {
     if constexpr (!std::is_same_v<T, ComputeOf<T>>) {
+        if (A.is_row_major()) {
+            transform_stored_rows(A, x, y, begin, end);
+            return;
+        }
         for (std::uint64_t i = begin; i < end; i += widened_rows) {
             const std::uint64_t count = std::min(widened_rows, end - i);
             const WidenedRows<T> rows(A, i, i + count);

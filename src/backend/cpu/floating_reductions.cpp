@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/floating_reductions.h"
 
+#include "backend/cpu/floating_conversions.h"
 #include "backend/cpu/floating_operands.h"
 
 #include <algorithm>
@@ -8,14 +9,36 @@
 
 namespace Tessaline {
 
+namespace {
+
+/// Calls `body(first, elements, count)` with all elements in order, in compute type.
+template <typename T, typename Body>
+void for_widened_pieces(std::span<const T> in, const Body& body) {
+    if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+        body(0, in.data(), in.size());
+    } else {
+        for_conversion_pieces(0, in.size(), [&](std::uint64_t first, std::uint64_t count) {
+            ComputeOf<T> piece[conversion_piece];
+            widen_elements(in.data() + first, piece, count);
+            body(first, piece, count);
+        });
+    }
+}
+
+} // namespace
+
 template <typename T>
 void FloatingReductions<T>::sum(BackendExecutionBindings& bindings) {
     const auto in = input_vector<T>(bindings, input_role(0));
     const ScalarResult<T> result(bindings, output_role(0));
     ComputeOf<T> sum{};
-    for (const T& element : in) {
-        sum += widened(element);
-    }
+    for_widened_pieces<T>(in, [&sum](auto, const ComputeOf<T>* elements, std::uint64_t count) {
+        ComputeOf<T> so_far = sum;
+        for (std::uint64_t i = 0; i < count; ++i) {
+            so_far += elements[i];
+        }
+        sum = so_far;
+    });
     result.store(sum);
 }
 

@@ -96,24 +96,33 @@ void fill_kron_by_kernels(const SimdKernels::UnfusedKernels<ComputeOf<T>>& kerne
         fill_kron_by_kernels(kernels, A.transposed(), B.transposed(), result.transposed());
         return;
     }
-    const WidenedRows<T> a(A);
-    const WidenedRows<T> b(B);
-    const auto fill_rows = [&](ComputeOf<T>* out, std::uint64_t begin, std::uint64_t end) {
-        kernels.kron({a[0], A.cols}, {b[0], B.cols}, out, {A.cols, B.rows, B.cols}, begin, end);
-    };
     const std::uint64_t cols = result.cols;
-    for_chunks(result.rows, work_of(result.rows, cols),
-               [&](std::uint64_t begin, std::uint64_t end) {
-                   if constexpr (std::is_same_v<T, ComputeOf<T>>) {
-                       fill_rows(result.data + begin * cols, begin, end);
-                   } else {
-                       const Scratch<ComputeOf<T>> products(cols);
-                       for (std::uint64_t i = begin; i < end; ++i) {
-                           fill_rows(products.data(), i, i + 1);
-                           store_results(products.data(), result.data + i * cols, cols);
-                       }
-                   }
-               });
+    const std::uint64_t work = work_of(result.rows, cols);
+    if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+        const WidenedRows<T> a(A);
+        const WidenedRows<T> b(B);
+        for_chunks(result.rows, work, [&](std::uint64_t begin, std::uint64_t end) {
+            kernels.kron({a[0], A.cols}, {b[0], B.cols}, result.data + begin * cols,
+                         {A.cols, B.rows, B.cols}, begin, end);
+        });
+    } else {
+        // Row by row, so that what is in compute type stays in the caches.
+        for_chunks(result.rows, work, [&](std::uint64_t begin, std::uint64_t end) {
+            const Scratch<ComputeOf<T>> a(A.cols);
+            const Scratch<ComputeOf<T>> b(B.cols);
+            const Scratch<ComputeOf<T>> products(cols);
+            for (std::uint64_t i = begin; i < end; ++i) {
+                const std::uint64_t of_b = i % B.rows;
+                if (i == begin || of_b == 0) {
+                    widen_rows(A, i / B.rows, i / B.rows + 1, a.data());
+                }
+                widen_rows(B, of_b, of_b + 1, b.data());
+                kernels.kron({a.data(), A.cols}, {b.data(), B.cols}, products.data(),
+                             {A.cols, 1, B.cols}, 0, 1);
+                store_results(products.data(), result.data + i * cols, cols);
+            }
+        });
+    }
 }
 
 /// The Kronecker product.
@@ -168,12 +177,9 @@ class PartialTrace {
     };
 
     void fill_run(const Run& run, T* out) const {
-        if constexpr (std::is_same_v<T, ComputeOf<T>>) {
-            const auto* kernels = SimdKernels::unfused_kernels<T>();
-            if (run.step == 1 && kernels != nullptr) {
-                kernels->sum_of_runs(run.terms, run.term_step, traced_, out, run.count);
-                return;
-            }
+        if (run.step == 1 && SimdKernels::unfused_table() != nullptr) {
+            sum_by_kernel(run, out);
+            return;
         }
         const Scratch<ComputeOf<T>> sums(run.count);
         std::fill_n(sums.data(), run.count, ComputeOf<T>{});
@@ -183,30 +189,52 @@ class PartialTrace {
         store_results(sums.data(), out, run.count);
     }
 
+    /// Sums of terms that lie side by side.
+    void sum_by_kernel(const Run& run, T* out) const {
+        const SimdKernels::UnfusedTable& table = *SimdKernels::unfused_table();
+        if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+            const SimdKernels::UnfusedKernels<T>& kernels = table;
+            kernels.sum_of_runs(run.terms, run.term_step, traced_, out, run.count);
+        } else {
+            constexpr std::uint64_t parts = sizeof(T) / sizeof(std::uint16_t);
+            const auto sum_of_runs = std::is_same_v<T, BFloat16> ? table.sum_of_runs_bfloat16
+                                                                 : table.sum_of_runs_binary16;
+            ComputeOf<T> sums[sums_in_flight];
+            sum_of_runs(reinterpret_cast<const std::uint16_t*>(run.terms), parts * run.term_step,
+                        traced_, reinterpret_cast<float*>(sums), parts * run.count);
+            store_results(sums, out, run.count);
+        }
+    }
+
     /// Up to this step all elements on the way are widened at once.
-    static constexpr std::uint64_t widened_step = 8;
+    static constexpr std::uint64_t widened_step = 4;
 
     /// Adds elements that lie `step` apart.
     static void add(ComputeOf<T>* sums, const T* elements, std::uint64_t step,
                     std::uint64_t count) {
         if constexpr (!std::is_same_v<T, ComputeOf<T>>) {
+            ComputeOf<T> terms[sums_in_flight * widened_step];
             if (step <= widened_step && count > 0) {
-                const std::uint64_t widened = (count - 1) * step + 1;
-                const Scratch<ComputeOf<T>> terms(widened);
-                widen_elements(elements, terms.data(), widened);
-                add_strided(sums, terms.data(), step, count);
-                return;
+                widen_elements(elements, terms, (count - 1) * step + 1);
+                add_strided(sums, terms, step, count);
+            } else {
+                T gathered[sums_in_flight];
+                for (std::uint64_t i = 0; i < count; ++i) {
+                    gathered[i] = elements[i * step];
+                }
+                widen_elements(gathered, terms, count);
+                add_strided(sums, terms, 1, count);
             }
+        } else {
+            add_strided(sums, elements, step, count);
         }
-        add_strided(sums, elements, step, count);
     }
 
-    template <typename Element>
-    static void add_strided(ComputeOf<T>* sums, const Element* elements, std::uint64_t step,
+    static void add_strided(ComputeOf<T>* sums, const ComputeOf<T>* elements, std::uint64_t step,
                             std::uint64_t count) {
         const auto add_each = [=](auto distance) {
             for (std::uint64_t i = 0; i < count; ++i) {
-                sums[i] += static_cast<ComputeOf<T>>(elements[i * distance]);
+                sums[i] += elements[i * distance];
             }
         };
         if (step == 1) {

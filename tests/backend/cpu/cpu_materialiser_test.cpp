@@ -229,12 +229,8 @@ bool expect_run(const StepCase& one) {
 
 /// Kernels that take planes only.
 constexpr std::string_view plane_kernels[] = {
-    "trace_host_dense_complex_split_float",
     "is_unitary_host_complex_split_float_rowmaj",
-    "partialtrace_left_host_complex_split_float_rowmaj",
-    "partialtrace_right_host_complex_split_float_rowmaj",
     "matrix_exp_host_complex_split_float_rowmaj",
-    "identity_host_complex_split_float_rowmaj",
 };
 
 /// The same, with split operands and with each choice among them of adapted ones. Planes are made

@@ -76,6 +76,15 @@ TEST(SimdReductionsTest, TracesGoByEightLanesOnEitherEngine) {
                 expect_scalar(
                     scalar_of([&](auto out) { engine.trace(a.input(rows, cols, layout), out); }),
                     engine.plain.lane_sum(diagonal, 8));
+                if (layout == DataMatrixLayout::row_major) {
+                    auto pairs = InterleavedForm::make(rows * cols);
+                    for (std::uint64_t i = 0; i < rows * cols; ++i) {
+                        pairs.data()[i] = a[i];
+                    }
+                    expect_scalar(
+                        scalar_of([&](auto out) { engine.trace(pairs.input(rows, cols), out); }),
+                        engine.plain.lane_sum(diagonal, 8));
+                }
             }
         }
     });

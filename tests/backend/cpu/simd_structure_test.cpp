@@ -57,7 +57,11 @@ TEST(SimdStructureTest, TransposesServeEveryPairOfLayouts) {
     });
 }
 
-TEST(SimdStructureTest, PartialTracesSumInIncreasingOrder) {
+template <typename>
+class SimdComplexStructureTest : public ::testing::Test {};
+TYPED_TEST_SUITE(SimdComplexStructureTest, Forms);
+
+TYPED_TEST(SimdComplexStructureTest, PartialTracesSumInIncreasingOrder) {
     for_each_engine([](auto engine) {
         for (const auto& [m, k] : {std::pair<std::uint64_t, std::uint64_t>{1, 0},
                                    {3, 0},
@@ -71,8 +75,8 @@ TEST(SimdStructureTest, PartialTracesSumInIncreasingOrder) {
             SCOPED_TRACE(::testing::Message() << "order " << m << " times " << k);
             const std::uint64_t n = m * k;
             CounterRandom random(n);
-            auto a = split_data(n * n, 1, random);
-            auto out = split_data(m * m, 2);
+            auto a = TypeParam::make(n * n, 1, random);
+            auto out = TypeParam::make(m * m, 2);
             const auto traced = [&, m = m, k = k](auto element, bool left) {
                 const std::uint64_t i = element / m;
                 const std::uint64_t j = element % m;
@@ -91,11 +95,11 @@ TEST(SimdStructureTest, PartialTracesSumInIncreasingOrder) {
     });
 }
 
-TEST(SimdStructureTest, IdentityOverwritesEverything) {
+TYPED_TEST(SimdComplexStructureTest, IdentityOverwritesEverything) {
     for_each_engine([](auto engine) {
         for (const std::uint64_t n : {0, 1, 8, 17}) {
             CounterRandom random(n);
-            auto out = split_data(n * n, 1, random, Values::special);
+            auto out = TypeParam::make(n * n, 1, random, Values::special);
             engine.identity(out.output(n, n));
             expect_elements(out, [&](auto i) { return Complex(i / n == i % n ? 1.0F : 0.0F); });
         }

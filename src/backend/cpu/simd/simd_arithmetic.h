@@ -101,6 +101,11 @@ unsigned lost_lanes(Complex<Set> value) {
     return Set::nan_lanes(value.real) & Set::nan_lanes(value.imag);
 }
 
+template <typename Set>
+Complex<Set> plus(Complex<Set> a, Complex<Set> b) {
+    return {a.real + b.real, a.imag + b.imag};
+}
+
 /// c + a b as a step of a matrix product.
 template <typename Set>
 typename Set::Register add_product(typename Set::Register c, typename Set::Register a,

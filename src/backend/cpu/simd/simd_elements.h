@@ -229,7 +229,6 @@ struct InterleavedElements : PackedPlanes<InstructionSet> {
                    Set::high_alternated(result.real, result.imag), part.in_high);
     }
 
-  private:
     static Value as_planes(typename Set::Register low, typename Set::Register high) {
         return {Set::even_elements(low, high), Set::odd_elements(low, high)};
     }

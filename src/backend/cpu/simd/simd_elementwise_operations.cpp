@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/cpu_chunks.h"
-#include "backend/cpu/floating_conversions.h"
 #include "backend/cpu/simd/simd_operations.h"
+#include "backend/cpu/simd/simd_unfused_kernels.h"
 #include "backend/cpu/transposed_copy.h"
 
 #include <algorithm>
@@ -133,24 +133,17 @@ void add(const Table& kernels, RealInput a, RealInput b, RealOutput out) {
     apply(kernels.add, a, b, out);
 }
 
-void add(const Table& kernels, Float16Input a, Float16Input b, Float16Output out) {
-    for_elements(out.size, [=, &kernels](Index begin, Index end) {
-        for_conversion_pieces(begin, end, [&](Index first, Index count) {
-            float sums[conversion_piece];
-            float of_b[conversion_piece];
-            widen_elements(a.data + first, sums, count);
-            widen_elements(b.data + first, of_b, count);
-            kernels.add({sums, count}, {of_b, count}, {sums, count});
-            if (std::any_of(sums, sums + count, [](float sum) { return sum != sum; })) {
-                // A NaN keeps its sign, which the conversion of many drops.
-                std::transform(a.data + first, a.data + first + count, b.data + first,
-                               out.data + first, [](Float16 x, Float16 y) {
-                                   return Float16(static_cast<float>(x) + static_cast<float>(y));
-                               });
-            } else {
-                store_results(sums, out.data + first, count);
-            }
-        });
+void add(const Table&, Float16Input a, Float16Input b, Float16Output out) {
+    for_elements(out.size, [=](Index begin, Index end) {
+        if (const ConversionKernels* conversions = unfused_table()) {
+            conversions->add_binary16(&a.data[begin].bits, &b.data[begin].bits,
+                                      &out.data[begin].bits, end - begin);
+        } else {
+            std::transform(a.data + begin, a.data + end, b.data + begin, out.data + begin,
+                           [](Float16 x, Float16 y) {
+                               return Float16(static_cast<float>(x) + static_cast<float>(y));
+                           });
+        }
     });
 }
 

@@ -22,6 +22,11 @@ struct FormElements<Set, SplitForm> : SplitElements<Set> {
     static auto of(const View& view, Index first = 0) {
         return SplitPlanes{view.real + first, view.imag + first};
     }
+    /// The two parts of one element.
+    template <typename View>
+    static auto parts_at(const View& view, Index index) {
+        return of(view, index);
+    }
 };
 
 template <typename Set>
@@ -36,6 +41,11 @@ struct FormElements<Set, InterleavedForm> : InterleavedElements<Set> {
         } else {
             return InterleavedElements<Set>::output(view.data + first);
         }
+    }
+    template <typename View>
+    static auto parts_at(const View& view, Index index) {
+        const auto parts = of(view, index);
+        return SplitPlanes{parts, parts + 1};
     }
 };
 

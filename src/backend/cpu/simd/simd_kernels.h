@@ -68,6 +68,11 @@ struct ComplexKernels {
     void (*row_products)(MatrixInput A, Input x, Output out, Index begin, Index end);
     /// Element (i1 r + i2, j1 c + j2) is A[i1][j1] B[i2][j2], for B of r rows and c columns.
     void (*kron)(MatrixInput A, MatrixInput B, MatrixOutput out, Index begin, Index end);
+
+    // For A of order k m and a result of order m: the sums over increasing t below k of
+    // A[t m + i][t m + j] and of A[i k + t][j k + t].
+    void (*partial_trace_left)(MatrixInput A, MatrixOutput out, Index begin, Index end);
+    void (*partial_trace_right)(MatrixInput A, MatrixOutput out, Index begin, Index end);
 };
 
 struct Table {
@@ -92,11 +97,6 @@ struct Table {
     /// The sums over increasing k of conj(x[k]) A[i][k], for the rows i of [begin, end).
     void (*conjugate_row_products)(SplitMatrixInput A, SplitInput x, SplitOutput out, Index begin,
                                    Index end);
-
-    // For A of order k m and a result of order m: the sums over increasing t below k of
-    // A[t m + i][t m + j] and of A[i k + t][j k + t].
-    void (*partial_trace_left)(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end);
-    void (*partial_trace_right)(RealMatrixInput A, RealMatrixOutput out, Index begin, Index end);
 
     // Solvers, whose elements are interleaved; see engine_lu.h and engine_power_methods.h.
     EngineEliminationKernels elimination;

@@ -47,17 +47,55 @@ class Kron {
         }
     }
 
-    /// A row of B fits into a vector. Stored whole, what is too much of it is written over with the
-    /// next products; masks serve at the end of the row only.
+    /// A row of B fits into a vector, which takes as many of its copies as go, each times its own
+    /// element of A. Stored whole, what is too much of a vector is written over with the next one.
     static void fill_with_narrow(Input a, Index a_count, Input b, Index b_count, Output out) {
-        const auto part = Elements::first_lanes(b_count);
-        const Value neighbours = Elements::load(b, 0, part);
+        if (b_count == 0) {
+            return;
+        }
+        const Index copies = lanes / b_count;
+        std::uint32_t of_a[lanes];
+        std::uint32_t of_b[lanes];
+        for (Index lane = 0; lane < lanes; ++lane) {
+            of_a[lane] = static_cast<std::uint32_t>(lane / b_count);
+            of_b[lane] = static_cast<std::uint32_t>(lane % b_count);
+        }
+        const auto places_of_a = Set::places(of_a);
+        const auto part_of_a = Elements::first_lanes(copies);
+        const auto part_of_b = Elements::first_lanes(b_count);
+        const Value row = Elements::load(b, 0, part_of_b);
+        const Value rows = permuted(row, Set::places(of_b));
         Index j = 0;
-        for (; j * b_count + lanes <= a_count * b_count; ++j) {
-            Elements::store(out, j * b_count, products(a, j, b, neighbours, b_count), AllLanes{});
+        for (; j * b_count + lanes <= a_count * b_count; j += copies) {
+            const Value factors = permuted(Elements::load(a, j, part_of_a), places_of_a);
+            const Value terms = product<Set>(factors, rows);
+            if (recovers(terms)) {
+                for (Index copy = 0; copy < copies; ++copy) {
+                    Elements::store(out, (j + copy) * b_count,
+                                    products(a, j + copy, b, row, b_count), part_of_b);
+                }
+            } else {
+                Elements::store(out, j * b_count, terms, AllLanes{});
+            }
         }
         for (; j < a_count; ++j) {
-            Elements::store(out, j * b_count, products(a, j, b, neighbours, b_count), part);
+            Elements::store(out, j * b_count, products(a, j, b, row, b_count), part_of_b);
+        }
+    }
+
+    static typename Set::Register permuted(typename Set::Register value,
+                                           typename Set::Places places) {
+        return Set::permuted(value, places);
+    }
+    static Complex<Set> permuted(Complex<Set> value, typename Set::Places places) {
+        return {Set::permuted(value.real, places), Set::permuted(value.imag, places)};
+    }
+
+    static bool recovers(Value terms) {
+        if constexpr (Elements::recovers_infinities) {
+            return __builtin_expect(lost_lanes<Set>(terms) != 0, 0);
+        } else {
+            return false;
         }
     }
 
@@ -65,7 +103,7 @@ class Kron {
     static Value products(Input a, Index j, Input b, Value neighbours, Index count) {
         const Value terms = product<Set>(Elements::broadcast(a, j), neighbours);
         if constexpr (Elements::recovers_infinities) {
-            if (__builtin_expect(lost_lanes<Set>(terms) != 0, 0)) {
+            if (recovers(terms)) {
                 return InfinityRecovery<Set>::recovered(terms, count, Elements::offset(a, j), b);
             }
         }

@@ -72,17 +72,26 @@ void require_transposed(const Input& A, const Output& out, const char* message) 
     }
 }
 
-/// Traces each plane by `kernel`.
-void trace_out(void (*kernel)(RealMatrixInput, RealMatrixOutput, Index, Index), SplitMatrixInput A,
-               SplitMatrixOutput out, const char* message) {
+template <typename Matrix>
+void require_square(const Matrix& matrix) {
+    if (matrix.rows != matrix.cols) {
+        throw std::invalid_argument("SimdEngine::identity - non-square matrix");
+    }
+}
+
+constexpr const char* left_refusal = "SimdEngine::trace_out_left - incompatible shapes or layout";
+constexpr const char* right_refusal = "SimdEngine::trace_out_right - incompatible shapes or layout";
+
+/// Traces out the factor of a product space that `kernel` does.
+template <typename Input, typename Output>
+void trace_out(void (*kernel)(Input, Output, Index, Index), Input A, Output out,
+               const char* message) {
     if (A.rows != A.cols || out.rows != out.cols || out.rows == 0 || A.rows % out.rows != 0 ||
         !is_row_major(A) || !is_row_major(out)) {
         throw std::invalid_argument(message);
     }
-    for_chunks(out.rows, work_of(A.rows, out.rows), [=](Index begin, Index end) {
-        kernel(real_plane(A), real_plane(out), begin, end);
-        kernel(imag_plane(A), imag_plane(out), begin, end);
-    });
+    for_chunks(out.rows, work_of(A.rows, out.rows),
+               [=](Index begin, Index end) { kernel(A, out, begin, end); });
 }
 
 } // namespace
@@ -125,19 +134,34 @@ void adjoint(const Table&, InterleavedMatrixInput A, InterleavedMatrixOutput out
 }
 
 void trace_out_left(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) {
-    trace_out(kernels.partial_trace_left, A, out,
-              "SimdEngine::trace_out_left - incompatible shapes or layout");
+    trace_out(kernels.split.partial_trace_left, A, out, left_refusal);
+}
+
+void trace_out_left(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixOutput out) {
+    trace_out(kernels.interleaved.partial_trace_left, A, out, left_refusal);
 }
 
 void trace_out_right(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) {
-    trace_out(kernels.partial_trace_right, A, out,
-              "SimdEngine::trace_out_right - incompatible shapes or layout");
+    trace_out(kernels.split.partial_trace_right, A, out, right_refusal);
+}
+
+void trace_out_right(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixOutput out) {
+    trace_out(kernels.interleaved.partial_trace_right, A, out, right_refusal);
+}
+
+void identity(const Table&, InterleavedMatrixOutput out) {
+    require_square(out);
+    const Index order = out.rows;
+    for_chunks(order, order, [=](Index begin, Index end) {
+        std::fill(out.data + begin * order, out.data + end * order, Element());
+        for (Index i = begin; i < end; ++i) {
+            out.data[i * order + i] = 1;
+        }
+    });
 }
 
 void identity(const Table&, SplitMatrixOutput out) {
-    if (out.rows != out.cols) {
-        throw std::invalid_argument("SimdEngine::identity - non-square matrix");
-    }
+    require_square(out);
     const Index order = out.rows;
     for_chunks(order, order, [=](Index begin, Index end) {
         std::fill(out.real + begin * order, out.real + end * order, 0.0F);

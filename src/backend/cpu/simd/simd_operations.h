@@ -92,10 +92,13 @@ void adjoint(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixOu
 /// Traces out the first factor of a product space: the result has the order of the second. Shapes
 /// are checked, and that both matrices are row-major.
 void trace_out_left(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out);
+void trace_out_left(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixOutput out);
 /// Traces out the second factor. Shapes are checked, and that both matrices are row-major.
 void trace_out_right(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out);
+void trace_out_right(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixOutput out);
 /// Raises std::invalid_argument for a matrix that is not square.
 void identity(const Table& kernels, SplitMatrixOutput out);
+void identity(const Table& kernels, InterleavedMatrixOutput out);
 /// Copies between element orders. Shapes are checked.
 void relayout(const Table& kernels, InterleavedMatrixInput from, InterleavedMatrixOutput to);
 
@@ -106,6 +109,7 @@ void sum(const Table& kernels, SplitInput a, ComplexScalarView<float> out);
 void sum(const Table& kernels, InterleavedInput a, ComplexScalarView<float> out);
 /// The sum of the diagonal, by eight lanes on either engine.
 void trace(const Table& kernels, SplitMatrixInput A, ComplexScalarView<float> out);
+void trace(const Table& kernels, InterleavedMatrixInput A, ComplexScalarView<float> out);
 /// The Euclidean norm, with imaginary part 0. The squares may overflow or underflow.
 void norm(const Table& kernels, SplitInput a, ComplexScalarView<float> out);
 void norm(const Table& kernels, InterleavedInput a, ComplexScalarView<float> out);

@@ -128,6 +128,14 @@ void trace(const Table&, SplitMatrixInput A, ComplexScalarView<float> out) {
     *out.imag = strided_sum(A.imag, count, stride);
 }
 
+void trace(const Table&, InterleavedMatrixInput A, ComplexScalarView<float> out) {
+    const Index count = std::min(A.rows, A.cols);
+    const Index stride = 2 * (A.cols + 1);
+    const auto* const parts = reinterpret_cast<const float*>(A.data);
+    *out.real = strided_sum(parts, count, stride);
+    *out.imag = strided_sum(parts + 1, count, stride);
+}
+
 void norm(const Table&, SplitInput a, ComplexScalarView<float> out) {
     *out.real = euclidean_norm(a.size, [a](Index i) { return Element(a.real[i], a.imag[i]); });
     *out.imag = 0;

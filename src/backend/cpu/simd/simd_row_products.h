@@ -13,24 +13,75 @@ namespace Tessaline::SimdKernels {
 /// where it would cost 10 % in caches.
 inline constexpr Index prefetched_row_bytes = Index{16} << 20U;
 
+/// Rows of the elements that a product computes with.
+template <typename Elements>
+struct PlainRows {
+    using Input = typename Elements::Input;
+    static constexpr Index element_bytes =
+        Elements::parts * sizeof(typename Elements::Set::Component);
+
+    static Input offset(Input elements, Index index) { return Elements::offset(elements, index); }
+    static void prefetch(Input elements, Index index) { Elements::prefetch(elements, index); }
+    /// One vector of elements; `rest` of them are left in the row.
+    template <typename Lanes>
+    static typename Elements::Value load(Input elements, Index index, Lanes lanes, Index /*rest*/) {
+        return Elements::load(elements, index, lanes);
+    }
+};
+
+/// Rows whose parts take two bytes and are widened, as Format says, on the way.
+template <typename Elements, typename Format>
+struct StoredRows {
+    using Set = typename Elements::Set;
+    using Input = const std::uint16_t*;
+    static constexpr Index parts = Elements::parts;
+    static constexpr Index element_bytes = parts * sizeof(std::uint16_t);
+
+    static Input offset(Input elements, Index index) { return elements + parts * index; }
+    static void prefetch(Input elements, Index index) {
+        __builtin_prefetch(elements + parts * index);
+    }
+    static typename Elements::Value load(Input elements, Index index, AllLanes, Index /*rest*/) {
+        return widened(elements + parts * index);
+    }
+    template <typename Part>
+    static typename Elements::Value load(Input elements, Index index, const Part&, Index rest) {
+        std::uint16_t padded[parts * Set::lanes]{};
+        for (Index i = 0; i < parts * rest; ++i) {
+            padded[i] = elements[parts * index + i];
+        }
+        return widened(padded);
+    }
+
+  private:
+    static typename Elements::Value widened(Input vector) {
+        if constexpr (parts == 1) {
+            return Format::load(vector);
+        } else {
+            return Elements::as_planes(Format::load(vector), Format::load(vector + Set::lanes));
+        }
+    }
+};
+
 /// As many rows as a vector has lanes share a tile: the products of a row with the vector lie side
 /// by side, a transpose puts them one below the other, and one addition a column then serves all
 /// rows, each in its own order.
-template <typename Elements>
+template <typename Elements, typename Rows = PlainRows<Elements>>
 class RowProducts {
     using Set = typename Elements::Set;
     using Register = typename Set::Register;
     using Value = typename Elements::Value;
     using Input = typename Elements::Input;
+    using RowInput = typename Rows::Input;
     static constexpr Index lanes = Set::lanes;
 
   public:
     /// Sets the elements of `out` to the sums of `times(element, factor)` over rows of A and x.
     template <typename Product>
-    static void run(Strided<Input> A, Input x, typename Elements::Output out, Index rows,
+    static void run(Strided<RowInput> A, Input x, typename Elements::Output out, Index rows,
                     Index cols, const Product& times) {
         const RowProducts products{A, x, cols};
-        const Index row_bytes = cols * Elements::parts * sizeof(typename Set::Component);
+        const Index row_bytes = cols * Rows::element_bytes;
         if (rows > prefetched_row_bytes / (row_bytes + 1)) {
             products.template fill<true>(out, rows, times);
         } else {
@@ -44,7 +95,7 @@ class RowProducts {
     static constexpr Index tiles =
         Set::row_tiles > Elements::parts ? Set::row_tiles / Elements::parts : 1;
 
-    RowProducts(Strided<Input> A, Input x, Index cols) : a_(A), x_(x), cols_(cols) {}
+    RowProducts(Strided<RowInput> A, Input x, Index cols) : a_(A), x_(x), cols_(cols) {}
 
     template <bool Prefetches, typename Product>
     void fill(typename Elements::Output out, Index rows, const Product& times) const {
@@ -68,7 +119,7 @@ class RowProducts {
     template <Index Tiles, bool Prefetches, typename Lanes, typename Product>
     void fill_tiles(typename Elements::Output out, Index row, Lanes part, Index count,
                     const Product& times) const {
-        const Strided<Input> A = a_;
+        const Strided<RowInput> A = a_;
         const Input x = x_;
         const Index cols = cols_;
         Value sums[Tiles];
@@ -76,16 +127,16 @@ class RowProducts {
         for_element_vectors<Elements>(cols, [&](Index k, auto columns) {
             const Value factor = Elements::load(x, k, columns);
             for_places<Tiles>([&](auto tile) {
-                const Input first =
-                    Elements::offset(A.data, (row + tile.value * lanes) * A.stride + k);
+                const RowInput first =
+                    Rows::offset(A.data, (row + tile.value * lanes) * A.stride + k);
                 Register terms[Elements::parts][lanes];
                 for_places<lanes>([&](auto i) {
                     // Rows beyond the last give no element; any product will do.
                     const Index line = (i.value < count ? i.value : 0) * A.stride;
                     if constexpr (Prefetches) {
-                        Elements::prefetch(first, line + 16 * lanes);
+                        Rows::prefetch(first, line + 16 * lanes);
                     }
-                    put(times(Elements::load(first, line, columns), factor), terms, i);
+                    put(times(Rows::load(first, line, columns, cols - k), factor), terms, i);
                 });
                 add_columns(sums[tile.value], terms, lanes_of(columns, cols - k));
             });
@@ -146,7 +197,7 @@ class RowProducts {
         return sum;
     }
 
-    Strided<Input> a_;
+    Strided<RowInput> a_;
     Input x_;
     Index cols_;
 };
@@ -186,6 +237,24 @@ void strided_row_products(StridedRows<const typename Elements::Element> A,
                                Elements::output(y), rows, cols, [](Value element, Value factor) {
                                    return product<typename Elements::Set>(element, factor);
                                });
+}
+
+/// Products that do not recover infinities: a sum with two parts of NaN tells the caller to.
+template <typename Set>
+struct UnrecoveredElements : InterleavedElements<Set> {
+    static constexpr bool recovers_infinities = false;
+};
+
+/// The same for rows that are widened on the way.
+template <typename Elements, typename Format>
+void widened_row_products(StridedRows<const std::uint16_t> A, const typename Elements::Element* x,
+                          typename Elements::Element* y, Index rows, Index cols) {
+    using Value = typename Elements::Value;
+    RowProducts<Elements, StoredRows<Elements, Format>>::run(
+        {A.data, A.stride}, Elements::input(x), Elements::output(y), rows, cols,
+        [](Value element, Value factor) {
+            return product<typename Elements::Set>(element, factor);
+        });
 }
 
 } // namespace Tessaline::SimdKernels

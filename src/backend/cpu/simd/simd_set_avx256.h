@@ -61,6 +61,13 @@ struct Avx256 {
         return _mm256_blendv_ps(value, _mm256_set1_ps(__builtin_nanf("")), nan_mask(value));
     }
 
+    /// Every NaN the quiet one under its sign.
+    static Register with_plain_nans(Register value) {
+        const Register sign = _mm256_and_ps(value, _mm256_set1_ps(-0.0F));
+        return _mm256_blendv_ps(value, _mm256_or_ps(sign, _mm256_set1_ps(__builtin_nanf(""))),
+                                nan_mask(value));
+    }
+
     /// The sum of the lanes: the high half onto the low half, then neighbours, twice.
     static float sum(Register value) {
         return sum(_mm_add_ps(_mm256_castps256_ps128(value), _mm256_extractf128_ps(value, 1)));
@@ -74,6 +81,15 @@ struct Avx256 {
             rows[i] = _mm256_permute2f128_ps(low, high, 0x20);
             rows[4 + i] = _mm256_permute2f128_ps(low, high, 0x31);
         }
+    }
+
+    /// Lane i of `value` permuted is its lane places[i].
+    using Places = __m256i;
+    static Places places(const std::uint32_t* places) {
+        return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(places));
+    }
+    static Register permuted(Register value, Places places) {
+        return _mm256_permutevar8x32_ps(value, places);
     }
 
     /// The elements at even and at odd places of a and b, one after the other.

@@ -80,6 +80,19 @@ struct Avx256Double {
         rows[0] = low;
     }
 
+    /// Lane i of `value` permuted is its lane places[i]. Halves of a lane move together.
+    using Places = __m256i;
+    static Places places(const std::uint32_t* places) {
+        const __m256i first =
+            _mm256_cvtepu32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i*>(places)));
+        const __m256i low = _mm256_slli_epi64(first, 1);
+        return _mm256_or_si256(low,
+                               _mm256_slli_epi64(_mm256_add_epi64(low, _mm256_set1_epi64x(1)), 32));
+    }
+    static Register permuted(Register value, Places places) {
+        return _mm256_castps_pd(_mm256_permutevar8x32_ps(_mm256_castpd_ps(value), places));
+    }
+
     /// The elements at even and at odd places of a and b, one after the other.
     static Register even_elements(Register a, Register b) {
         return _mm256_permute4x64_pd(_mm256_unpacklo_pd(a, b), 0xd8);

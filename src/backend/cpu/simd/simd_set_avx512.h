@@ -75,6 +75,15 @@ struct Avx512 {
                                   _mm512_set1_ps(__builtin_nanf("")));
     }
 
+    /// Every NaN the quiet one under its sign.
+    static Register with_plain_nans(Register value) {
+        constexpr int masked_or = 0xea; // (value & sign) | NaN
+        return _mm512_castsi512_ps(_mm512_mask_ternarylogic_epi32(
+            _mm512_castps_si512(value), static_cast<Mask>(nan_lanes(value)),
+            _mm512_castps_si512(_mm512_set1_ps(-0.0F)),
+            _mm512_castps_si512(_mm512_set1_ps(__builtin_nanf(""))), masked_or));
+    }
+
     /// The sum of the lanes: the high half onto the low half, twice, then neighbours, twice.
     static float sum(Register value) {
         const __m256 half =
@@ -98,6 +107,13 @@ struct Avx512 {
             rows[8 + i] = _mm512_shuffle_f32x4(high_upper, high_lower, 0x88);
             rows[12 + i] = _mm512_shuffle_f32x4(high_upper, high_lower, 0xdd);
         }
+    }
+
+    /// Lane i of `value` permuted is its lane places[i].
+    using Places = __m512i;
+    static Places places(const std::uint32_t* places) { return _mm512_loadu_si512(places); }
+    static Register permuted(Register value, Places places) {
+        return _mm512_permutexvar_ps(places, value);
     }
 
     /// The elements at even and at odd places of a and b, one after the other.

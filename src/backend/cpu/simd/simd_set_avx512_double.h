@@ -78,6 +78,15 @@ struct Avx512Double {
         transpose_quarters(before, rows[0], rows[1], rows[2], rows[3]);
     }
 
+    /// Lane i of `value` permuted is its lane places[i].
+    using Places = __m512i;
+    static Places places(const std::uint32_t* places) {
+        return _mm512_cvtepu32_epi64(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(places)));
+    }
+    static Register permuted(Register value, Places places) {
+        return _mm512_permutexvar_pd(places, value);
+    }
+
     /// The elements at even and at odd places of a and b, one after the other.
     static Register even_elements(Register a, Register b) {
         return _mm512_permutex2var_pd(a, _mm512_setr_epi64(0, 2, 4, 6, 8, 10, 12, 14), b);

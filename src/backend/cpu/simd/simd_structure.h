@@ -26,38 +26,41 @@ void kron_rows(typename Elements::Form::MatrixInput A, typename Elements::Form::
     }
 }
 
-template <typename Set>
-class Structure {
-    using Register = typename Set::Register;
-
-  public:
-    static void partial_trace_left(RealMatrixInput A, RealMatrixOutput out, Index begin,
-                                   Index end) {
-        for (Index i = begin; i < end; ++i) {
-            for_vectors<Set>(out.cols, [=](std::size_t j, auto lanes) {
-                Register sum = Set::zero();
-                for (Index t = 0; t < A.rows; t += out.rows) {
-                    sum = sum + load<Set>(A.data + (t + i) * A.cols + t + j, lanes);
-                }
-                store<Set>(out.data + i * out.cols + j, sum, lanes);
-            });
-        }
-    }
-
-    static void partial_trace_right(RealMatrixInput A, RealMatrixOutput out, Index begin,
-                                    Index end) {
-        const Index traced = A.rows / out.rows;
-        for (Index i = begin; i < end; ++i) {
-            for (Index j = 0; j < out.cols; ++j) {
-                const float* block = A.data + i * traced * A.cols + j * traced;
-                float sum = 0;
-                for (Index t = 0; t < traced; ++t) {
-                    sum += block[t * A.cols + t];
-                }
-                out.data[i * out.cols + j] = sum;
+template <typename Elements>
+void partial_trace_left(typename Elements::Form::MatrixInput A,
+                        typename Elements::Form::MatrixOutput out, Index begin, Index end) {
+    for (Index i = begin; i < end; ++i) {
+        const auto to = Elements::of(out, i * out.cols);
+        for_element_vectors<Elements>(out.cols, [&](Index j, auto part) {
+            auto sum = Elements::zero();
+            for (Index t = 0; t < A.rows; t += out.rows) {
+                const auto block = Elements::of(A, (t + i) * A.cols + t);
+                sum = plus<typename Elements::Set>(sum, Elements::load(block, j, part));
             }
+            Elements::store(to, j, sum, part);
+        });
+    }
+}
+
+template <typename Elements>
+void partial_trace_right(typename Elements::Form::MatrixInput A,
+                         typename Elements::Form::MatrixOutput out, Index begin, Index end) {
+    const Index traced = A.rows / out.rows;
+    for (Index i = begin; i < end; ++i) {
+        for (Index j = 0; j < out.cols; ++j) {
+            const Index block = i * traced * A.cols + j * traced;
+            float real = 0;
+            float imag = 0;
+            for (Index t = 0; t < traced; ++t) {
+                const auto part = Elements::parts_at(A, block + t * A.cols + t);
+                real += *part.real;
+                imag += *part.imag;
+            }
+            const auto to = Elements::parts_at(out, i * out.cols + j);
+            *to.real = real;
+            *to.imag = imag;
         }
     }
-};
+}
 
 } // namespace Tessaline::SimdKernels

@@ -37,6 +37,7 @@ constexpr auto make_interleaved_kernels() {
 
 template <typename FloatSet, typename DoubleSet>
 constexpr UnfusedTable make_unfused_table() {
+    using Reals = RealElements<Unfused<FloatSet>>;
     return {
         make_real_kernels<Unfused<FloatSet>>(),
         make_real_kernels<Unfused<DoubleSet>>(),
@@ -47,6 +48,15 @@ constexpr UnfusedTable make_unfused_table() {
             .round_binary16 = Conversions<FloatSet>::round_binary16,
             .widen_bfloat16 = Conversions<FloatSet>::widen_bfloat16,
             .round_bfloat16 = Conversions<FloatSet>::round_bfloat16,
+            .add_binary16 = Conversions<FloatSet>::add_binary16,
+        },
+        {
+            .row_products_binary16 = widened_row_products<Reals, Binary16<FloatSet>>,
+            .row_products_bfloat16 = widened_row_products<Reals, UpperHalf<FloatSet>>,
+            .row_products_complex_binary16 =
+                widened_row_products<UnrecoveredElements<Unfused<FloatSet>>, Binary16<FloatSet>>,
+            .sum_of_runs_binary16 = sum_of_stored_runs<FloatSet, Binary16<FloatSet>>,
+            .sum_of_runs_bfloat16 = sum_of_stored_runs<FloatSet, UpperHalf<FloatSet>>,
         },
         {TransposedCopy<FloatSet, std::uint16_t>::copy},
         {TransposedCopy<FloatSet, std::uint32_t>::copy},

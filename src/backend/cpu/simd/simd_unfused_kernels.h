@@ -52,7 +52,8 @@ struct UnfusedKernels {
     /// y = A x: each element is the sum over increasing k of A(i, k) x[k], from zero.
     void (*row_products)(StridedRows<const T> A, const T* x, T* y, Index rows, Index cols);
     /// The rows [begin, end) of the Kronecker product, from `out` on without gaps: element
-    /// (i1 b_rows + i2, j1 b_cols + j2) is A(i1, j1) B(i2, j2).
+    /// (i1 b_rows + i2, j1 b_cols + j2) is A(i1, j1) B(i2, j2). For an A of one element the result
+    /// may lie where B does.
     void (*kron)(StridedRows<const T> A, StridedRows<const T> B, T* out, KronExtents extents,
                  Index begin, Index end);
     /// out[i] = the sum over increasing t of elements[t step + i], from zero, for `count` of them.
@@ -66,6 +67,28 @@ struct ConversionKernels {
     void (*round_binary16)(const float* from, std::uint16_t* to, Index count);
     void (*widen_bfloat16)(const std::uint16_t* from, float* to, Index count);
     void (*round_bfloat16)(const float* from, std::uint16_t* to, Index count);
+    /// Sums in float, rounded once; a NaN keeps its sign. The result may lie where an operand does.
+    void (*add_binary16)(const std::uint16_t* a, const std::uint16_t* b, std::uint16_t* out,
+                         Index count);
+};
+
+/// Kernels of elements of two bytes a part, which are widened on the way and whose results are not
+/// rounded.
+struct StoredKernels {
+    /// y = A x as the kernel of that name forms it, the rows of A `stride` elements apart. Complex
+    /// sums with two parts of NaN are left to the caller to form anew.
+    template <typename T>
+    using RowProducts = void (*)(StridedRows<const std::uint16_t> A, const T* x, T* y, Index rows,
+                                 Index cols);
+    RowProducts<float> row_products_binary16;
+    RowProducts<float> row_products_bfloat16;
+    RowProducts<std::complex<float>> row_products_complex_binary16;
+
+    /// Sums as the kernel of that name forms them, each part of a complex element by itself.
+    using SumOfRuns = void (*)(const std::uint16_t* elements, Index step, Index terms, float* out,
+                               Index count);
+    SumOfRuns sum_of_runs_binary16;
+    SumOfRuns sum_of_runs_bfloat16;
 };
 
 /// See copy_transposed().
@@ -82,6 +105,7 @@ struct UnfusedTable : UnfusedKernels<float>,
                       UnfusedKernels<std::complex<float>>,
                       UnfusedKernels<std::complex<double>>,
                       ConversionKernels,
+                      StoredKernels,
                       TransposingKernel<std::uint16_t>,
                       TransposingKernel<std::uint32_t>,
                       TransposingKernel<std::uint64_t>,
