@@ -51,15 +51,8 @@ constexpr Table make_table() {
         .sum = Reductions<Set>::sum,
         .matmul = matmul_real<Set>,
         .conjugate_row_products = conjugate_row_products<Split>,
-<<<<<<< HEAD
-        .lu_decomp = EngineLu::lu_decomp<Set::fuses, long>,
-        .solve = EngineLu::solve<Set::fuses, long>,
-=======
-        .partial_trace_left = Structure<Set>::partial_trace_left,
-        .partial_trace_right = Structure<Set>::partial_trace_right,
         .elimination = make_engine_elimination_kernels<KeepingOneNan<Set>>(),
         .solve = EngineLu::solve<KeepingOneNan<Set>, long>,
->>>>>>> main
         .logdet = EngineLu::logdet<long>,
         .principal_eigenvect = EnginePowerMethods::principal_eigenvect<Reductions<Set>>,
     };
