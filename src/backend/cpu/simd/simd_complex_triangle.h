@@ -77,7 +77,6 @@ class ComplexTriangle {
 
     /// Columns that run down the memory at once, as for real matrices.
     static constexpr Index streams = 4;
-    static constexpr Index line_bytes = 64;
 
     /// Subtracts from b the products of some columns with the elements of x.
     static void subtract_columns(const Real* columns, Index stride, const Real* x, Real* b,
@@ -96,27 +95,13 @@ class ComplexTriangle {
                 subtract_plainly<streams>(columns, stride, x, b, i, i + count);
             }
         };
-        Index i = rows_above_line(columns, rows);
-        if (i > 0) {
-            subtract(0, i, Elements::first_lanes(i));
-        }
+        Index i = 0;
         for (; i + Set::lanes <= rows; i += Set::lanes) {
             subtract(i, Set::lanes, AllLanes{});
         }
         if (i < rows) {
             subtract(i, rows - i, Elements::first_lanes(rows - i));
         }
-    }
-
-    /// How many of the rows lie above the first line of memory that the column begins: wide loads
-    /// across lines cost a sixth of the speed where columns come from farther caches. None where
-    /// the rows are too few to pay for a vector of their own.
-    static Index rows_above_line(const Real* column, Index rows) {
-        if (rows < 8 * Set::lanes) {
-            return 0;
-        }
-        const auto past_line = reinterpret_cast<std::uintptr_t>(column) % line_bytes;
-        return (line_bytes - past_line) % line_bytes / (2 * sizeof(Real));
     }
 
     /// The same in some rows, by products that recover infinities.
