@@ -108,20 +108,22 @@ void fill_kron_by_kernels(const SimdKernels::UnfusedKernels<ComputeOf<T>>& kerne
     } else {
         // Row by row, so that what is in compute type stays in the caches.
         for_chunks(result.rows, work, [&](std::uint64_t begin, std::uint64_t end) {
-            const Scratch<ComputeOf<T>> a(A.cols);
-            const Scratch<ComputeOf<T>> b(B.cols);
-            const Scratch<ComputeOf<T>> products(cols);
+            // One piece of memory: of several, 16 KiB apart, a load would wait for a store whose
+            // address ends alike.
+            const Scratch<ComputeOf<T>> rows(B.cols + cols + A.cols);
+            ComputeOf<T>* const b = rows.data();
+            ComputeOf<T>* const products = b + B.cols;
+            ComputeOf<T>* const a = products + cols;
             for (std::uint64_t i = begin; i < end; ++i) {
                 const std::uint64_t of_b = i % B.rows;
                 if (i == begin || of_b == 0) {
-                    widen_rows(A, i / B.rows, i / B.rows + 1, a.data());
+                    widen_rows(A, i / B.rows, i / B.rows + 1, a);
                 }
                 if (i == begin || B.rows > 1) {
-                    widen_rows(B, of_b, of_b + 1, b.data());
+                    widen_rows(B, of_b, of_b + 1, b);
                 }
-                kernels.kron({a.data(), A.cols}, {b.data(), B.cols}, products.data(),
-                             {A.cols, 1, B.cols}, 0, 1);
-                store_results(products.data(), result.data + i * cols, cols);
+                kernels.kron({a, A.cols}, {b, B.cols}, products, {A.cols, 1, B.cols}, 0, 1);
+                store_results(products, result.data + i * cols, cols);
             }
         });
     }
