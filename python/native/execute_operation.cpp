@@ -141,11 +141,7 @@ Call::Call(const OperationDescription& operation, const nb::dict& bindings,
         }
         static_cast<void>(nb::cast<std::string_view>(word));
     }
-    // Handles must not move once they are bound.
     arrays_.reserve(count);
-    scalars_.reserve(count);
-    vectors_.reserve(count);
-    matrices_.reserve(count);
     for (const OperationOperandSpec& operand : operation.operands) {
         take(operand, bindings, locations, compute_dtypes);
     }
@@ -179,18 +175,21 @@ void Call::take(const OperationOperandSpec& operand, const nb::dict& bindings,
 
 void Call::take_operand(const OperationOperandSpec& operand, nb::handle binding, bool on_host,
                         std::string_view compute) {
-    const bool lu = nb::isinstance<NativeLUOperand>(binding);
-    const bool eigen = nb::isinstance<NativeEigenOperand>(binding);
+    // Asked only where the kind leaves it open: for an array each costs as much as its import.
+    const auto is_lu = [&] { return nb::isinstance<NativeLUOperand>(binding); };
+    const auto is_eigen = [&] { return nb::isinstance<NativeEigenOperand>(binding); };
     std::optional<OperandKind> kind = operand.kind;
-    if (!kind && (lu || eigen)) {
-        kind = lu ? OperandKind::LuDecomp : OperandKind::EigenVals;
+    if (!kind && is_lu()) {
+        kind = OperandKind::LuDecomp;
+    } else if (!kind && is_eigen()) {
+        kind = OperandKind::EigenVals;
     }
     const bool written = operand.access != OperandAccess::read;
     if (kind == OperandKind::LuDecomp) {
         if (!on_host) {
             refuse("LUOperand must use host residency");
         }
-        if (!lu) {
+        if (!is_lu()) {
             refuse("LU binding requires LUOperand");
         }
         bind_structured(operand.role, written, nb::cast<NativeLUOperand&>(binding).handle(),
@@ -199,7 +198,7 @@ void Call::take_operand(const OperationOperandSpec& operand, nb::handle binding,
         if (!on_host) {
             refuse("CUDA eigen binding requires CudaEigenOperand");
         }
-        if (!eigen) {
+        if (!is_eigen()) {
             refuse("host eigen binding requires EigenOperand");
         }
         bind_structured(operand.role, written, nb::cast<NativeEigenOperand&>(binding).handle(),
@@ -273,6 +272,8 @@ void Call::take_boolean(const OperationOperandSpec& operand, OperandKind kind, v
 
 template <typename Handle>
 void Call::bind(OperandRole role, bool writable, std::vector<Handle>& handles, Handle handle) {
+    // Handles must not move once they are bound.
+    handles.reserve(arrays_.capacity());
     bind_handle(role, writable, handles.emplace_back(std::move(handle)));
 }
 

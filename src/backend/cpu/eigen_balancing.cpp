@@ -2,6 +2,7 @@
 #include "backend/cpu/eigen_balancing.h"
 
 #include "backend/cpu/eigen_limits.h"
+#include "backend/cpu/hypotenuse.h"
 
 #include <algorithm>
 #include <cmath>
@@ -33,7 +34,7 @@ class OffDiagonalLine {
         }
         const int exponent = *largest + 1;
         double norm = 0;
-        for_each([&](const Complex& element) { norm += std::abs(scaled(element, -exponent)); });
+        for_each([&](const Complex& element) { norm += hypotenuse(scaled(element, -exponent)); });
         return exponent + std::log2(norm);
     }
 

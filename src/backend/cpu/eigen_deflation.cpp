@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/eigen_deflation.h"
 
+#include "backend/cpu/hypotenuse.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -82,7 +84,7 @@ bool Deflation::is_negligible(const SchurForm& schur, std::size_t l) {
 double Deflation::log_backward_error(const SchurForm& schur, std::size_t l) {
     const std::size_t n = schur.n;
     for (std::size_t i = 0; i < n; ++i) {
-        logarithms_[i] = exponents_[i] + std::log2(std::abs(schur.Z[i * n + l]));
+        logarithms_[i] = exponents_[i] + std::log2(hypotenuse(schur.Z[i * n + l]));
     }
     const double log_column_norm = log_norm(logarithms_);
     for (std::size_t i = 0; i < n; ++i) {
@@ -90,7 +92,7 @@ double Deflation::log_backward_error(const SchurForm& schur, std::size_t l) {
         for (std::size_t j = 0; j < l; ++j) {
             sum += schur.H[l * n + j] * std::conj(schur.Z[i * n + j]);
         }
-        logarithms_[i] = std::log2(std::abs(sum)) - exponents_[i];
+        logarithms_[i] = std::log2(hypotenuse(sum)) - exponents_[i];
     }
     return log_column_norm + log_norm(logarithms_);
 }

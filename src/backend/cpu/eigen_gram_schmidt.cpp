@@ -60,6 +60,12 @@ class OrthonormalBasis {
 
 constexpr std::size_t columns_at_once = 4 * column_group;
 
+/// No chain of hypotenuses over these values is larger than their sum.
+double chain_norm_bound(std::span<const Complex> values) {
+    const double room_for_roundings = 1 + 0x1p-20;
+    return sum_of_magnitudes(values) * room_for_roundings;
+}
+
 std::size_t whole_groups(std::size_t columns) {
     return (columns + column_group - 1) / column_group * column_group;
 }
@@ -89,7 +95,7 @@ GramSchmidt::GramSchmidt(std::size_t n, const SimdKernels::GramSchmidtKernels* k
     : kernels_(kernels),
       set_(n, n),
       basis_(n, n),
-      norms_(whole_groups(n)),
+      terms_(1, n),
       magnitudes_(whole_groups(n) + 2 * column_group),
       column_(n) {}
 
@@ -108,25 +114,20 @@ bool GramSchmidt::orthonormalise_in_vectors(std::span<Complex> columns, std::siz
             set_.set(i, j, columns[j * m + i]);
         }
     }
-    const std::size_t end = whole_groups(m);
-    // What a larger set left there would shrink from step to step, into the range of slow norms.
-    for (std::size_t j = m; j < end; ++j) {
-        for (std::size_t i = 0; i < m; ++i) {
-            set_.set(i, j, 0);
-        }
-    }
-    kernels_->set_norms(set_.at(0, 0), set_.shape(), m, end, norms_.data());
     for (std::size_t j = 0; j < m; ++j) {
         for (std::size_t i = 0; i < m; ++i) {
             basis_.set(j, i, set_.get(i, j));
         }
         project_out(j, m);
-        const double before = norms_[j];
         const double after = chain_norm_of(j, m);
-        if (!std::isfinite(before) || !std::isfinite(after)) {
+        const auto given = columns.subspan(j * m, m);
+        const double bound = chain_norm_bound(given);
+        if (!std::isfinite(bound) || !std::isfinite(after)) {
             return false;
         }
-        const bool stands = after > static_cast<double>(m) * epsilon * before &&
+        const double share = static_cast<double>(m) * epsilon;
+        // Seldom is the norm itself needed, of which the bound is a small multiple.
+        const bool stands = (after > share * bound || after > share * chain_norm(given)) &&
                             (divide_in_range(j, m, after) || normalise_column(j, m));
         if (!stands) {
             const std::size_t direction = least_covered_direction(j, m);
@@ -171,7 +172,8 @@ void GramSchmidt::project_set(std::size_t j, std::size_t m) const {
 
 /// One pass: takes from column j its parts along those before it.
 void GramSchmidt::project_out(std::size_t j, std::size_t m) const {
-    kernels_->project_column(basis_.at(0, 0), basis_.shape(), j, basis_.at(j, 0), m);
+    kernels_->project_column(basis_.at(0, 0), basis_.shape(), j, basis_.at(j, 0), terms_.at(0, 0),
+                             m);
 }
 
 double GramSchmidt::chain_norm_of(std::size_t j, std::size_t m) {

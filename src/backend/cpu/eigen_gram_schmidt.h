@@ -37,7 +37,7 @@ class GramSchmidt {
     const SimdKernels::GramSchmidtKernels* kernels_;
     CpuStructured::PlanarMatrix<Complex> set_;   ///< columns to come, by rows
     CpuStructured::PlanarMatrix<Complex> basis_; ///< finished columns, one a row
-    std::vector<double> norms_;                  ///< of the columns as they came
+    CpuStructured::PlanarMatrix<Complex> terms_; ///< of a sum over a column
     std::vector<double> magnitudes_;
     std::vector<Complex> column_;
 };

@@ -65,6 +65,11 @@ double largest_part(std::span<const Complex> values) {
     });
 }
 
+double sum_of_magnitudes(std::span<const Complex> values) {
+    return combined(parts_of(values), 0,
+                    [](double sum, double part) { return sum + std::abs(part); });
+}
+
 void include_magnitude(double& largest, Complex value) {
     // Few come near the largest so far, and only these need a root. The bound has room for the
     // roundings of both.

@@ -24,6 +24,9 @@ void scale(std::span<Complex> values, int exponent);
 /// The largest magnitude of a part, without regard to NaN; 0 where there is none.
 double largest_part(std::span<const Complex> values);
 
+/// The sum of the magnitudes of all parts, in no particular order.
+double sum_of_magnitudes(std::span<const Complex> values);
+
 /// Makes `largest` cover the magnitude of one more value.
 void include_magnitude(double& largest, Complex value);
 

@@ -4,7 +4,7 @@
 // Cyclic Jacobi rotations of a real symmetric or complex Hermitian matrix, with several rows on
 // their way at once.
 
-#include "backend/cpu/rotated_vectors.h"
+#include "backend/cpu/late_rotations.h"
 #include "backend/cpu/structured_solver.h"
 
 #include <algorithm>
@@ -46,7 +46,7 @@ class HermitianJacobi {
           diagonal_(blocks_ * block),
           roots_(order),
           found_(blocks_),
-          vectors_(order, vectors, kernels) {
+          late_(matrix_, order, vectors, kernels) {
         for (std::size_t i = 0; i < n_; ++i) {
             diagonal_[i] = NumberParts::real_part(A[i * n_ + i]);
             for (std::size_t j = 0; j < i; ++j) {
@@ -65,8 +65,8 @@ class HermitianJacobi {
             for (std::size_t group = 0; group < blocks_; ++group) {
                 run_group(group);
             }
+            late_.finish();
         }
-        vectors_.finish();
         return true;
     }
 
@@ -77,12 +77,12 @@ class HermitianJacobi {
             throw std::runtime_error("eigh/eigvalsh - eigenvalue overflow");
         }
         HermitianEigenResult<C> result{std::vector<double>(n_),
-                                       std::vector<C>(vectors_.wanted() ? n_ * n_ : 0)};
+                                       std::vector<C>(late_.wants_vectors() ? n_ * n_ : 0)};
         const auto order = ascending_order();
         for (std::size_t i = 0; i < n_; ++i) {
             result.values[i] = diagonal_[order[i]];
-            for (std::size_t k = 0; k < n_ && vectors_.wanted(); ++k) {
-                result.vectors[k * n_ + i] = vectors_.get(order[i], k);
+            for (std::size_t k = 0; k < n_ && late_.wants_vectors(); ++k) {
+                result.vectors[k * n_ + i] = late_.vector_element(order[i], k);
             }
         }
         return result;
@@ -127,8 +127,7 @@ class HermitianJacobi {
             for_each_phase(step, [this](std::size_t i, std::size_t b) { leave_block(i, b); });
         }
         put_common_rows();
-        finish_columns();
-        vectors_.add(found_);
+        late_.add(found_);
     }
 
     /// Calls `visitor` with each phase that is on its way, and the block that it has come to.
@@ -168,10 +167,10 @@ class HermitianJacobi {
             common_.set(i, column + k, conjugated(matrix_.get(column + k, first_ + i)));
         }
         for (std::size_t earlier = first_ / block; earlier < b; ++earlier) {
-            const BlockRotations& found = found_.at(i, earlier);
-            if (found.count != 0) {
+            const SimdKernels::BlockRotations& found = found_.at(i, earlier);
+            if (found.rows != 0) {
                 kernels_.rotate_adjoint(common_.at(i, column), matrix_.at(column, earlier * block),
-                                        matrix_.shape(), found.rotations.data(), found.count);
+                                        matrix_.shape(), found);
             }
         }
         for (std::size_t k = 0; k < block; ++k) {
@@ -182,13 +181,13 @@ class HermitianJacobi {
     void find_rotations(std::size_t newest) {
         for (std::size_t row = 0; row < block; ++row) {
             unsigned turning = kernels_.find_rotations(lanes_, row, tolerance_);
-            vectors_.advance();
+            late_.advance();
             for (; turning != 0; turning &= turning - 1) {
                 const auto lane = static_cast<std::size_t>(std::countr_zero(turning));
                 const std::size_t i = (newest - lane) % block;
-                BlockRotations& found = found_.at(i, newest - i);
-                found.rotations[found.count++] = {row, lanes_.c[lane], lanes_.s_real[lane],
-                                                  lanes_.s_imag[lane]};
+                SimdKernels::BlockRotations& found = found_.at(i, newest - i);
+                found.rows |= 1U << row;
+                found.of_row[row] = {lanes_.c[lane], lanes_.s_real[lane], lanes_.s_imag[lane]};
             }
         }
     }
@@ -199,11 +198,8 @@ class HermitianJacobi {
             common_.set(i, b * block + k, common(k, lane));
         }
         diagonal_[first_ + i] = lanes_.common_diagonal[lane];
-        const BlockRotations& found = found_.at(i, b);
-        if (found.count != 0 && b * block != first_) {
-            kernels_.rotate(common_.at(i, first_), matrix_.at(b * block, first_), matrix_.shape(),
-                            found.rotations.data(), found.count, b * block - first_);
-        }
+        kernels_.rotate(common_.at(i, first_), matrix_.at(b * block, first_), matrix_.shape(),
+                        found_.at(i, b), b * block - first_);
         if (i + 1 == phases_) {
             take_block_from_lane(b);
         }
@@ -243,25 +239,6 @@ class HermitianJacobi {
         }
     }
 
-    /// Left of the group all its rotations, in its own columns those of phases after the column's.
-    void finish_columns() const {
-        for (std::size_t b = first_ / block; b < blocks_; ++b) {
-            for (std::size_t i = 0; i < phases_; ++i) {
-                found_.apply(i, b, matrix_, first_, kernels_);
-                const BlockRotations& found = found_.at(i, b);
-                kernels_.rotate_leading(matrix_.at(first_ + i, first_),
-                                        matrix_.at(b * block, first_), matrix_.shape(),
-                                        found.rotations.data(), found.count, i);
-            }
-        }
-        for (std::size_t i = 0; i < block; ++i) {
-            for (std::size_t j = 0; j < i; ++j) {
-                matrix_.set(first_ + j, first_ + i,
-                            conjugated(matrix_.get(first_ + i, first_ + j)));
-            }
-        }
-    }
-
     static C made(double real, [[maybe_unused]] double imag) {
         if constexpr (is_complex_element<C>) {
             return {real, imag};
@@ -295,7 +272,7 @@ class HermitianJacobi {
     std::vector<double> roots_; ///< of the magnitudes on the diagonal
     SimdKernels::RotationLanes lanes_{};
     GroupRotations found_;
-    RotatedVectors<C> vectors_;
+    LateRotations<C> late_;
 
     std::size_t first_ = 0; ///< row of the group
     std::size_t phases_ = 0;

@@ -6,7 +6,7 @@
 #include "tessaline/frontend/elements.h"
 #include "tessaline/storage/host_entities.h"
 
-#include <limits>
+#include <deque>
 
 namespace Tessaline {
 namespace {
@@ -33,77 +33,58 @@ std::shared_ptr<CpuRuntimeContext> runtime_with(CpuNumaPolicy policy, std::vecto
     return std::make_shared<CpuRuntimeContext>(options, two_nodes(), BackendKind::cpu_simd);
 }
 
-/// A vector of `size` elements on a node, or on none.
-DescribedVector vector_on(int node, std::uint64_t size) {
-    return DescribedVector(DataTopologyDescriptor::pageable_host(node), size);
+void bind(BackendExecutionBindings& bindings, OperandRole role, VectorEntity& entity) {
+    bindings.operands.insert(role, std::ref(entity));
+    bindings.roles.push_back(role);
 }
 
-class PlacementTest : public ::testing::Test {
-  protected:
-    void bind(OperandRole role, VectorEntity& entity) {
-        bindings_.operands.insert(role, std::ref(entity));
-        bindings_.roles.push_back(role);
+TEST(PreferredNumaNode, TheGreatestWeightOfElementsWinsThenTheOutputThenTheLowestOperand) {
+    constexpr auto half = std::uint64_t{1} << 63U; // twice of it is out of range
+    struct Placed {
+        OperandRole role;
+        int node; ///< -1 for none known
+        std::uint64_t size;
+        bool is_read = false; ///< an output whose content is read counts twice
+    };
+    struct Case {
+        const char* name;
+        std::vector<Placed> operands;
+        std::optional<int> preferred;
+    };
+    const Case cases[] = {
+        {"no operand", {}, std::nullopt},
+        {"no known node", {{in0, -1, 9}}, std::nullopt},
+        {"one known node", {{in0, -1, 9}, {out0, 3, 1}}, 3},
+        {"greatest operand", {{in0, 0, 5}, {in1, 1, 4}}, 0},
+        {"greatest sum", {{in0, 0, 5}, {in1, 1, 4}, {out0, 1, 2}}, 1},
+        {"output that is not read", {{in0, 0, 5}, {out0, 1, 3}}, 0},
+        {"output that is read", {{in0, 0, 5}, {out0, 1, 3, true}}, 1},
+        {"tie of inputs", {{in0, 7, 4}, {in1, 0, 4}}, 7},
+        {"tie with the output", {{in0, 7, 4}, {in1, 0, 4}, {out0, 2, 4}}, 2},
+        {"saturated sum", {{in0, 0, half}, {in1, 0, half}, {out0, 1, 5}}, 0},
+    };
+    for (const Case& each : cases) {
+        BackendExecutionBindings bindings;
+        std::deque<DescribedVector> vectors;
+        for (const Placed& operand : each.operands) {
+            bind(bindings, operand.role,
+                 vectors.emplace_back(DataTopologyDescriptor::pageable_host(operand.node),
+                                      operand.size));
+            if (operand.is_read) {
+                bindings.outputs.insert(operand.role, true);
+            }
+        }
+        EXPECT_EQ(preferred_numa_node_for_operation(bindings), each.preferred) << each.name;
     }
-    std::optional<int> preferred() const { return preferred_numa_node_for_operation(bindings_); }
+}
 
-    BackendExecutionBindings bindings_;
-};
-
-TEST_F(PlacementTest, OperandsWithoutAKnownNodeDecideNothing) {
-    auto nowhere = vector_on(-1, 9);
+TEST(PreferredNumaNode, OperandsOnADeviceOrUnboundHaveNone) {
+    BackendExecutionBindings bindings;
     DescribedVector device(DataTopologyDescriptor::gpu(0, 3), 9);
-    EXPECT_EQ(preferred(), std::nullopt);
-    bind(in0, nowhere);
-    bind(in1, device);
-    EXPECT_EQ(preferred(), std::nullopt);
-    EXPECT_EQ(preferred_numa_node_for_role(bindings_, in1), std::nullopt);
-    EXPECT_EQ(preferred_numa_node_for_role(bindings_, out0), std::nullopt);
-    auto here = vector_on(3, 1);
-    bind(out0, here);
-    EXPECT_EQ(preferred(), 3);
-}
-
-TEST_F(PlacementTest, TheGreatestWeightOfElementsWins) {
-    auto a = vector_on(0, 5);
-    auto b = vector_on(1, 4);
-    auto c = vector_on(1, 2);
-    bind(in0, a);
-    bind(in1, b);
-    EXPECT_EQ(preferred(), 0);
-    bind(out0, c);
-    EXPECT_EQ(preferred(), 1);
-}
-
-TEST_F(PlacementTest, AnOutputThatIsReadCountsTwice) {
-    auto a = vector_on(0, 5);
-    auto b = vector_on(1, 3);
-    bind(in0, a);
-    bind(out0, b);
-    EXPECT_EQ(preferred(), 0);
-    bindings_.outputs.insert(out0, true);
-    EXPECT_EQ(preferred(), 1);
-}
-
-TEST_F(PlacementTest, TiesGoToTheOutputThenToTheLowestOperand) {
-    auto a = vector_on(0, 4);
-    auto b = vector_on(7, 4);
-    auto c = vector_on(2, 4);
-    bind(in0, b);
-    bind(in1, a);
-    EXPECT_EQ(preferred(), 7);
-    bind(out0, c);
-    EXPECT_EQ(preferred(), 2);
-}
-
-TEST_F(PlacementTest, WeightsSaturate) {
-    constexpr auto most = std::numeric_limits<std::uint64_t>::max();
-    auto huge = vector_on(0, most);
-    auto more = vector_on(0, most);
-    auto other = vector_on(1, 5);
-    bind(in0, huge);
-    bind(in1, more);
-    bind(out0, other);
-    EXPECT_EQ(preferred(), 0);
+    bind(bindings, in1, device);
+    EXPECT_EQ(preferred_numa_node_for_operation(bindings), std::nullopt);
+    EXPECT_EQ(preferred_numa_node_for_role(bindings, in1), std::nullopt);
+    EXPECT_EQ(preferred_numa_node_for_role(bindings, out0), std::nullopt);
 }
 
 TEST(RuntimeForNumaNode, PicksALocalRuntimeOfTheSameBudget) {

@@ -57,6 +57,11 @@ class FloatingLuKernels : public ::testing::Test {
         }
         run_floating_kernel<T>(operation, bindings);
     }
+    template <typename Error = std::invalid_argument>
+    static void refuses(const char* message, Operation operation,
+                        const std::vector<OperandBinding>& inputs, OperandBinding output) {
+        expect_error<Error>([&] { run(operation, inputs, {output}); }, message);
+    }
 
     static Grid<T> grid(std::size_t rows, const std::vector<double>& elements) {
         const std::size_t cols = rows == 0 ? 0 : elements.size() / rows;
@@ -73,6 +78,14 @@ class FloatingLuKernels : public ::testing::Test {
     template <typename Scalar>
     static Scalar value(const Operand<Scalar>& scalar) {
         return scalar.grid().elements[0];
+    }
+    /// Of the matrix of order 2 with these rows.
+    static Component<ComputeOf<T>> positive_definite_logdet(const std::vector<double>& rows) {
+        const auto matrix =
+            Operand<T>(OperandKind::Matrix, grid(2, rows), DataMatrixLayout::row_major);
+        const auto logarithm = unwritten<Component<ComputeOf<T>>>();
+        run(Operation::logdet_positive_definite, {matrix.read()}, {logarithm.written()});
+        return value(logarithm);
     }
 };
 
@@ -118,14 +131,10 @@ TYPED_TEST(FloatingLuKernels, FactorsOfAnotherTypeAreRefused) {
     LuOperand<Stored> lu(LuStorage<Stored>({1, {Stored{}}}, DataMatrixLayout::column_major));
     const auto vector = Operand<TypeParam>(OperandKind::Vector, this->grid(1, {1}));
     const auto scalar = this->template unwritten<std::complex<Component<Compute>>>();
-    const auto refused = [&](Operation operation, const std::vector<OperandBinding>& inputs,
-                             OperandBinding output) {
-        expect_error<std::invalid_argument>([&] { this->run(operation, inputs, {output}); },
-                                            "CPU LU - factors must use their compute dtype");
-    };
-    refused(Operation::lu_factor, {}, lu.written());
-    refused(Operation::solve, {lu.read()}, vector.written());
-    refused(Operation::logdet, {lu.read()}, scalar.written());
+    constexpr auto message = "CPU LU - factors must use their compute dtype";
+    this->refuses(message, Operation::lu_factor, {}, lu.written());
+    this->refuses(message, Operation::solve, {lu.read()}, vector.written());
+    this->refuses(message, Operation::logdet, {lu.read()}, scalar.written());
 }
 
 TYPED_TEST(FloatingLuKernels, OutputsMustBeWritableAndMatch) {
@@ -137,24 +146,20 @@ TYPED_TEST(FloatingLuKernels, OutputsMustBeWritableAndMatch) {
     const auto scalar = this->template unwritten<std::complex<Component<Compute>>>();
     const auto matrix = Operand<TypeParam>(OperandKind::Matrix, this->grid(2, {1, 0, 0, 1}),
                                            DataMatrixLayout::row_major);
-    const auto read_only = [&](Operation operation, const std::vector<OperandBinding>& inputs,
-                               OperandBinding output) {
-        expect_error<std::invalid_argument>([&] { this->run(operation, inputs, {output}); },
-                                            "CPU floating kernel - mutable operand required");
-    };
-    read_only(Operation::lu_factor, {}, lu.read());
-    read_only(Operation::solve, {lu.read()}, vector.read());
-    read_only(Operation::logdet, {lu.read()}, scalar.read());
-    read_only(Operation::slogdet, {matrix.read()}, scalar.read());
-    read_only(Operation::logdet_positive_definite, {matrix.read()}, scalar.read());
+    constexpr auto read_only = "CPU floating kernel - mutable operand required";
+    this->refuses(read_only, Operation::lu_factor, {}, lu.read());
+    this->refuses(read_only, Operation::solve, {lu.read()}, vector.read());
+    this->refuses(read_only, Operation::logdet, {lu.read()}, scalar.read());
+    this->refuses(read_only, Operation::slogdet, {matrix.read()}, scalar.read());
+    this->refuses(read_only, Operation::logdet_positive_definite, {matrix.read()}, scalar.read());
     constexpr auto mismatch =
         "CPU floating kernel - storage buffer type, alignment or count mismatch";
-    expect_error<std::logic_error>(
-        [&] { this->run(Operation::solve, {lu.read()}, {longer.written()}); }, mismatch);
+    this->template refuses<std::logic_error>(mismatch, Operation::solve, {lu.read()},
+                                             longer.written());
     const auto wide = Operand<TypeParam>(OperandKind::Matrix, this->grid(2, {1, 0, 0, 0, 1, 0}),
                                          DataMatrixLayout::row_major);
-    expect_error<std::logic_error>(
-        [&] { this->run(Operation::slogdet, {wide.read()}, {scalar.written()}); }, mismatch);
+    this->template refuses<std::logic_error>(mismatch, Operation::slogdet, {wide.read()},
+                                             scalar.written());
 }
 
 TYPED_TEST(FloatingLuKernels, SlogdetGivesSignAndLogarithmInComputePrecision) {
@@ -222,16 +227,11 @@ TYPED_TEST(FloatingLuKernels, FailedDeterminantsWriteNothing) {
 }
 
 TYPED_TEST(FloatingLuKernels, LogdetPositiveDefiniteReloadsItsInputForTheUnrootedWay) {
-    using Real = Component<ComputeOf<TypeParam>>;
     // Narrower entries cannot bring a pivot within rounding of zero but to zero itself.
     if constexpr (std::is_same_v<Component<TypeParam>, double>) {
         constexpr double epsilon = std::numeric_limits<double>::epsilon();
-        const auto matrix =
-            Operand<TypeParam>(OperandKind::Matrix, this->grid(2, {4, 2, 2, 1 + epsilon}),
-                               DataMatrixLayout::row_major);
-        const auto logarithm = this->template unwritten<Real>();
-        this->run(Operation::logdet_positive_definite, {matrix.read()}, {logarithm.written()});
-        EXPECT_EQ(this->value(logarithm), std::log(4.0) + std::log(epsilon));
+        EXPECT_EQ(this->positive_definite_logdet({4, 2, 2, 1 + epsilon}),
+                  std::log(4.0) + std::log(epsilon));
     }
 }
 
@@ -240,15 +240,11 @@ TYPED_TEST(FloatingLuKernels, SymmetryIsJudgedInComputePrecision) {
     using Real = Component<Compute>;
     if constexpr (std::is_same_v<TypeParam, Compute>) {
         constexpr double epsilon = std::numeric_limits<Real>::epsilon();
-        const auto run = [&](double lower) {
-            const auto matrix = Operand<TypeParam>(
-                OperandKind::Matrix, this->grid(2, {2, 1, lower, 2}), DataMatrixLayout::row_major);
-            const auto logarithm = this->template unwritten<Real>();
-            this->run(Operation::logdet_positive_definite, {matrix.read()}, {logarithm.written()});
-        };
-        run(1 - 2 * epsilon);
+        this->positive_definite_logdet({2, 1, 1 - 2 * epsilon, 2});
         expect_error<std::invalid_argument>(
-            [&] { run(1 - 3 * epsilon); },
+            [&] {
+                this->positive_definite_logdet({2, 1, 1 - 3 * epsilon, 2});
+            },
             "tessaline.logdet_positive_definite - input must be symmetric/Hermitian at (1, 0)");
     }
 }

@@ -313,19 +313,20 @@ TYPED_TEST(HermitianJacobi, RotationsOfSpecialElementsHaveTheBitsOfPlainProducts
     constexpr std::size_t block = SimdKernels::rotation_block;
     constexpr std::size_t columns = 5 * block;
     CounterRandom random(5);
-    for (const std::size_t count : {std::size_t{3}, block}) {
-        std::vector<SimdKernels::RowRotation> rotations(count);
-        for (std::size_t i = 0; i < count; ++i) {
-            rotations[i] = {count == block ? i : 2 * i, uniform(random), uniform(random),
-                            is_complex_element<C> ? uniform(random) : 0};
+    for (const unsigned rotated_rows : {0b00010101U, 0b11111111U}) {
+        SimdKernels::BlockRotations rotations{rotated_rows, {}};
+        for (auto& rotation : rotations.of_row) {
+            rotation = {uniform(random), uniform(random),
+                        is_complex_element<C> ? uniform(random) : 0};
         }
         const auto values = random_grid<C>(block + 1, columns, random).elements;
         auto expected = values;
-        for (const auto& rotation : rotations) {
+        for (std::size_t row = 0; row < block; ++row) {
+            const auto& rotation = rotations.of_row[row];
             const auto s = narrowed<C>({rotation.s_real, rotation.s_imag});
-            for (std::size_t k = 0; k < columns; ++k) {
+            for (std::size_t k = 0; k < columns && (rotated_rows >> row & 1U) != 0; ++k) {
                 C& of_common = expected[block * columns + k];
-                C& of_row = expected[rotation.row * columns + k];
+                C& of_row = expected[row * columns + k];
                 const C u = of_common;
                 const C v = of_row;
                 of_common = rotation.c * u - v * adjoint_of(s);
@@ -346,14 +347,13 @@ TYPED_TEST(HermitianJacobi, RotationsOfSpecialElementsHaveTheBitsOfPlainProducts
                 }
                 common.set(0, k, values[block * columns + k]);
             }
-            kernels.rotate(rows.at(block, 0), rows.at(0, 0), rows.shape(), rotations.data(), count,
-                           columns);
+            kernels.rotate(rows.at(block, 0), rows.at(0, 0), rows.shape(), rotations, columns);
             for (std::size_t k = 0; k < columns; k += block) {
                 kernels.rotate_adjoint(common.at(0, k), adjoint.at(k, 0), adjoint.shape(),
-                                       rotations.data(), count);
+                                       rotations);
                 // One column more in each block.
                 kernels.rotate_leading(leading.at(block, k), leading.at(0, k), leading.shape(),
-                                       rotations.data(), count, k / block + 1);
+                                       rotations, k / block + 1);
             }
             std::vector<C> rotated;
             std::vector<C> turned;

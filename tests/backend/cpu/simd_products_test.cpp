@@ -48,15 +48,21 @@ Element plain_product(const Engine& engine, const Data& a, const Data& b, const 
     return sum;
 }
 
-TEST(SimdProductsTest, RealMatmulSumsEachElementInInnerOrder) {
-    for_each_product([](auto engine, const auto& shape, auto& random, auto values) {
+/// `make` makes the operands, of the form that is tested.
+template <typename Element, typename Make>
+void expect_ordered_products(const Make& make) {
+    for_each_product([&](auto engine, const auto& shape, auto& random, auto values) {
         const auto [rows, inner, cols] = shape;
-        auto a = real_data(rows * inner, 1, random, values);
-        auto b = real_data(inner * cols, 2, random, values);
-        auto c = real_data(rows * cols, 3, random);
+        auto a = make(rows * inner, 1, random, values);
+        auto b = make(inner * cols, 2, random, values);
+        auto c = make(rows * cols, 3, random, Values::ordinary);
         engine.matmul(a.input(rows, inner), b.input(inner, cols), c.output(rows, cols));
-        expect_elements(c, [&](auto i) { return plain_product<float>(engine, a, b, shape, i); });
+        expect_elements(c, [&](auto i) { return plain_product<Element>(engine, a, b, shape, i); });
     });
+}
+
+TEST(SimdProductsTest, RealMatmulSumsEachElementInInnerOrder) {
+    expect_ordered_products<float>([](auto&&... of) { return real_data(of...); });
 }
 
 template <typename>
@@ -64,14 +70,7 @@ class SimdComplexProductsTest : public ::testing::Test {};
 TYPED_TEST_SUITE(SimdComplexProductsTest, Forms);
 
 TYPED_TEST(SimdComplexProductsTest, MatmulSumsEachElementInInnerOrder) {
-    for_each_product([](auto engine, const auto& shape, auto& random, auto values) {
-        const auto [rows, inner, cols] = shape;
-        auto a = TypeParam::make(rows * inner, 1, random, values);
-        auto b = TypeParam::make(inner * cols, 2, random, values);
-        auto c = TypeParam::make(rows * cols, 3, random);
-        engine.matmul(a.input(rows, inner), b.input(inner, cols), c.output(rows, cols));
-        expect_elements(c, [&](auto i) { return plain_product<Complex>(engine, a, b, shape, i); });
-    });
+    expect_ordered_products<Complex>([](auto&&... of) { return TypeParam::make(of...); });
 }
 
 TYPED_TEST(SimdComplexProductsTest, MatvecSumsEachRowInOrder) {

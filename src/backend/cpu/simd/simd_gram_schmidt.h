@@ -30,32 +30,29 @@ class GramSchmidt {
   public:
     static void project_set(const double* q, Index q_imaginary, double* set,
                             const PlanarShape& shape, Index rows, Index begin, Index end) {
-        constexpr Index wide = 4 * lanes;
-        Index column = begin;
-        for (; column + wide <= end; column += wide) {
-            project_vectors<4>(q, q_imaginary, set + column, shape, rows);
-        }
-        for (; column < end; column += lanes) {
-            project_vectors<1>(q, q_imaginary, set + column, shape, rows);
-        }
+        project_columns<4>(q, q_imaginary, set, shape, rows, begin, end);
     }
 
     static void project_column(const double* basis, const PlanarShape& shape, Index count,
-                               double* column, Index rows) {
+                               double* column, double* terms, Index rows) {
+        const Index imaginary = shape.imaginary;
+        for (Index i = 0; i < rows && count != 0; i += lanes) {
+            const Vector of_q = load(basis + i, imaginary);
+            store(terms + i, imaginary, conjugate_product<Set>(of_q, load(column + i, imaginary)));
+        }
         for (Index k = 0; k < count; ++k) {
-            take_part(basis + k * shape.stride, column, shape.imaginary, rows);
-        }
-    }
-
-    static void set_norms(const double* set, const PlanarShape& shape, Index rows, Index columns,
-                          double* norms) {
-        constexpr Index wide = 4 * lanes;
-        Index column = 0;
-        for (; column + wide <= columns; column += wide) {
-            vector_norms<4>(set + column, shape, rows, norms + column);
-        }
-        for (; column < columns; column += lanes) {
-            vector_norms<1>(set + column, shape, rows, norms + column);
+            const double* const q = basis + k * shape.stride;
+            const double* const next = k + 1 < count ? q + shape.stride : q;
+            const Vector part = chain_sum(terms, imaginary, rows);
+            // Vector by vector, so that the next sum need not wait for all of them.
+            for (Index i = 0; i < rows; i += lanes) {
+                const Vector before = load(column + i, imaginary);
+                const Vector taken = product<Set>(load(q + i, imaginary), part);
+                const Vector after{before.real - taken.real, before.imag - taken.imag};
+                store(column + i, imaginary, after);
+                store(terms + i, imaginary,
+                      conjugate_product<Set>(load(next + i, imaginary), after));
+            }
         }
     }
 
@@ -89,34 +86,18 @@ class GramSchmidt {
     }
 
   private:
-    static constexpr Index chunk = 64;
     using Bits = BitsOf<Set>;
+    using Words [[gnu::vector_size(sizeof(Register))]] = std::uint64_t; ///< without overflow
 
-    static void take_part(const double* q, double* column, Index imaginary, Index rows) {
+    /// The sum of the terms one by one, in all lanes.
+    static Vector chain_sum(const double* terms, Index imaginary, Index count) {
         double real = 0;
         double imag = 0;
-        for (Index first = 0; first < rows; first += chunk) {
-            // The products in vectors, their sum one by one.
-            alignas(64) double terms[2][chunk];
-            const Index count = least(chunk, rows - first);
-            for (Index i = 0; i < count; i += lanes) {
-                const Vector term = conjugate_product<Set>(load(q + first + i, imaginary),
-                                                           load(column + first + i, imaginary));
-                Set::store(terms[0] + i, term.real);
-                Set::store(terms[1] + i, term.imag);
-            }
-            for (Index i = 0; i < count; ++i) {
-                real += terms[0][i];
-                imag += terms[1][i];
-            }
+        for (Index i = 0; i < count; ++i) {
+            real += terms[i];
+            imag += terms[imaginary + i];
         }
-        const Vector part = broadcast_complex<Set>(real, imag);
-        for (Index i = 0; i < rows; i += lanes) {
-            const Vector taken = product<Set>(load(q + i, imaginary), part);
-            const Vector before = load(column + i, imaginary);
-            Set::store(column + i, before.real - taken.real);
-            Set::store(column + imaginary + i, before.imag - taken.imag);
-        }
+        return broadcast_complex<Set>(real, imag);
     }
 
     /// Takes the chain of a norm over some of `count` magnitudes, at least one. Returns how many.
@@ -133,34 +114,34 @@ class GramSchmidt {
             const Register terms = Set::load(magnitudes + v.value * lanes);
             const Register sums = sum + prefix_sums(terms * terms);
             const Register foretold = Set::root(sums);
-            const Bits former = Bits(shifted<1>(foretold, before));
+            const Words former = Words(shifted<1>(foretold, before));
             sum = Set::broadcast(sums[lanes - 1]);
             before = foretold;
-            // For a neighbour by its place, which counts in bits: the place of the norm after it.
+            // For each neighbour the place of the norm after it.
             Bits choice{};
             for_places<neighbours>([&](auto place) {
-                const Register candidate = Register(former + (long{place.value} - 1));
+                const Register candidate = Register(former + place.value - 1);
                 const Register next = hypotenuse<Set>(candidate, terms);
                 Set::store(found[place.value] + v.value * lanes, next);
-                const Bits after = Bits(next) - Bits(foretold) + 1;
-                const auto is_neighbour = (after >= 0) & (after < long{neighbours});
-                choice |= (is_neighbour ? after * place_bits : Bits{} + lost)
+                const Bits after = Bits(Words(next) - Words(foretold) + 1);
+                const auto is_neighbour = (after >= 0) & (after < neighbours);
+                choice |= (is_neighbour ? after : Bits{} + lost)
                           << (place_bits * long{place.value});
             });
             Set::store(reinterpret_cast<double*>(choices) + v.value * lanes, Register(choice));
         });
         long place;
-        long next = place_bits;
+        long next = 1;
         Index taken = 0;
         do {
             place = next;
-            next = choices[taken] >> place & lost;
+            next = choices[taken] >> (place_bits * place) & lost;
             ++taken;
         } while (taken < count && next != lost);
-        norm = found[place / place_bits][taken - 1];
+        norm = found[place][taken - 1];
         return taken;
     }
-    static constexpr Index neighbours = 3;
+    static constexpr long neighbours = 3;
     static constexpr long place_bits = 8;
     static constexpr long lost = 0xff;
     /// A second vector shares the time that the first one waits for roots; a third brought nothing.
@@ -198,6 +179,22 @@ class GramSchmidt {
     static Vector load(const double* from, Index imaginary) {
         return {Set::load(from), Set::load(from + imaginary)};
     }
+    static void store(double* to, Index imaginary, Vector value) {
+        Set::store(to, value.real);
+        Set::store(to + imaginary, value.imag);
+    }
+
+    /// As many vectors at a time as there are, up to Most.
+    template <Index Most>
+    static void project_columns(const double* q, Index q_imaginary, double* set,
+                                const PlanarShape& shape, Index rows, Index begin, Index end) {
+        for (; begin + Most * lanes <= end; begin += Most * lanes) {
+            project_vectors<Most>(q, q_imaginary, set + begin, shape, rows);
+        }
+        if constexpr (Most > 1) {
+            project_columns<Most / 2>(q, q_imaginary, set, shape, rows, begin, end);
+        }
+    }
 
     template <Index Vectors>
     static void project_vectors(const double* q, Index q_imaginary, double* set,
@@ -226,23 +223,6 @@ class GramSchmidt {
         }
     }
 
-    template <Index Vectors>
-    static void vector_norms(const double* set, const PlanarShape& shape, Index rows,
-                             double* norms) {
-        Register norm[Vectors];
-        for_places<Vectors>([&](auto v) {
-            norm[v.value] = magnitude(load(set + v.value * lanes, shape.imaginary));
-        });
-        for (Index i = 1; i < rows; ++i) {
-            const double* const row = set + i * shape.stride;
-            for_places<Vectors>([&](auto v) {
-                norm[v.value] = hypotenuse<Set>(
-                    norm[v.value], magnitude(load(row + v.value * lanes, shape.imaginary)));
-            });
-        }
-        for_places<Vectors>([&](auto v) { Set::store(norms + v.value * lanes, norm[v.value]); });
-    }
-
     static Register magnitude(Vector value) { return hypotenuse<Set>(value.real, value.imag); }
 };
 
@@ -251,7 +231,6 @@ constexpr GramSchmidtKernels make_gram_schmidt_kernels() {
     return {
         .project_set = GramSchmidt<Set>::project_set,
         .project_column = GramSchmidt<Set>::project_column,
-        .set_norms = GramSchmidt<Set>::set_norms,
         .magnitudes = GramSchmidt<Set>::magnitudes,
         .chain_norm = GramSchmidt<Set>::chain_norm,
         .divide_ordinary = GramSchmidt<Set>::divide_ordinary,

@@ -28,12 +28,9 @@ struct GramSchmidtKernels {
     void (*project_set)(const double* q, Index q_imaginary, double* set, const PlanarShape& shape,
                         Index rows, Index begin, Index end);
     /// Takes from a single column its parts along the first `count` rows of a basis, one after the
-    /// other.
+    /// other. `terms` has room for another column.
     void (*project_column)(const double* basis, const PlanarShape& shape, Index count,
-                           double* column, Index rows);
-    /// The norm of each column of a set as a chain of hypotenuses.
-    void (*set_norms)(const double* set, const PlanarShape& shape, Index rows, Index columns,
-                      double* norms);
+                           double* column, double* terms, Index rows);
     /// The magnitudes of the elements of a column, up to a multiple of `column_group`.
     void (*magnitudes)(const double* column, Index imaginary, Index rows, double* magnitudes);
     /// The norm of a column of these magnitudes as a chain of hypotenuses. Two groups behind the

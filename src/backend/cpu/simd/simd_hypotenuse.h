@@ -27,12 +27,6 @@ typename Set::Register with_sign(typename Set::Register magnitude, typename Set:
     return Register((Bits(magnitude) & INT64_MAX) | (Bits(sign) & INT64_MIN));
 }
 
-/// As std::max chooses.
-template <typename Set>
-typename Set::Register larger(typename Set::Register a, typename Set::Register b) {
-    return a < b ? b : a;
-}
-
 /// A bit for each lane of the result of a comparison.
 template <typename Set, typename Truth>
 unsigned true_lanes(Truth truth) {
@@ -59,8 +53,8 @@ template <typename Set>
     x = absolute<Set>(x);
     y = absolute<Set>(y);
     // One of them is NaN where x or y is.
-    const Register a = x < y ? y : x;
-    const Register b = x < y ? x : y;
+    const Register a = Set::larger(x, y);
+    const Register b = Set::smaller(y, x);
     const Register root = Set::root(a * a + b * b);
     const Register above_b = root - b;
     const Register near_half = a * (2 * above_b - a) + (above_b - 2 * (a - b)) * above_b;

@@ -56,7 +56,7 @@ class RotationArithmetic {
             : c(cosine),
               s_real(real),
               s_imag(imag) {}
-        explicit Factors(const RowRotation& rotation)
+        explicit Factors(const Rotation& rotation)
             : c(Set::broadcast(rotation.c)),
               s_real(Set::broadcast(rotation.s_real)),
               s_imag(Set::broadcast(rotation.s_imag)) {}

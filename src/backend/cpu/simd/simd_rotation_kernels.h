@@ -16,13 +16,18 @@ using Index = std::uint64_t;
 /// Rows are rotated in blocks of this many, and columns come in multiples of it.
 inline constexpr Index rotation_block = 8;
 
-/// Takes an element u of a common row and an element v of row `row` to c u - conj(s) v and
+/// Takes an element u of a common row and an element v of another one to c u - conj(s) v and
 /// c v + s u.
-struct RowRotation {
-    Index row; ///< within its block
+struct Rotation {
     double c;
     double s_real;
     double s_imag;
+};
+
+/// The rotations of a common row with rows of a block, in the order of these.
+struct BlockRotations {
+    unsigned rows = 0; ///< a bit for each that is rotated
+    Rotation of_row[rotation_block];
 };
 
 /// How rows of doubles lie: `stride` apart, the imaginary parts of a row `imaginary` doubles behind
@@ -59,16 +64,16 @@ struct alignas(64) RotationLanes {
 /// C is double or std::complex<double>, whose products recover infinities as C99 Annex G does.
 template <typename C>
 struct RotationKernels {
-    /// Applies `count` rotations in their order to the common row and the rows of a block, in the
-    /// columns from those that the pointers point to on.
+    /// Rotates a common row and the rows of a block in the columns from those that the pointers
+    /// point to on.
     void (*rotate)(double* common, double* block, const PlanarShape& shape,
-                   const RowRotation* rotations, Index count, Index columns);
+                   const BlockRotations& rotations, Index columns);
     /// The same in `rotation_block` columns for a block whose rows lie as columns, conjugated.
     void (*rotate_adjoint)(double* common, double* adjoint, const PlanarShape& shape,
-                           const RowRotation* rotations, Index count);
+                           const BlockRotations& rotations);
     /// rotate() in the first columns of a block, up to `columns` of them.
     void (*rotate_leading)(double* common, double* block, const PlanarShape& shape,
-                           const RowRotation* rotations, Index count, Index columns);
+                           const BlockRotations& rotations, Index columns);
     /// In each lane, finds the rotation of the common row with row `row` of the block that makes
     /// the element of both zero, applies it to the diagonal and to the columns of the block, and
     /// stores that zero. An element that is small against the geometric mean of its diagonal

@@ -45,7 +45,7 @@ class RotationSearch {
         // Lanes without a rotation must not take the slow path of a hypotenuse.
         const Vector harmless = x.where(looks, one());
         const Register scale =
-            larger<Set>(larger<Set>(largest_part(harmless), absolute<Set>(q)), absolute<Set>(p));
+            Set::larger(absolute<Set>(p), Set::larger(absolute<Set>(q), largest_part(harmless)));
         const Vector ratio = divided(harmless, scale);
         const Register size = magnitude(ratio);
         const Register d = (q / scale) * 0.5 - (p / scale) * 0.5;
@@ -71,9 +71,9 @@ class RotationSearch {
                                                             Register magnitude, double tolerance) {
         const Register root_p = Set::root(absolute<Set>(p));
         const Register root_q = Set::root(absolute<Set>(q));
-        // As std::min chooses, of which NaN would be another.
-        const Register small = root_q < root_p ? root_q : root_p;
-        const Register ratio = magnitude / larger<Set>(root_p, root_q) / small;
+        // NaN as std::max and std::min choose.
+        const Register ratio =
+            magnitude / Set::larger(root_q, root_p) / Set::smaller(root_q, root_p);
         return ~(root_p == 0) & ~(root_q == 0) & (ratio <= tolerance);
     }
 
@@ -129,7 +129,7 @@ class RotationSearch {
     }
     static Register largest_part(Vector value) {
         if constexpr (IsComplex) {
-            return larger<Set>(absolute<Set>(value.real), absolute<Set>(value.imag));
+            return Set::larger(absolute<Set>(value.imag), absolute<Set>(value.real));
         } else {
             return absolute<Set>(value.real);
         }

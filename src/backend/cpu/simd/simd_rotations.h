@@ -25,23 +25,21 @@ class Rotations {
 
   public:
     static void rotate(double* common, double* block, const PlanarShape& shape,
-                       const RowRotation* rotations, Index count, Index columns) {
+                       const BlockRotations& rotations, Index columns) {
         constexpr Index wide = 4 * lanes;
         Index column = 0;
         for (; column + wide <= columns; column += wide) {
-            rotate_vectors<4>(common + column, shape.imaginary, block + column, shape, rotations,
-                              count);
+            rotate_vectors<4>(common + column, shape.imaginary, block + column, shape, rotations);
         }
         for (; column < columns; column += lanes) {
-            rotate_vectors<1>(common + column, shape.imaginary, block + column, shape, rotations,
-                              count);
+            rotate_vectors<1>(common + column, shape.imaginary, block + column, shape, rotations);
         }
     }
 
     static void rotate_adjoint(double* common, double* adjoint, const PlanarShape& shape,
-                               const RowRotation* rotations, Index count) {
+                               const BlockRotations& rotations) {
         if constexpr (lanes == rotation_block) {
-            if (count == rotation_block) {
+            if (rotations.rows == (1U << rotation_block) - 1) {
                 rotate_registers(common, adjoint, shape, rotations);
                 return;
             }
@@ -50,44 +48,41 @@ class Rotations {
         alignas(64) double rows[(IsComplex ? 2 : 1) * compact.imaginary];
         transpose(adjoint, shape, rows, compact);
         for (Index column = 0; column < rotation_block; column += lanes) {
-            rotate_vectors<1>(common + column, shape.imaginary, rows + column, compact, rotations,
-                              count);
+            rotate_vectors<1>(common + column, shape.imaginary, rows + column, compact, rotations);
         }
         transpose(rows, compact, adjoint, shape);
     }
 
     static void rotate_leading(double* common, double* block, const PlanarShape& shape,
-                               const RowRotation* rotations, Index count, Index columns) {
+                               const BlockRotations& rotations, Index columns) {
         const Index whole = columns / lanes * lanes;
-        for (Index column = 0; column < whole; column += lanes) {
-            rotate_vectors<1>(common + column, shape.imaginary, block + column, shape, rotations,
-                              count);
-        }
+        rotate(common, block, shape, rotations, whole);
         if (whole != columns) {
-            rotate_lanes(common + whole, block + whole, shape, rotations, count, columns - whole);
+            rotate_lanes(common + whole, block + whole, shape, rotations, columns - whole);
         }
     }
 
   private:
     /// rotate() for the first lanes of one vector.
     static void rotate_lanes(double* common, double* block, const PlanarShape& shape,
-                             const RowRotation* rotations, Index count, Index taken) {
+                             const BlockRotations& rotations, Index taken) {
         static constexpr double places[] = {0, 1, 2, 3, 4, 5, 6, 7};
         const auto takes = Set::load(places) < Set::broadcast(static_cast<double>(taken));
         Vector u = Vector::load(common, shape.imaginary);
-        for (Index k = 0; k < count; ++k) {
-            double* const row = block + rotations[k].row * shape.stride;
-            const Vector v = Vector::load(row, shape.imaginary);
-            const Pair rotated = Arithmetic::apply(Factors(rotations[k]), u, v);
+        for (unsigned rows = rotations.rows; rows != 0; rows &= rows - 1) {
+            const auto row = static_cast<Index>(__builtin_ctz(rows));
+            double* const element = block + row * shape.stride;
+            const Vector v = Vector::load(element, shape.imaginary);
+            const Pair rotated = Arithmetic::apply(Factors(rotations.of_row[row]), u, v);
             u = rotated.common.where(takes, u);
-            rotated.of_row.where(takes, v).store(row, shape.imaginary);
+            rotated.of_row.where(takes, v).store(element, shape.imaginary);
         }
         u.store(common, shape.imaginary);
     }
 
     /// rotate_adjoint() where every row is rotated and each is one vector.
     static void rotate_registers(double* common, double* adjoint, const PlanarShape& shape,
-                                 const RowRotation* rotations) {
+                                 const BlockRotations& rotations) {
         Vector v[lanes];
         for_places<lanes>([&](auto i) {
             v[i.value] = Vector::load(adjoint + i.value * shape.stride, shape.imaginary);
@@ -95,7 +90,8 @@ class Rotations {
         transpose_registers(v);
         Vector u = Vector::load(common, shape.imaginary);
         for_places<lanes>([&](auto i) {
-            const Pair rotated = Arithmetic::apply(Factors(rotations[i.value]), u, v[i.value]);
+            const Pair rotated =
+                Arithmetic::apply(Factors(rotations.of_row[i.value]), u, v[i.value]);
             u = rotated.common;
             v[i.value] = rotated.of_row;
         });
@@ -107,20 +103,20 @@ class Rotations {
 
     template <Index Vectors>
     static void rotate_vectors(double* common, Index common_imaginary, double* block,
-                               const PlanarShape& shape, const RowRotation* rotations,
-                               Index count) {
+                               const PlanarShape& shape, const BlockRotations& rotations) {
         const auto [stride, imaginary] = shape;
         Vector u[Vectors];
         for_places<Vectors>(
             [&](auto i) { u[i.value] = Vector::load(common + i.value * lanes, common_imaginary); });
-        for (Index k = 0; k < count; ++k) {
-            const Factors factors(rotations[k]);
-            double* const row = block + rotations[k].row * stride;
+        for (unsigned rows = rotations.rows; rows != 0; rows &= rows - 1) {
+            const auto row = static_cast<Index>(__builtin_ctz(rows));
+            const Factors factors(rotations.of_row[row]);
+            double* const elements = block + row * stride;
             for_places<Vectors>([&, imag = imaginary](auto i) {
-                const Vector v = Vector::load(row + i.value * lanes, imag);
+                const Vector v = Vector::load(elements + i.value * lanes, imag);
                 const Pair rotated = Arithmetic::apply(factors, u[i.value], v);
                 u[i.value] = rotated.common;
-                rotated.of_row.store(row + i.value * lanes, imag);
+                rotated.of_row.store(elements + i.value * lanes, imag);
             });
         }
         for_places<Vectors>(

@@ -48,6 +48,9 @@ struct Avx512Double {
     static Register flipped(Register value, Register mask) { return _mm512_xor_pd(value, mask); }
 
     static Register root(Register value) { return _mm512_sqrt_pd(value); }
+    /// The second one where one of them is NaN.
+    static Register larger(Register a, Register b) { return _mm512_max_pd(a, b); }
+    static Register smaller(Register a, Register b) { return _mm512_min_pd(a, b); }
 
     /// A bit for each lane that is NaN.
     static unsigned nan_lanes(Register value) {

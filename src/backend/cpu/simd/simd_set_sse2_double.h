@@ -22,6 +22,9 @@ struct Sse2Double {
     static void store(double* to, Register value) { _mm_storeu_pd(to, value); }
 
     static Register root(Register value) { return _mm_sqrt_pd(value); }
+    /// The second one where one of them is NaN.
+    static Register larger(Register a, Register b) { return _mm_max_pd(a, b); }
+    static Register smaller(Register a, Register b) { return _mm_min_pd(a, b); }
 
     /// A bit for each lane that is NaN.
     static unsigned nan_lanes(Register value) {
