@@ -108,18 +108,22 @@ void fill_kron_by_kernels(const SimdKernels::UnfusedKernels<ComputeOf<T>>& kerne
     } else {
         // Row by row, so that what is in compute type stays in the caches.
         for_chunks(result.rows, work, [&](std::uint64_t begin, std::uint64_t end) {
-            const Scratch<ComputeOf<T>> a(A.cols);
-            const Scratch<ComputeOf<T>> b(B.cols);
-            const Scratch<ComputeOf<T>> products(cols);
+            // One piece of memory: of several, 16 KiB apart, a load would wait for a store whose
+            // address ends alike.
+            const Scratch<ComputeOf<T>> rows(B.cols + cols + A.cols);
+            ComputeOf<T>* const b = rows.data();
+            ComputeOf<T>* const products = b + B.cols;
+            ComputeOf<T>* const a = products + cols;
             for (std::uint64_t i = begin; i < end; ++i) {
                 const std::uint64_t of_b = i % B.rows;
                 if (i == begin || of_b == 0) {
-                    widen_rows(A, i / B.rows, i / B.rows + 1, a.data());
+                    widen_rows(A, i / B.rows, i / B.rows + 1, a);
                 }
-                widen_rows(B, of_b, of_b + 1, b.data());
-                kernels.kron({a.data(), A.cols}, {b.data(), B.cols}, products.data(),
-                             {A.cols, 1, B.cols}, 0, 1);
-                store_results(products.data(), result.data + i * cols, cols);
+                if (i == begin || B.rows > 1) {
+                    widen_rows(B, of_b, of_b + 1, b);
+                }
+                kernels.kron({a, A.cols}, {b, B.cols}, products, {A.cols, 1, B.cols}, 0, 1);
+                store_results(products, result.data + i * cols, cols);
             }
         });
     }
@@ -199,42 +203,37 @@ class PartialTrace {
             constexpr std::uint64_t parts = sizeof(T) / sizeof(std::uint16_t);
             const auto sum_of_runs = std::is_same_v<T, BFloat16> ? table.sum_of_runs_bfloat16
                                                                  : table.sum_of_runs_binary16;
-            ComputeOf<T> sums[sums_in_flight];
+            const Scratch<ComputeOf<T>> sums(run.count);
             sum_of_runs(reinterpret_cast<const std::uint16_t*>(run.terms), parts * run.term_step,
-                        traced_, reinterpret_cast<float*>(sums), parts * run.count);
-            store_results(sums, out, run.count);
+                        traced_, reinterpret_cast<float*>(sums.data()), parts * run.count);
+            store_results(sums.data(), out, run.count);
         }
     }
 
     /// Up to this step all elements on the way are widened at once.
-    static constexpr std::uint64_t widened_step = 4;
+    static constexpr std::uint64_t widened_step = 8;
 
     /// Adds elements that lie `step` apart.
     static void add(ComputeOf<T>* sums, const T* elements, std::uint64_t step,
                     std::uint64_t count) {
         if constexpr (!std::is_same_v<T, ComputeOf<T>>) {
-            ComputeOf<T> terms[sums_in_flight * widened_step];
             if (step <= widened_step && count > 0) {
-                widen_elements(elements, terms, (count - 1) * step + 1);
-                add_strided(sums, terms, step, count);
-            } else {
-                T gathered[sums_in_flight];
-                for (std::uint64_t i = 0; i < count; ++i) {
-                    gathered[i] = elements[i * step];
-                }
-                widen_elements(gathered, terms, count);
-                add_strided(sums, terms, 1, count);
+                const std::uint64_t widened = (count - 1) * step + 1;
+                const Scratch<ComputeOf<T>> terms(widened);
+                widen_elements(elements, terms.data(), widened);
+                add_strided(sums, terms.data(), step, count);
+                return;
             }
-        } else {
-            add_strided(sums, elements, step, count);
         }
+        add_strided(sums, elements, step, count);
     }
 
-    static void add_strided(ComputeOf<T>* sums, const ComputeOf<T>* elements, std::uint64_t step,
+    template <typename Element>
+    static void add_strided(ComputeOf<T>* sums, const Element* elements, std::uint64_t step,
                             std::uint64_t count) {
         const auto add_each = [=](auto distance) {
             for (std::uint64_t i = 0; i < count; ++i) {
-                sums[i] += elements[i * distance];
+                sums[i] += static_cast<ComputeOf<T>>(elements[i * distance]);
             }
         };
         if (step == 1) {
