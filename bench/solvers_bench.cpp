@@ -17,6 +17,7 @@
 #include <cblas.h>
 #include <lapacke.h>
 #include <memory>
+#include <new>
 #include <random>
 
 namespace Tessaline::Bench {
@@ -59,8 +60,8 @@ void call_peer(S single, D real, C complex_single, Z complex_double, Arguments..
     }
 }
 
-template <typename T>
-auto peer_data(std::vector<T>& elements) {
+template <typename T, typename Allocator>
+auto peer_data(std::vector<T, Allocator>& elements) {
     if constexpr (std::is_same_v<T, std::complex<float>>) {
         return reinterpret_cast<lapack_complex_float*>(elements.data());
     } else if constexpr (std::is_same_v<T, std::complex<double>>) {
@@ -72,6 +73,22 @@ auto peer_data(std::vector<T>& elements) {
 
 template <typename T>
 constexpr double operations = is_complex_element<T> ? 8 : 2; ///< of one term
+
+/// Memory that starts on a cache line, as that of the library's own factors does.
+template <typename T>
+struct OnCacheLines {
+    using value_type = T;
+    OnCacheLines() = default;
+    template <typename Other>
+    OnCacheLines(const OnCacheLines<Other>&) {}
+    T* allocate(std::size_t count) {
+        return static_cast<T*>(::operator new(count * sizeof(T), alignment));
+    }
+    void deallocate(T* elements, std::size_t) { ::operator delete(elements, alignment); }
+    bool operator==(const OnCacheLines&) const { return true; }
+
+    static constexpr std::align_val_t alignment{64};
+};
 
 /// Matrices, the factors of one of them, and a right-hand side. Every call meets another matrix, or
 /// the processor would learn by heart where the pivots of a small one lie.
@@ -90,14 +107,17 @@ struct System {
     }
 
     LuDecompView<long, T> lu() { return {pivots.data(), factors.data(), &swaps, n}; }
-    void restore() { factors = matrices[next++ % matrices.size()]; }
+    void restore() {
+        const std::vector<T>& matrix = matrices[next++ % matrices.size()];
+        factors.assign(matrix.begin(), matrix.end());
+    }
 
     static constexpr std::size_t most_elements = std::size_t{1} << 20U;
 
     std::size_t n;
     std::vector<std::vector<T>> matrices;
     std::size_t next = 0;
-    std::vector<T> factors;
+    std::vector<T, OnCacheLines<T>> factors;
     std::vector<long> pivots;
     std::vector<lapack_int> peer_pivots;
     std::uint64_t swaps = 0;
