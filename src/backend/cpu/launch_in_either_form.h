@@ -8,6 +8,9 @@
 #include "tessaline/backend/cpu/cpu_operand_views.h"
 #include "tessaline/backend/cpu/launch_cpu_kernel_step.h"
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <functional>
 #include <tuple>
 
