@@ -55,46 +55,40 @@ class PivotDivisor<std::complex<Real>> {
     ComplexDivisor<Real> divisor_;
 };
 
-/// Whether a column without a non-zero candidate, or with one that is not finite, ends an
-/// elimination. The pivot is what `largest` finds among finite candidates.
-template <typename T, typename Largest>
-SimdKernels::EliminationEnd find_finite_pivot(const T* candidates, std::uint64_t count,
-                                              std::uint64_t& pivot, const Largest& largest) {
-    Component<T> zero = 0;
-    for (std::uint64_t i = 0; i < count; ++i) {
-        zero += (candidates[i].real() - candidates[i].real()) +
-                (candidates[i].imag() - candidates[i].imag());
-    }
-    if (zero != 0) {
-        return SimdKernels::EliminationEnd::non_finite;
-    }
-    pivot = largest(candidates, count);
-    return candidates[pivot] == T(0) ? SimdKernels::EliminationEnd::singular
-                                     : SimdKernels::EliminationEnd::complete;
-}
-
-/// By what rules elements are chosen and divided: those of lu_factor().
-struct FactorRules {
+/// Rules by which a column without a non-zero candidate, or with one that is not finite, ends an
+/// elimination. Order tells which is the largest of finite candidates: search() by a kernel, which
+/// may leave it undecided, and largest() in any case.
+template <typename Order>
+struct FiniteRules {
     template <typename T>
     using Kernels = SimdKernels::EliminationKernels<T>;
-    template <typename T>
-    using Divisor = PivotDivisor<T>;
 
     template <typename T>
     static SimdKernels::EliminationEnd find_pivot(const Kernels<T>& kernels, const T* candidates,
                                                   std::uint64_t count, std::uint64_t& pivot) {
-        pivot = kernels.largest_magnitude(candidates, count);
-        return pivot != SimdKernels::undecided
-                   ? SimdKernels::EliminationEnd::complete
-                   : find_finite_pivot(candidates, count, pivot, largest<T>);
+        using End = SimdKernels::EliminationEnd;
+        pivot = Order::search(kernels, candidates, count);
+        if (pivot != SimdKernels::undecided) {
+            return End::complete;
+        }
+        if (!std::all_of(candidates, candidates + count, NumberParts::is_finite<T>)) {
+            return End::non_finite;
+        }
+        pivot = Order::largest(candidates, count);
+        return candidates[pivot] == T(0) ? End::singular : End::complete;
     }
     template <typename T>
     static bool vanished(T element, T pivot, T multiplier) {
         return QuotientRange::vanished(element, pivot, multiplier);
     }
+};
 
-  private:
-    /// The first of the candidates with the largest magnitude.
+struct OrderOfMagnitudes {
+    template <typename T>
+    static std::uint64_t search(const SimdKernels::EliminationKernels<T>& kernels,
+                                const T* candidates, std::uint64_t count) {
+        return kernels.largest_magnitude(candidates, count);
+    }
     template <typename T>
     static std::uint64_t largest(const T* candidates, std::uint64_t count) {
         PivotMagnitude<Component<T>> best;
@@ -108,6 +102,12 @@ struct FactorRules {
         }
         return best_index;
     }
+};
+
+/// By what rules elements are chosen and divided: those of lu_factor().
+struct FactorRules : FiniteRules<OrderOfMagnitudes> {
+    template <typename T>
+    using Divisor = PivotDivisor<T>;
 };
 
 /// As EliminationKernels have it for real matrices. T is complex.

@@ -123,11 +123,24 @@ Pivot find_pivot(std::span<const C> data, std::size_t order, std::size_t k) {
          "slogdet - LU multiplier range cannot be preserved");
 }
 
-/// How slogdet chooses and divides complex elements.
-struct DeterminantRules {
+struct OrderOfParts {
     template <typename C>
-    using Kernels = EliminationKernels<C>;
+    static std::size_t search(const EliminationKernels<C>& kernels, const C* candidates,
+                              std::size_t count) {
+        return kernels.largest_part(candidates, count);
+    }
+    template <typename C>
+    static std::size_t largest(const C* candidates, std::size_t count) {
+        std::size_t best = 0;
+        for (std::size_t i = 1; i < count; ++i) {
+            best = largest_part(candidates[i]) > largest_part(candidates[best]) ? i : best;
+        }
+        return best;
+    }
+};
 
+/// How slogdet chooses and divides complex elements.
+struct DeterminantRules : CpuFallback::FiniteRules<OrderOfParts> {
     template <typename C>
     class Divisor {
       public:
@@ -164,30 +177,6 @@ struct DeterminantRules {
       private:
         C pivot_;
     };
-
-    template <typename C>
-    static SimdKernels::EliminationEnd find_pivot(const Kernels<C>& kernels, const C* candidates,
-                                                  std::size_t count, std::size_t& pivot) {
-        pivot = kernels.largest_part(candidates, count);
-        return pivot != SimdKernels::undecided
-                   ? SimdKernels::EliminationEnd::complete
-                   : CpuFallback::find_finite_pivot(candidates, count, pivot, largest<C>);
-    }
-    template <typename C>
-    static bool vanished(C element, C pivot, C multiplier) {
-        return QuotientRange::vanished(element, pivot, multiplier);
-    }
-
-  private:
-    /// The first of the candidates with the largest part.
-    template <typename C>
-    static std::size_t largest(const C* candidates, std::size_t count) {
-        std::size_t best = 0;
-        for (std::size_t i = 1; i < count; ++i) {
-            best = largest_part(candidates[i]) > largest_part(candidates[best]) ? i : best;
-        }
-        return best;
-    }
 };
 
 template <typename C>
