@@ -2,7 +2,7 @@
 #include "backend/cpu/cpu_layout_copy.h"
 
 #include "backend/cpu/cpu_chunks.h"
-#include "backend/cpu/transposed_copy.h"
+#include "backend/cpu/element_bits.h"
 #include "tessaline/storage/buffer_access.h"
 #include "tessaline/storage/element_count.h"
 #include "tessaline/storage/element_traits.h"
@@ -125,9 +125,7 @@ void copy_parts_transposed(ComplexParts<const T, From> source, ComplexParts<T, T
                            std::uint64_t end) {
     const bool streamed = rows * cols * 2 * sizeof(T) >= least_bytes_past_caches;
     if constexpr (From == 2 && To == 2) {
-        using Bits =
-            std::conditional_t<sizeof(T) == 8, Bits128,
-                               std::conditional_t<sizeof(T) == 4, std::uint64_t, std::uint32_t>>;
+        using Bits = BitsOfSize<2 * sizeof(T)>;
         copy_transposed(reinterpret_cast<const Bits*>(source.real) + begin * cols, cols,
                         reinterpret_cast<Bits*>(target.real) + begin, rows, end - begin, cols,
                         Bits{}, streamed);

@@ -1,23 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/eigen_qr_step.h"
 
+#include "backend/cpu/element_bits.h"
 #include "backend/cpu/simd/simd_unfused_kernels.h"
-#include "backend/cpu/transposed_copy.h"
 
 #include <algorithm>
 
 namespace Tessaline::CpuFallback {
 
 namespace {
-
-const Bits128* bits(const Complex* elements) {
-    return reinterpret_cast<const Bits128*>(elements);
-}
-Bits128* bits(Complex* elements) {
-    return reinterpret_cast<Bits128*>(elements);
-}
-/// The sign of the imaginary part.
-constexpr Bits128 conjugation{0, std::uint64_t{1} << 63U};
 
 void add_multiple(Complex* sum, Complex factor, const Complex* terms, std::size_t count) {
     for (std::size_t j = 0; j < count; ++j) {
@@ -38,8 +29,8 @@ void QrStep::iterate(SchurForm& schur, std::size_t active, Complex shift, double
 // alone rounds.
 void QrStep::copy_shifted_block(const SchurForm& schur, std::size_t active, Complex shift) {
     const auto block = std::span(columns_).first(active * active);
-    copy_transposed(bits(schur.H.data()), schur.n, bits(block.data()), active, active, active, {},
-                    false);
+    copy_transposed(as_bits(schur.H.data()), schur.n, as_bits(block.data()), active, active, active,
+                    {}, false);
     const int exponent = exact_scaling_exponent(block, std::span(&shift, 1));
     scale(block, -exponent);
     const Complex scaled_shift = scaled(shift, -exponent);
@@ -52,13 +43,14 @@ void QrStep::copy_shifted_block(const SchurForm& schur, std::size_t active, Comp
 // ones change no bit of a sum but the sign of a zero, which is positive in every sum from zero.
 void QrStep::transform(SchurForm& schur, std::span<const Complex> columns, std::size_t active) {
     const std::size_t n = schur.n;
-    copy_transposed(bits(columns.data()), active, bits(G_.data()), active, active, active, {},
+    copy_transposed(as_bits(columns.data()), active, as_bits(G_.data()), active, active, active, {},
                     false);
     // H G, in place; rows below the block have nothing in its columns.
     multiply_rows(schur.H, active, n, active);
     // G* times that. What is multiplied with G itself comes before.
     multiply_rows(schur.Z, n, n, active);
-    copy_flipped(bits(columns.data()), bits(G_.data()), columns.size(), conjugation);
+    copy_flipped(as_bits(columns.data()), as_bits(G_.data()), columns.size(),
+                 imaginary_sign<Complex>());
     multiply(G_.data(), active, schur.H.data(), {active, active, n});
     for (std::size_t index = active * n; index < n * n; ++index) {
         next_[index] = schur.H[index] + Complex(0);

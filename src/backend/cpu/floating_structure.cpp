@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/floating_structure.h"
 
+#include "backend/cpu/element_bits.h"
 #include "backend/cpu/floating_loops.h"
 #include "backend/cpu/floating_widened.h"
-#include "backend/cpu/transposed_copy.h"
 
 #include <algorithm>
 
@@ -11,24 +11,9 @@ namespace Tessaline {
 
 namespace {
 
-/// The sign of the imaginary part of an element of type T, as the bits of an element; zero for a
-/// real type.
-template <typename T>
-constexpr auto imaginary_sign() {
-    if constexpr (sizeof(T) == sizeof(Bits128)) {
-        return Bits128{0, std::uint64_t{1} << 63U};
-    } else {
-        using Bits =
-            std::conditional_t<sizeof(T) == 8, std::uint64_t,
-                               std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint16_t>>;
-        constexpr std::size_t last_bit = 8 * sizeof(T) - 1;
-        return static_cast<Bits>(is_complex_element<T> ? Bits{1} << last_bit : Bits{0});
-    }
-}
-
 /// result(i, j) = in(j, i), with the bits `flipped` changed.
-template <typename T, typename Bits>
-void map_transposed(BackendExecutionBindings& bindings, Bits flipped) {
+template <typename T>
+void map_transposed(BackendExecutionBindings& bindings, BitsOf<T> flipped) {
     const auto in = input_matrix<T>(bindings, input_role(0));
     const auto result = output_matrix<T>(bindings, output_role(0), {in.cols, in.rows});
     // Lines of the result are contiguous; those of the input run across them, or along them.
@@ -36,8 +21,8 @@ void map_transposed(BackendExecutionBindings& bindings, Bits flipped) {
     const auto lines = lines_along(result.layout, in.transposed());
     const std::uint64_t line_length = row_major ? result.cols : result.rows;
     const bool past_caches = result.rows * result.cols * sizeof(T) >= least_bytes_past_caches;
-    const auto* const from = reinterpret_cast<const Bits*>(lines.data);
-    auto* const to = reinterpret_cast<Bits*>(result.data);
+    const auto* const from = as_bits(lines.data);
+    auto* const to = as_bits(result.data);
     for_chunks(result.rows, work_of(result.rows, result.cols),
                [&](std::uint64_t begin, std::uint64_t end) {
                    // The chunk's lines, and its positions on them.
@@ -45,9 +30,9 @@ void map_transposed(BackendExecutionBindings& bindings, Bits flipped) {
                    const std::uint64_t line_count = row_major ? end - begin : result.cols;
                    const std::uint64_t first = row_major ? 0 : begin;
                    const std::uint64_t count = row_major ? result.cols : end - begin;
-                   const Bits* source =
+                   const BitsOf<T>* source =
                        from + first_line * lines.line_stride + first * lines.stride;
-                   Bits* target = to + first_line * line_length + first;
+                   BitsOf<T>* target = to + first_line * line_length + first;
                    if (lines.stride != 1) {
                        copy_transposed(source, lines.stride, target, line_length, count, line_count,
                                        flipped, past_caches);
@@ -252,7 +237,7 @@ class PartialTrace {
 
 template <typename T>
 void FloatingStructure<T>::transpose(BackendExecutionBindings& bindings) {
-    map_transposed<T>(bindings, decltype(imaginary_sign<T>()){});
+    map_transposed<T>(bindings, BitsOf<T>{});
 }
 
 template <typename T>

@@ -3,29 +3,21 @@
 
 // The transpose of a square matrix in its own place, tile by tile.
 
-#include "backend/cpu/transposed_copy.h"
+#include "backend/cpu/element_bits.h"
 
 #include <algorithm>
 #include <cstring>
-#include <type_traits>
 
 namespace Tessaline {
-
-/// A type for the bits of an element of 4, 8 or 16 bytes.
-template <typename T>
-using BitsOf = std::conditional_t<
-    sizeof(T) == sizeof(std::uint32_t), std::uint32_t,
-    std::conditional_t<sizeof(T) == sizeof(std::uint64_t), std::uint64_t, Bits128>>;
 
 /// Exchanges elements (i, j) and (j, i) of a matrix of `order` rows that follow one another. T is
 /// taken as bits.
 template <typename T>
 void transpose_in_place(T* matrix, std::uint64_t order) {
     using Bits = BitsOf<T>;
-    static_assert(sizeof(T) == sizeof(Bits));
     constexpr std::uint64_t tile = 32;
     Bits buffer[tile * tile];
-    Bits* const elements = reinterpret_cast<Bits*>(matrix);
+    Bits* const elements = as_bits(matrix);
     for (std::uint64_t i = 0; i < order; i += tile) {
         const std::uint64_t rows = std::min(tile, order - i);
         for (std::uint64_t j = 0; j <= i; j += tile) {

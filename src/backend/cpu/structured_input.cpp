@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/structured_input.h"
 
+#include "backend/cpu/element_bits.h"
 #include "backend/cpu/floating_policies.h"
 #include "backend/cpu/number_parts.h"
-#include "backend/cpu/square_transpose.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -31,12 +31,8 @@ bool are_conjugate(C lower, C upper, double tolerance) {
 template <typename C>
 void copy_conjugate_transposed(const C* source, C* target, std::size_t stride, std::size_t rows,
                                std::size_t cols) {
-    BitsOf<C> flipped{};
-    if constexpr (is_complex_element<C>) {
-        flipped.high = std::uint64_t{1} << 63U;
-    }
-    copy_transposed(reinterpret_cast<const BitsOf<C>*>(source), stride,
-                    reinterpret_cast<BitsOf<C>*>(target), stride, rows, cols, flipped, false);
+    copy_transposed(as_bits(source), stride, as_bits(target), stride, rows, cols,
+                    imaginary_sign<C>(), false);
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/cpu_chunks.h"
+#include "backend/cpu/element_bits.h"
 #include "backend/cpu/simd/simd_operations.h"
 #include "backend/cpu/simd/simd_unfused_kernels.h"
-#include "backend/cpu/transposed_copy.h"
 
 #include <algorithm>
 
@@ -122,10 +122,9 @@ void conj(const Table& kernels, SplitOutput a) {
 }
 
 void conj(const Table&, InterleavedOutput a) {
-    constexpr std::uint64_t imaginary_sign = std::uint64_t{1} << 63U;
-    auto* const bits = reinterpret_cast<std::uint64_t*>(a.data);
+    auto* const bits = as_bits(a.data);
     for_elements(a.size, [=](Index begin, Index end) {
-        copy_flipped(bits + begin, bits + begin, end - begin, imaginary_sign);
+        copy_flipped(bits + begin, bits + begin, end - begin, imaginary_sign<Element>());
     });
 }
 

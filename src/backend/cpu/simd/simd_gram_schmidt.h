@@ -14,15 +14,9 @@ namespace Tessaline::SimdKernels {
 
 namespace {
 
-/// The same vectors, with products that round every operation.
-template <typename InstructionSet>
-struct WithoutFusing : InstructionSet {
-    static constexpr bool fuses = false;
-};
-
 template <typename InstructionSet>
 class GramSchmidt {
-    using Set = WithoutFusing<InstructionSet>;
+    using Set = Unfused<InstructionSet>;
     using Register = typename Set::Register;
     using Vector = Complex<Set>;
     static constexpr Index lanes = Set::lanes;
@@ -86,7 +80,7 @@ class GramSchmidt {
     }
 
   private:
-    using Bits = BitsOf<Set>;
+    using Bits = LaneBits<Set>;
     using Words [[gnu::vector_size(sizeof(Register))]] = std::uint64_t; ///< without overflow
 
     /// The sum of the terms one by one, in all lanes.

@@ -12,18 +12,18 @@ namespace {
 
 /// Integers as wide as the elements of a vector.
 template <typename Set>
-using BitsOf = decltype(typename Set::Register{} < typename Set::Register{});
+using LaneBits = decltype(typename Set::Register{} < typename Set::Register{});
 
 template <typename Set>
 typename Set::Register absolute(typename Set::Register value) {
     using Register = typename Set::Register;
-    return Register(BitsOf<Set>(value) & INT64_MAX);
+    return Register(LaneBits<Set>(value) & INT64_MAX);
 }
 /// A magnitude with the sign of another number.
 template <typename Set>
 typename Set::Register with_sign(typename Set::Register magnitude, typename Set::Register sign) {
     using Register = typename Set::Register;
-    using Bits = BitsOf<Set>;
+    using Bits = LaneBits<Set>;
     return Register((Bits(magnitude) & INT64_MAX) | (Bits(sign) & INT64_MIN));
 }
 

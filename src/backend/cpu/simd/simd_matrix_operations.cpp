@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/cpu_chunks.h"
+#include "backend/cpu/element_bits.h"
 #include "backend/cpu/simd/simd_operations.h"
 #include "backend/cpu/simd/simd_planes.h"
-#include "backend/cpu/transposed_copy.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -42,10 +42,10 @@ void transpose_lines(SplitMatrixInput A, SplitMatrixOutput out, bool negate) {
 
 /// Transposes row-major elements; `flipped` are the bits of an element that change.
 void transpose_elements(InterleavedMatrixInput A, InterleavedMatrixOutput out,
-                        std::uint64_t flipped) {
+                        BitsOf<Element> flipped) {
     const bool past_caches = out.rows * out.cols * sizeof(Element) >= least_bytes_past_caches;
-    const auto* const from = reinterpret_cast<const std::uint64_t*>(A.data);
-    auto* const to = reinterpret_cast<std::uint64_t*>(out.data);
+    const auto* const from = as_bits(A.data);
+    auto* const to = as_bits(out.data);
     for_chunks(out.rows, work_of(out.rows, out.cols), [=](Index begin, Index end) {
         copy_transposed(from + begin, A.cols, to + begin * out.cols, out.cols, A.rows, end - begin,
                         flipped, past_caches);
@@ -129,8 +129,7 @@ void transpose(const Table&, InterleavedMatrixInput A, InterleavedMatrixOutput o
 
 void adjoint(const Table&, InterleavedMatrixInput A, InterleavedMatrixOutput out) {
     require_transposed(A, out, "SimdEngine::adjoint - incompatible shapes");
-    constexpr std::uint64_t imaginary_sign = std::uint64_t{1} << 63U;
-    transpose_elements(A, out, imaginary_sign);
+    transpose_elements(A, out, imaginary_sign<Element>());
 }
 
 void trace_out_left(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) {
