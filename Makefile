@@ -99,6 +99,10 @@ format-check: .venv/.ready ## fail where `make format` would change a file
 lint: format-check configure-release ## check layout and names (needs clang-tidy)
 	@scripts/lint.sh
 
+.PHONY: bare
+bare: ## prove demo and test on a bare Debian 12, made for it in a temporary folder (root)
+	@scripts/bare.sh
+
 .PHONY: clean
 clean: ## remove what was built (.venv stays)
 	@rm -rf build dist

@@ -46,6 +46,7 @@ missing_packages() {
     command -v cmake >/dev/null || echo cmake
     command -v ninja >/dev/null || echo ninja-build
     command -v ccache >/dev/null || echo ccache
+    command -v clang >/dev/null || command -v clang-14 >/dev/null || echo clang-14
     command -v clang-format-14 >/dev/null || command -v clang-format >/dev/null || echo clang-format
     command -v "$python" >/dev/null || echo python3
     has_python_header || echo python3-dev
