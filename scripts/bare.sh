@@ -29,8 +29,10 @@ if [ "${1:-}" = --inside ]; then
         mount --bind "/dev/$node" "$root/dev/$node"
     done
     ln -s /proc/self/fd "$root/dev/fd"
-    mkdir "$root/dev/shm"
+    mkdir "$root/dev/shm" "$root/dev/pts"
     mount -t tmpfs tmpfs "$root/dev/shm"
+    mount -t devpts -o newinstance,ptmxmode=0666 devpts "$root/dev/pts"
+    ln -s pts/ptmx "$root/dev/ptmx"
     # Of the surroundings only what leads to the package registries.
     network=()
     for name in http_proxy https_proxy no_proxy HTTP_PROXY HTTPS_PROXY NO_PROXY PIP_INDEX_URL; do
@@ -75,7 +77,7 @@ for target in demo test; do
     echo "bare: make $target"
     start=$SECONDS
     unshare --mount --propagation private --pid --fork --kill-child \
-        "$BASH" "$0" --inside "$root" "make $target" >"$logs/$target.txt" 2>&1 </dev/null || {
+        "$BASH" scripts/bare.sh --inside "$root" "make $target" >"$logs/$target.txt" 2>&1 </dev/null || {
         tail -n 40 "$logs/$target.txt" >&2
         fail "make $target failed after $((SECONDS - start)) s; see $logs/$target.txt"
     }
