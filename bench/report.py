@@ -86,7 +86,7 @@ def print_python_calls() -> None:
 
 
 def print_comparisons(build: Path) -> None:
-    """The tables of the programs that compare with OpenBLAS, where it is installed."""
+    """The tables of the programs that compare with OpenBLAS."""
     own_choice = {n: v for n, v in os.environ.items() if not n.startswith("OPENBLAS_")}
     narrow = {"OPENBLAS_CORETYPE": "Haswell", "TESSALINE_CPU_SIMD_RUNTIME": "AVX2"}
     for name, environment in (
@@ -96,11 +96,12 @@ def print_comparisons(build: Path) -> None:
         ("memory", own_choice),
     ):
         program = build / "bench" / f"compare_{name}"
+        settings = [f"{n}={v}" for n, v in environment.items() if n in narrow]
+        print(f"\n{' '.join([*settings, program.name])}", flush=True)
         if program.exists():
-            settings = [f"{n}={v}" for n, v in environment.items() if n in narrow]
-            print(f"\n{' '.join([*settings, program.name])}")
-            sys.stdout.flush()
             subprocess.run([program], env=environment, check=True)
+        else:
+            print("left out: it was not built, since OpenBLAS or LAPACKE is not installed")
 
 
 def print_row(figure: str, value: float, unit: str, target: float | None = None) -> None:
