@@ -35,6 +35,7 @@ setup: ## install what is missing on this machine (the other commands do so, too
 .PHONY: configure-release
 configure-release: .venv/.ready
 	@$(call configure,release)
+	@ln -sfn build/release/compile_commands.json compile_commands.json
 
 .PHONY: demo
 demo: configure-release ## build the runtime and run its first job on real data
@@ -51,6 +52,11 @@ demo: configure-release ## build the runtime and run its first job on real data
 test: configure-release ## build everything and run every test
 	@$(call build,release)
 	@scripts/test.sh
+
+.PHONY: check
+check: configure-release ## build what changed and run all tests but the slow ones
+	@$(call build,release)
+	@scripts/test.sh -m 'not slow'
 
 .PHONY: stubs
 stubs: configure-release ## renew the published types of the native module
@@ -75,6 +81,16 @@ tsan: .venv/.ready ## run the C++ tests under ThreadSanitizer
 	@$(call configure,tsan)
 	@$(call build,tsan)
 	@$(NO_RANDOMISATION) ctest --preset tsan -j$(JOBS)
+
+.PHONY: coverage
+coverage: .venv/.ready ## run the C++ tests and print which lines of each folder they reach
+	@scripts/setup.sh coverage
+	@$(call configure,coverage)
+	@$(call build,coverage)
+	@ctest --preset coverage -j$(JOBS) --output-on-failure >build/coverage/tests.txt || \
+	    { tail -n 30 build/coverage/tests.txt; exit 1; }
+	@.venv/bin/gcovr --root . --filter 'src/' --filter 'include/' --exclude-throw-branches \
+	    --html-details build/coverage/index.html --print-summary -j $(JOBS) build/coverage
 
 FUZZ_SECONDS ?= 60
 

@@ -3,8 +3,10 @@
 # Makes a machine ready to build and test: installs the Debian packages that are missing, creates
 # .venv and fills it from scripts/requirements.txt. Does nothing where nothing is missing.
 #
-# setup.sh bench   also installs the peers that the benchmarks compare with
-# setup.sh fuzz    also installs a compiler with a fuzzer
+# setup.sh bench     also installs the peers that the benchmarks compare with
+# setup.sh fuzz      also installs a compiler with a fuzzer
+# setup.sh lint      also installs clang-tidy
+# setup.sh coverage  also installs gcovr into .venv
 #
 # PYTHON names the interpreter that .venv is made from (default: python3).
 set -euo pipefail
@@ -58,6 +60,8 @@ missing_packages() {
         has_header openblas-pthread/cblas.h || echo libopenblas-dev
         has_header lapacke.h || echo liblapacke-dev
     fi
+    [ "$purpose" != lint ] || command -v run-clang-tidy >/dev/null ||
+        command -v run-clang-tidy-14 >/dev/null || echo clang-tidy
     [ "$purpose" != fuzz ] || has_fuzzer || echo clang-16 libclang-rt-16-dev
 }
 
@@ -114,4 +118,7 @@ if [ ! -e "$stamp" ] || [ "$requirements" -nt "$stamp" ] ||
     ! .venv/bin/python -c '' 2>/dev/null; then
     make_environment
 fi
+[ "$purpose" != coverage ] || [ -x .venv/bin/gcovr ] ||
+    .venv/bin/python -m pip install --quiet --disable-pip-version-check 'gcovr>=7,<9' ||
+    fail "pip could not install gcovr into .venv"
 touch "$stamp"

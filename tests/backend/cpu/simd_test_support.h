@@ -10,6 +10,7 @@
 
 #include <bit>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 #include <sstream>
 
@@ -85,6 +86,7 @@ void for_each_engine(const Body& body) {
     const auto run = [&](auto engine) {
         if (supports(features, engine.simd)) {
             SCOPED_TRACE(engine.name());
+            std::printf("[ engine   ] %s\n", engine.name()); // a whole run counts these lines
             body(engine);
             ++engines;
         }
