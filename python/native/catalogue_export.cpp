@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "catalogue_export.h"
 
-#include <nanobind/stl/string.h>
+#include "text.h"
 
 #include <array>
 
@@ -32,12 +32,21 @@ nb::list list_of(const Range& range, const Convert& convert) {
 }
 
 nb::list texts(const std::vector<std::string>& notes) {
-    return list_of(notes, [](const std::string& note) { return nb::cast(note); });
+    return list_of(notes, [](const std::string& note) { return decoded(note); });
+}
+
+template <typename Value>
+nb::object object_of(const Value& value) {
+    if constexpr (std::is_convertible_v<Value, std::string_view>) {
+        return decoded(value);
+    } else {
+        return nb::cast(value);
+    }
 }
 
 template <typename Value>
 nb::object or_none(const std::optional<Value>& value) {
-    return value ? nb::cast(*value) : nb::none();
+    return value ? object_of(*value) : nb::none();
 }
 
 nb::dict export_expression(const SymbolicExpression& expression) {
@@ -56,7 +65,7 @@ nb::dict export_expression(const SymbolicExpression& expression) {
         node["integer"] = *expression.integer();
     }
     if (expression.name()) {
-        node["name"] = *expression.name();
+        node["name"] = decoded(*expression.name());
     }
     if (expression.role()) {
         node["role"] = number_of(*expression.role());
@@ -83,7 +92,7 @@ nb::dict export_place(OperandRole role, OperandAccess access, std::optional<Oper
 
 nb::dict export_operand(const OperationOperandSpec& operand) {
     nb::dict entry;
-    entry["id"] = operand_role_name(operand.role);
+    entry["id"] = decoded(operand_role_name(operand.role));
     entry.update(export_place(operand.role, operand.access, operand.kind));
     return entry;
 }
@@ -110,7 +119,7 @@ nb::dict export_requirement(const NumericalRequirement& requirement) {
         list_of(requirement.roles, [](OperandRole role) { return nb::cast(number_of(role)); });
     entry["purpose"] = requirement_purpose_name(requirement.purpose);
     entry["enforcement"] = requirement_enforcement_name(requirement.enforcement);
-    entry["note"] = requirement.note;
+    entry["note"] = decoded(requirement.note);
     return entry;
 }
 
@@ -133,15 +142,16 @@ nb::dict export_precision(const PrecisionDescription& precision) {
 
 nb::dict export_parameter(const AlgorithmParameter& parameter) {
     nb::dict entry;
-    entry["name"] = parameter.name;
-    entry["value"] = std::visit([](const auto& value) { return nb::cast(value); }, parameter.value);
-    entry["description"] = parameter.description;
+    entry["name"] = decoded(parameter.name);
+    entry["value"] =
+        std::visit([](const auto& value) { return object_of(value); }, parameter.value);
+    entry["description"] = decoded(parameter.description);
     return entry;
 }
 
 nb::dict export_numerics(const ImplementationNumerics& numerics) {
     nb::dict entry;
-    entry["algorithm"] = numerics.algorithm;
+    entry["algorithm"] = decoded(numerics.algorithm);
     entry["stability"] = stability_kind_name(numerics.stability);
     entry["complexity"] = export_complexity(numerics.complexity);
     entry["precision"] = export_precision(numerics.precision);
@@ -186,7 +196,7 @@ nb::dict export_implementation(const OperationImplementationDescription& impleme
     nb::dict entry;
     entry["backend"] = backend_word(implementation.backend);
     entry["operands"] = list_of(implementation.operands, export_implementation_operand);
-    entry["provenance"] = implementation.provenance.text();
+    entry["provenance"] = decoded(implementation.provenance.text());
     entry["numerics"] = implementation.numerics
                             ? nb::object(export_numerics(*implementation.numerics))
                             : nb::none();
@@ -198,9 +208,9 @@ nb::dict export_implementation(const OperationImplementationDescription& impleme
 nb::dict export_description(const OperationDescription& description) {
     const OperationNumerics numerics = description.numerics.value_or(OperationNumerics{});
     nb::dict result;
-    result["id"] = description.id.canonical();
+    result["id"] = decoded(description.id.canonical());
     result["operands"] = list_of(description.operands, export_operand);
-    result["provenance"] = description.provenance.text();
+    result["provenance"] = decoded(description.provenance.text());
     result["shapes"] = list_of(numerics.shapes, export_shape);
     result["constraints"] = list_of(numerics.constraints, export_constraint);
     result["requirements"] = list_of(numerics.requirements, export_requirement);

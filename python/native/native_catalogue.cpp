@@ -45,6 +45,17 @@ nb::tuple operations(const NativeCatalogue& self) {
     return nb::tuple(ids);
 }
 
+/// The path as the system has it: a text may stand for bytes that are not UTF-8. Raises ValueError
+/// for a text with a null character.
+std::string system_path(const nb::str& path) {
+    PyObject* bytes = nullptr;
+    if (PyUnicode_FSConverter(path.ptr(), &bytes) == 0) {
+        throw nb::python_error();
+    }
+    const nb::object owner = nb::steal(bytes);
+    return {PyBytes_AS_STRING(bytes), static_cast<std::size_t>(PyBytes_GET_SIZE(bytes))};
+}
+
 } // namespace
 
 void define_catalogue(nb::module_& module) {
@@ -63,11 +74,12 @@ void define_catalogue(nb::module_& module) {
         .def(nb::init<>())
         .def(
             "load_plugin",
-            [](nb::handle_t<NativeContextBuilder> self, const std::string& path) {
-                nb::cast<NativeContextBuilder&>(self).builder.load_plugin(path);
+            [](NativeContextBuilder& self, const nb::str& path) -> NativeContextBuilder& {
+                self.builder.load_plugin(system_path(path));
                 return self;
             },
-            "path"_a, "Add the operations of a native plugin; returns the builder itself.")
+            "path"_a, nb::rv_policy::none,
+            "Add the operations of a native plugin; returns the builder itself.")
         .def("build", &build, "Seal the catalogue. A builder builds once.");
 }
 

@@ -15,9 +15,17 @@ class NativeErrorTag : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// A Python object that stands for no native value. It arrives as RuntimeError, and its text says
+/// which object and why.
+class CastError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
 /// Defines NativeError, a RuntimeError. Failures with a reason become one with the attributes
 /// `operation` and `reason` and, by class, `library`, `native_status` and `status_name` or
-/// `detail`. All other native exceptions are translated by nanobind's own rules.
+/// `detail`. All other native exceptions become what nanobind's own rules make of their class.
+/// Texts that are not UTF-8 are decoded with replacement characters.
 void define_native_error(nanobind::module_& module);
 
 } // namespace Tessaline::Python
