@@ -3,12 +3,13 @@
 
 #include "array_policy.h"
 #include "host_array.h"
+#include "native_errors.h"
 #include "structured_operands.h"
+#include "text.h"
+#include "unlocked_interpreter.h"
 
 #include "tessaline/frontend/elements.h"
 #include "tessaline/storage/borrowed_host_entities.h"
-
-#include <nanobind/stl/string_view.h>
 
 #include <stdexcept>
 #include <vector>
@@ -79,13 +80,33 @@ void require_alignment(const void* data, const DataTypeDescriptor& type) {
     }
 }
 
-/// The item of a dictionary, null when it has none.
-nb::handle find(const nb::dict& dictionary, const nb::int_& key) {
+/// The item of a dictionary, null when it has none. It is owned, since comparisons of other keys
+/// run code that may clear the dictionary.
+nb::object find(const nb::dict& dictionary, const nb::int_& key) {
     PyObject* item = PyDict_GetItemWithError(dictionary.ptr(), key.ptr());
     if (item == nullptr && PyErr_Occurred() != nullptr) {
         throw nb::python_error();
     }
-    return item;
+    return nb::borrow(item);
+}
+
+/// A word of the caller's, valid as long as the object lives.
+std::string_view word_of(nb::handle object, const char* what, OperandRole role) {
+    const auto word = text_of(object);
+    if (!word) {
+        throw CastError(std::string("Context.execute - ") + what + " " + operand_role_name(role) +
+                        " must be text");
+    }
+    return *word;
+}
+
+/// What a structured operand of the caller's holds.
+template <typename Operand>
+auto& structured_handle(nb::handle binding, OperandRole role) {
+    if (!nb::inst_ready(binding)) {
+        throw CastError("Context.execute - " + operand_role_name(role) + " was never initialised");
+    }
+    return nb::cast<Operand&>(binding).handle();
 }
 
 /// The state of one call: what it borrows from the caller, and what it hands back.
@@ -106,12 +127,15 @@ class Call {
         std::uint8_t* target;
     };
 
+    static void check_compute_dtypes(const nb::dict& bindings, const nb::dict& compute_dtypes);
     void take(const OperationOperandSpec& operand, const nb::dict& bindings,
               const nb::dict& locations, const nb::dict& compute_dtypes);
     void take_operand(const OperationOperandSpec& operand, nb::handle binding, bool on_host,
                       std::string_view compute);
-    template <typename Handle>
-    void bind_structured(OperandRole role, bool written, Handle& handle, std::string_view compute);
+    template <typename Operand>
+    void bind_structured(OperandRole role, bool written, nb::handle binding,
+                         std::string_view compute);
+    const HostArray& host_array(OperandRole role, nb::handle array, bool writable);
     void take_array(const OperationOperandSpec& operand, nb::handle array,
                     std::string_view compute);
     void take_boolean(const OperationOperandSpec& operand, OperandKind kind, void* data);
@@ -121,6 +145,7 @@ class Call {
     void bind_handle(OperandRole role, bool writable, Handle& handle);
 
     std::vector<HostArray> arrays_;
+    std::vector<nb::object> structured_; ///< kept alive, as the arrays keep theirs
     std::vector<Scalar> scalars_;
     std::vector<Vector> vectors_;
     std::vector<Matrix> matrices_;
@@ -135,11 +160,8 @@ Call::Call(const OperationDescription& operation, const nb::dict& bindings,
     if (bindings.size() != count || locations.size() != count) {
         refuse("binding count does not match operation");
     }
-    for (const auto [key, word] : compute_dtypes) {
-        if (!bindings.contains(key)) {
-            refuse("compute dtype role has no binding");
-        }
-        static_cast<void>(nb::cast<std::string_view>(word));
+    if (compute_dtypes.size() != 0) {
+        check_compute_dtypes(bindings, compute_dtypes);
     }
     arrays_.reserve(count);
     for (const OperationOperandSpec& operand : operation.operands) {
@@ -150,27 +172,42 @@ Call::Call(const OperationDescription& operation, const nb::dict& bindings,
     }
 }
 
+void Call::check_compute_dtypes(const nb::dict& bindings, const nb::dict& compute_dtypes) {
+    // A copy of the items: looking a key up runs code that may change the dictionary.
+    for (const nb::handle item : compute_dtypes.items()) {
+        const nb::object key = item[0];
+        if (!bindings.contains(key)) {
+            refuse("compute dtype role has no binding");
+        }
+        if (!text_of(nb::object(item[1]))) {
+            throw CastError("Context.execute - compute dtype of role " +
+                            std::string(nb::str(key).c_str()) + " must be text");
+        }
+    }
+}
+
 void Call::take(const OperationOperandSpec& operand, const nb::dict& bindings,
                 const nb::dict& locations, const nb::dict& compute_dtypes) {
     const nb::int_ key(static_cast<std::uint32_t>(operand.role));
-    const nb::handle compute = find(compute_dtypes, key);
-    const nb::handle binding = find(bindings, key);
+    const nb::object compute = find(compute_dtypes, key);
+    const nb::object binding = find(bindings, key);
     if (!binding.is_valid()) {
         refuse("missing binding " + operand_role_name(operand.role));
     }
-    const nb::handle location = find(locations, key);
+    const nb::object location = find(locations, key);
     if (!location.is_valid()) {
         refuse("missing location for " + operand_role_name(operand.role));
     }
-    const auto word = nb::cast<std::string_view>(location);
+    const std::string_view word = word_of(location, "location for", operand.role);
     if (word != "host" && word != "cuda") {
         refuse("invalid location for " + operand_role_name(operand.role));
     }
     if (operand.access != OperandAccess::read) {
-        results_.push_back(nb::borrow(binding));
+        results_.push_back(binding);
     }
     take_operand(operand, binding, word == "host",
-                 compute.is_valid() ? nb::cast<std::string_view>(compute) : std::string_view());
+                 compute.is_valid() ? word_of(compute, "compute dtype of", operand.role)
+                                    : std::string_view());
 }
 
 void Call::take_operand(const OperationOperandSpec& operand, nb::handle binding, bool on_host,
@@ -192,8 +229,7 @@ void Call::take_operand(const OperationOperandSpec& operand, nb::handle binding,
         if (!is_lu()) {
             refuse("LU binding requires LUOperand");
         }
-        bind_structured(operand.role, written, nb::cast<NativeLUOperand&>(binding).handle(),
-                        compute);
+        bind_structured<NativeLUOperand>(operand.role, written, binding, compute);
     } else if (kind == OperandKind::EigenVals) {
         if (!on_host) {
             refuse("CUDA eigen binding requires CudaEigenOperand");
@@ -201,8 +237,7 @@ void Call::take_operand(const OperationOperandSpec& operand, nb::handle binding,
         if (!is_eigen()) {
             refuse("host eigen binding requires EigenOperand");
         }
-        bind_structured(operand.role, written, nb::cast<NativeEigenOperand&>(binding).handle(),
-                        compute);
+        bind_structured<NativeEigenOperand>(operand.role, written, binding, compute);
     } else if (!on_host) {
         refuse("CUDA binding requires a device-specific Context");
     } else {
@@ -210,19 +245,29 @@ void Call::take_operand(const OperationOperandSpec& operand, nb::handle binding,
     }
 }
 
-template <typename Handle>
-void Call::bind_structured(OperandRole role, bool written, Handle& handle,
+template <typename Operand>
+void Call::bind_structured(OperandRole role, bool written, nb::handle binding,
                            std::string_view compute) {
+    auto& handle = structured_handle<Operand>(binding, role);
     if (!compute.empty() && compute != scalar_metadata(handle.type().compute_type()).name) {
         refuse("structured operand compute dtype is fixed at construction");
     }
+    structured_.push_back(nb::borrow(binding));
     bind_handle(role, written, handle);
+}
+
+const HostArray& Call::host_array(OperandRole role, nb::handle array, bool writable) {
+    try {
+        return arrays_.emplace_back(array, writable);
+    } catch (const CastError& fault) {
+        throw CastError("Context.execute - " + operand_role_name(role) + " " + fault.what());
+    }
 }
 
 void Call::take_array(const OperationOperandSpec& operand, nb::handle array,
                       std::string_view compute) {
     const bool writable = operand.access != OperandAccess::read;
-    const HostArray& taken = arrays_.emplace_back(array, writable);
+    const HostArray& taken = host_array(operand.role, array, writable);
     if (taken.rank() > 2) {
         refuse("array binding rank must be zero, one or two");
     }
@@ -311,7 +356,7 @@ nb::object execute_operation(const NativeContext& context, std::string_view oper
     const OperationId id = OperationId::parse(operation);
     const Call call(context.context().describe(id), bindings, locations, compute_dtypes);
     {
-        const nb::gil_scoped_release unlocked;
+        const UnlockedInterpreter unlocked;
         context.executor().execute(id, call.bindings());
         call.export_booleans();
     }

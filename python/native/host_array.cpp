@@ -2,12 +2,15 @@
 #include "host_array.h"
 
 #include "array_policy.h"
+#include "native_errors.h"
 
 #define NPY_NO_DEPRECATED_API NPY_2_0_API_VERSION
 #define NPY_TARGET_VERSION NPY_2_0_API_VERSION
 #include <numpy/arrayobject.h>
 
+#include <algorithm>
 #include <array>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 
@@ -28,13 +31,22 @@ struct LowPrecisionType {
 struct ArrayVocabulary {
     std::array<LowPrecisionType, 2> low_precision;
 
+    /// Guarded by the interpreter lock alone: the imports may let other threads in, which would
+    /// wait with the interpreter lock in hand for any other guard. Such threads look up for
+    /// themselves, and the first to end has its vocabulary kept.
     static const ArrayVocabulary& get() {
-        static const ArrayVocabulary* const vocabulary = new ArrayVocabulary();
-        return *vocabulary;
+        static const ArrayVocabulary* kept = nullptr;
+        if (kept == nullptr) {
+            auto made = std::make_unique<const ArrayVocabulary>(look_up());
+            if (kept == nullptr) {
+                kept = made.release();
+            }
+        }
+        return *kept;
     }
 
   private:
-    ArrayVocabulary() {
+    static ArrayVocabulary look_up() {
         if (_import_array() < 0) {
             throw nb::python_error();
         }
@@ -42,9 +54,8 @@ struct ArrayVocabulary {
         const auto number = [&dtype](const char* module, const char* name) {
             return nb::cast<int>(dtype(nb::module_::import_(module).attr(name)).attr("num"));
         };
-        low_precision = {
-            {{number("ml_dtypes", "bfloat16"), dlpack_type(ScalarType::BFloat16)},
-             {number("tessaline._dtypes", "complex32"), dlpack_type(ScalarType::Complex32)}}};
+        return {{{{number("ml_dtypes", "bfloat16"), dlpack_type(ScalarType::BFloat16)},
+                  {number("tessaline._dtypes", "complex32"), dlpack_type(ScalarType::Complex32)}}}};
     }
 };
 
@@ -52,29 +63,58 @@ PyArrayObject* numpy_array(nb::handle array) {
     return reinterpret_cast<PyArrayObject*>(array.ptr());
 }
 
-/// The DLPack triple of an array whose dtype the runtime computes in, empty for another.
-std::optional<nb::dlpack::dtype> usual_type(PyArrayObject* array) {
-    switch (PyArray_TYPE(array)) {
-    case NPY_FLOAT32:
-        return dlpack_type(ScalarType::Float32);
-    case NPY_FLOAT64:
-        return dlpack_type(ScalarType::Float64);
-    case NPY_FLOAT16:
-        return dlpack_type(ScalarType::Float16);
-    case NPY_INT32:
-        return dlpack_type(ScalarType::Int32);
-    case NPY_COMPLEX64:
-        return dlpack_type(ScalarType::Complex64);
-    case NPY_COMPLEX128:
-        return dlpack_type(ScalarType::Complex128);
-    default:
-        return std::nullopt;
+/// The DLPack code of a type of NumPy's own, empty for one that is no number.
+std::optional<nb::dlpack::dtype_code> own_code(int number) {
+    if (PyTypeNum_ISBOOL(number)) {
+        return nb::dlpack::dtype_code::Bool;
     }
+    if (PyTypeNum_ISUNSIGNED(number)) {
+        return nb::dlpack::dtype_code::UInt;
+    }
+    if (PyTypeNum_ISSIGNED(number)) {
+        return nb::dlpack::dtype_code::Int;
+    }
+    if (PyTypeNum_ISFLOAT(number)) {
+        return nb::dlpack::dtype_code::Float;
+    }
+    if (PyTypeNum_ISCOMPLEX(number)) {
+        return nb::dlpack::dtype_code::Complex;
+    }
+    return std::nullopt;
+}
+
+/// The DLPack triple of an array, whether or not the runtime computes in it.
+nb::dlpack::dtype type_of(PyArrayObject* array, bool plain, const ArrayVocabulary& vocabulary) {
+    for (const LowPrecisionType& low : vocabulary.low_precision) {
+        if (PyArray_TYPE(array) == low.number) {
+            if (!plain) {
+                throw std::invalid_argument("low-precision binding requires aligned, native-endian "
+                                            "contiguous storage and writable output");
+            }
+            return low.type;
+        }
+    }
+    const auto code = own_code(PyArray_TYPE(array));
+    if (!code) {
+        throw CastError("has a dtype that is no number");
+    }
+    return {static_cast<std::uint8_t>(*code),
+            static_cast<std::uint8_t>(PyArray_ITEMSIZE(array) * 8), 1};
 }
 
 /// Whether the memory can be used as it lies: aligned, native-endian, in C order.
 bool is_plain(PyArrayObject* array, bool writable) {
     return writable ? PyArray_ISCARRAY(array) : PyArray_ISCARRAY_RO(array);
+}
+
+/// A plain copy, of no subclass.
+nb::object copy_of(PyArrayObject* array) {
+    constexpr int wanted = NPY_ARRAY_CARRAY_RO | NPY_ARRAY_ENSURECOPY | NPY_ARRAY_ENSUREARRAY;
+    PyObject* const copy = PyArray_FromArray(array, nullptr, wanted);
+    if (copy == nullptr) {
+        throw nb::python_error();
+    }
+    return nb::steal(copy);
 }
 
 } // namespace
@@ -84,42 +124,29 @@ HostArray::HostArray(nb::handle array, bool writable) {
     if (!PyArray_Check(array.ptr())) {
         throw std::invalid_argument("host binding requires a NumPy ndarray");
     }
-    PyArrayObject* const numpy = numpy_array(array);
-    std::optional<nb::dlpack::dtype> type = usual_type(numpy);
+    PyArrayObject* numpy = numpy_array(array);
     const bool plain = is_plain(numpy, writable);
-    for (const LowPrecisionType& low : vocabulary.low_precision) {
-        if (PyArray_TYPE(numpy) == low.number) {
-            if (!plain) {
-                throw std::invalid_argument("low-precision binding requires aligned, native-endian "
-                                            "contiguous storage and writable output");
-            }
-            type = low.type;
-        }
-    }
-    if (!type || !plain) {
-        import(array, writable);
-        return;
-    }
-    static_assert(sizeof(npy_intp) == sizeof(std::int64_t));
+    dtype_ = type_of(numpy, plain, vocabulary);
     owner_ = nb::borrow(array);
+    if (!plain) {
+        if (PyArray_ISBYTESWAPPED(numpy)) {
+            throw CastError("is not in native byte order");
+        }
+        if (writable && !PyArray_ISWRITEABLE(numpy)) {
+            throw CastError("is read-only");
+        }
+        // Memory that is merely not aligned is left to the checks of its element type.
+        is_copy_ = !PyArray_IS_C_CONTIGUOUS(numpy);
+    }
+    if (is_copy_) {
+        owner_ = copy_of(numpy);
+        numpy = numpy_array(owner_);
+    }
     data_ = PyArray_DATA(numpy);
     rank_ = static_cast<std::size_t>(PyArray_NDIM(numpy));
-    shape_ = reinterpret_cast<const std::int64_t*>(PyArray_DIMS(numpy));
-    dtype_ = *type;
-}
-
-void HostArray::import(nb::handle array, bool writable) {
-    if (writable) {
-        const auto imported = nb::cast<nb::ndarray<nb::c_contig, nb::device::cpu>>(array);
-        data_ = imported.data();
-        imported_ = decltype(imported_)(imported);
-    } else {
-        imported_ = nb::cast<decltype(imported_)>(array);
-        data_ = const_cast<void*>(static_cast<const void*>(imported_.data()));
+    for (std::size_t axis = 0; axis < std::min(rank_, extents_.size()); ++axis) {
+        extents_[axis] = static_cast<std::size_t>(PyArray_DIM(numpy, static_cast<int>(axis)));
     }
-    rank_ = imported_.ndim();
-    shape_ = imported_.shape_ptr();
-    dtype_ = imported_.dtype();
 }
 
 } // namespace Tessaline::Python

@@ -6,6 +6,8 @@
 #include <nanobind/nanobind.h>
 #include <nanobind/ndarray.h>
 
+#include <array>
+
 namespace Tessaline::Python {
 
 /// A C-ordered array in host memory. It keeps the memory alive: the caller's array, or a temporary
@@ -13,25 +15,27 @@ namespace Tessaline::Python {
 class HostArray {
   public:
     /// Raises std::invalid_argument for anything but a NumPy array and for a low-precision array
-    /// that is not aligned, native-endian and contiguous or, as an output, not writable; and
-    /// nanobind's cast error for an array that cannot be imported, such as a read-only output.
+    /// that is not aligned, native-endian and contiguous or, as an output, not writable; CastError
+    /// for an array that is no numbers in native byte order, or a read-only output; the MemoryError
+    /// of a copy that cannot be had.
     HostArray(nanobind::handle array, bool writable);
 
     /// The first element; to be written only where the array was taken as writable.
     void* data() const { return data_; }
     std::size_t rank() const { return rank_; }
-    std::size_t extent(std::size_t axis) const { return static_cast<std::size_t>(shape_[axis]); }
+    /// Of the first two axes.
+    std::size_t extent(std::size_t axis) const { return extents_[axis]; }
     nanobind::dlpack::dtype dtype() const { return dtype_; }
+    /// Whether what is written stays in a copy, out of the caller's sight.
+    bool is_copy() const { return is_copy_; }
 
   private:
-    void import(nanobind::handle array, bool writable);
-
-    nanobind::object owner_; ///< the caller's array, where its memory is used as it lies
-    nanobind::ndarray<nanobind::ro, nanobind::c_contig, nanobind::device::cpu> imported_; ///< else
+    nanobind::object owner_;
     void* data_ = nullptr;
     std::size_t rank_ = 0;
-    const std::int64_t* shape_ = nullptr;
+    std::array<std::size_t, 2> extents_{};
     nanobind::dlpack::dtype dtype_{};
+    bool is_copy_ = false;
 };
 
 } // namespace Tessaline::Python

@@ -2,6 +2,8 @@
 #include "result_policy.h"
 
 #include "array_policy.h"
+#include "native_errors.h"
+#include "text.h"
 
 #include "tessaline/storage/numeric_policy.h"
 
@@ -35,10 +37,16 @@ BackendOperandKey input_key(nb::handle input) {
     if (!nb::try_cast(input, entries) || entries.size() != 3) {
         throw std::invalid_argument("result policy - invalid input descriptor");
     }
+    const auto storage = text_of(nb::object(entries[0]));
+    const auto compute = text_of(nb::object(entries[1]));
+    nb::tuple shape;
+    if (!storage || !compute || !nb::try_cast(nb::object(entries[2]), shape)) {
+        throw CastError("result policy - an input descriptor holds two texts and a tuple");
+    }
     BackendOperandKey key;
-    key.storage = scalar_type_named(nb::cast<std::string_view>(entries[0]));
-    key.compute = scalar_type_named(nb::cast<std::string_view>(entries[1]));
-    key.kind = kind_of(nb::cast<nb::tuple>(entries[2]));
+    key.storage = scalar_type_named(*storage);
+    key.compute = scalar_type_named(*compute);
+    key.kind = kind_of(shape);
     key.format = OperandFormat::dense(key.kind);
     key.layout = array_layout(key.kind);
     const ScalarCategory category = scalar_metadata(key.storage).category;

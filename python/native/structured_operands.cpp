@@ -3,6 +3,8 @@
 
 #include "array_policy.h"
 #include "host_array.h"
+#include "native_errors.h"
+#include "unlocked_interpreter.h"
 
 #include "tessaline/catalogue/builtin_operation_ids.h"
 #include "tessaline/frontend/elements.h"
@@ -56,12 +58,25 @@ decltype(auto) visit_factor_policy(const DataTypeDescriptor& type, Visitor&& vis
     });
 }
 
+template <typename Element>
+bool is_aligned(const HostArray& array) {
+    return reinterpret_cast<std::uintptr_t>(array.data()) % alignof(Component<Element>) == 0;
+}
+
 /// The order of a square matrix.
 std::size_t order_of(const HostArray& matrix) {
     if (matrix.rank() != 2 || matrix.extent(0) != matrix.extent(1)) {
         throw std::invalid_argument("LUOperand - matrix must be square");
     }
     return matrix.extent(0);
+}
+
+HostArray matrix_of(nb::handle array) {
+    try {
+        return HostArray(array, false);
+    } catch (const CastError& fault) {
+        throw CastError(std::string("LUOperand - matrix ") + fault.what());
+    }
 }
 
 /// A copy of a row-major matrix in the policy's compute type, in column-major order.
@@ -83,7 +98,7 @@ LuFactorisation widened_copy(const HostArray& matrix, std::size_t order) {
 }
 
 LuFactorisation lu_from_array(nb::handle array, std::string_view dtype, std::string_view compute) {
-    const HostArray matrix(array, false);
+    const HostArray matrix = matrix_of(array);
     const std::size_t order = order_of(matrix);
     const ArrayPolicy policy = select_array_policy(matrix.dtype(), compute);
     if (!policy ||
@@ -95,12 +110,39 @@ LuFactorisation lu_from_array(nb::handle array, std::string_view dtype, std::str
     }
     return visit_numeric_policy(*policy, [&](auto numeric_policy) {
         using Policy = decltype(numeric_policy);
-        using Part = Component<typename Policy::Stored>;
-        if (reinterpret_cast<std::uintptr_t>(matrix.data()) % alignof(Part) != 0) {
+        if (!is_aligned<typename Policy::Stored>(matrix)) {
             throw std::invalid_argument("LUOperand - input must be aligned");
         }
         return widened_copy<Policy>(matrix, order);
     });
+}
+
+[[noreturn]] void refuse_type(const std::string& text) {
+    throw nb::type_error(text.c_str());
+}
+
+/// An array that takes the solution where it lies.
+HostArray right_hand_side(nb::handle array) {
+    try {
+        HostArray rhs(array, true);
+        if (!rhs.is_copy()) {
+            return rhs;
+        }
+    } catch (const CastError& fault) {
+        refuse_type(std::string("solve - right-hand side ") + fault.what());
+    } catch (const std::invalid_argument& fault) {
+        refuse_type(std::string("solve - ") + fault.what());
+    }
+    refuse_type("solve - right-hand side is not in C order");
+}
+
+/// What a Python object of the class holds. Raises TypeError for one that was never initialised.
+template <typename Class>
+Class& ready(nb::handle object) {
+    if (!nb::inst_ready(object)) {
+        refuse_type("the object was never initialised");
+    }
+    return nb::cast<Class&>(object);
 }
 
 using ArrayView = nb::ndarray<nb::numpy, nb::device::cpu>;
@@ -139,7 +181,7 @@ void define_common_properties(nb::class_<Class>& type) {
 /// Runs an operation without the interpreter lock.
 void run_unlocked(const NativeContext& context, const OperationId& id,
                   const OperationBindings& bindings) {
-    const nb::gil_scoped_release unlocked;
+    const UnlockedInterpreter unlocked;
     context.executor().execute(id, bindings);
 }
 
@@ -153,7 +195,7 @@ void define_lu_operand(nb::module_& module) {
     define_common_properties(type);
     using Self = nb::handle_t<NativeLUOperand>;
     const auto entity = [](nb::handle self) -> LuDecompEntity& {
-        return nb::cast<NativeLUOperand&>(self).handle().entity();
+        return ready<NativeLUOperand>(self).handle().entity();
     };
     type.def_prop_ro(
             "pivots",
@@ -182,7 +224,7 @@ void define_eigen_operand(nb::module_& module) {
     define_common_properties(type);
     using Self = nb::handle_t<NativeEigenOperand>;
     const auto entity = [](nb::handle self) -> EigenValsEntity& {
-        return nb::cast<NativeEigenOperand&>(self).handle().entity();
+        return ready<NativeEigenOperand>(self).handle().entity();
     };
     type.def_prop_ro("values",
                      [entity](Self self) {
@@ -225,7 +267,7 @@ NativeEigenOperand::NativeEigenOperand(std::uint64_t size, std::string_view dtyp
                                     DataMatrixLayout::column_major)) {}
 
 NativeLUFactor::NativeLUFactor(nb::handle matrix, nb::object context)
-    : context_(&nb::cast<const NativeContext&>(context)),
+    : context_(&ready<NativeContext>(context)),
       context_owner_(std::move(context)),
       operand_(std::make_shared<NativeLUOperand>(matrix, "", "")) {
     OperationBindings bindings;
@@ -233,8 +275,9 @@ NativeLUFactor::NativeLUFactor(nb::handle matrix, nb::object context)
     run_unlocked(*context_, BuiltinOperations::lu_factor, bindings);
 }
 
-void NativeLUFactor::solve(nb::ndarray<nb::numpy, nb::c_contig, nb::device::cpu> rhs) const {
-    if (rhs.ndim() != 1 || rhs.shape(0) != handle().size()) {
+void NativeLUFactor::solve(nb::handle array) const {
+    const HostArray rhs = right_hand_side(array);
+    if (rhs.rank() != 1 || rhs.extent(0) != handle().size()) {
         throw std::invalid_argument("solve - right-hand side size mismatch");
     }
     Vector solution = visit_factor_policy(handle().type(), [&](auto policy) {
@@ -242,14 +285,17 @@ void NativeLUFactor::solve(nb::ndarray<nb::numpy, nb::c_contig, nb::device::cpu>
         if (rhs.dtype() != dlpack_type(ElementTraits<Element>::scalar_type)) {
             throw std::invalid_argument("solve - right-hand side dtype does not match factor");
         }
+        if (!is_aligned<Element>(rhs)) {
+            throw std::invalid_argument("solve - right-hand side must be aligned");
+        }
         auto* data = static_cast<Element*>(rhs.data());
         if constexpr (is_complex_element<Element>) {
             return Vector(
                 std::make_unique<BorrowedDenseHostComplexInterleavedVector<Element, Element>>(
-                    data, rhs.shape(0)));
+                    data, rhs.extent(0)));
         } else {
             return Vector(std::make_unique<BorrowedDenseHostRealVector<Element, Element>>(
-                data, rhs.shape(0)));
+                data, rhs.extent(0)));
         }
     });
     OperationBindings bindings;

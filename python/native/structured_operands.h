@@ -59,9 +59,9 @@ class NativeLUFactor {
 
     const LuFactorisation& handle() const { return operand_->handle(); }
 
-    /// Overwrites a right-hand side of the factor's type with the solution.
-    void
-    solve(nanobind::ndarray<nanobind::numpy, nanobind::c_contig, nanobind::device::cpu> rhs) const;
+    /// Overwrites a right-hand side of the factor's type, a vector in C order, with the solution.
+    /// Raises nanobind::type_error for an array that cannot take it where it lies.
+    void solve(nanobind::handle array) const;
     /// The logarithm of the determinant, complex for a real matrix too.
     std::complex<double> logdet() const;
 

@@ -153,7 +153,12 @@ def refused_calls():
         RuntimeError,
         "Context.execute - storage buffer type, alignment or count mismatch",
     )
-    yield case("read-only output", binding(OUT, read_only), RuntimeError, "std::bad_cast")
+    yield case(
+        "read-only output",
+        binding(OUT, read_only),
+        RuntimeError,
+        "Context.execute - Output0 is read-only",
+    )
     yield case(
         "length",
         binding(1, np.ones(3, np.float32)),
