@@ -245,6 +245,7 @@ void define_lu_factor(nb::module_& module) {
         "a"_a, "context"_a);
     define_common_properties(type);
     type.def("solve", &NativeLUFactor::solve, "rhs"_a,
+             nb::sig("def solve(self, rhs: numpy.ndarray[order='C', device='cpu']) -> None"),
              "Overwrite a right-hand side with the solution.")
         .def(
             "logdet", [](const NativeLUFactor& self) { return nb::cast(self.logdet()); },

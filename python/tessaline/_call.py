@@ -10,7 +10,7 @@ from typing import Any
 import numpy as np
 from numpy.typing import NDArray
 
-from ._context import Context, current_context
+from ._context import Context, check_writable, current_context
 from ._dtypes import INEXACT, Dtype, is_complex
 from ._signatures import INPUT, OUTPUT, Signature
 
@@ -104,14 +104,7 @@ def check_output(
         raise TypeError(f"{name}: {label} is {out.dtype}, the result is {dtype}")
     if out.shape != shape:
         raise ValueError(f"{name}: {label} has shape {out.shape}, the result has {shape}")
-    if not out.flags.carray:
-        for flag, fault in (
-            ("writeable", "is read-only"),
-            ("c_contiguous", "is not C-contiguous"),
-            ("aligned", "is not aligned"),
-        ):
-            if not getattr(out.flags, flag):
-                raise ValueError(f"{name}: {label} {fault}, so the result cannot be written there")
+    check_writable(name, label, out)
     return out
 
 

@@ -13,7 +13,7 @@ from typing import Any, Literal
 import numpy as np
 
 from . import _native
-from ._dtypes import WORDS, Dtype, from_word
+from ._dtypes import INEXACT, WORDS, Dtype, from_word
 from ._errors import UnsupportedError, error_from
 from ._native import NativeError
 from ._signatures import OUTPUT, Shape, Signature
@@ -31,6 +31,30 @@ _catalogue: Any = None
 _default: "Context | None" = None
 #: The contexts of the enclosing ``with`` blocks, innermost last.
 _entered: ContextVar[tuple["Context", ...]] = ContextVar("tessaline_contexts", default=())
+
+
+def check_writable(name: str, label: str, array: np.ndarray[Any, Any]) -> None:
+    """Refuses an array that a result cannot be written into as it lies."""
+    if not array.flags.carray:
+        for flag, fault in (
+            ("writeable", "is read-only"),
+            ("c_contiguous", "is not C-contiguous"),
+            ("aligned", "is not aligned"),
+        ):
+            if not getattr(array.flags, flag):
+                raise ValueError(f"{name}: {label} {fault}, so the result cannot be written there")
+
+
+def _check_operand(name: str, label: str, operand: Any) -> None:
+    """Refuses what is no array of numbers. Structured operands of the native module pass."""
+    if isinstance(operand, (_native.LUOperand, _native.EigenOperand)):
+        return
+    if not isinstance(operand, np.ndarray):
+        raise TypeError(f"{name}: {label} must be a NumPy array, not {type(operand).__name__}")
+    dtype = operand.dtype
+    numeric = dtype.isbuiltin == 1 and dtype.kind in "biufc"
+    if dtype not in INEXACT and not (numeric and dtype.isnative):
+        raise TypeError(f"{name}: {label} is {dtype}, which no operation takes")
 
 
 def default_catalogue() -> Any:
@@ -192,7 +216,8 @@ class Context(_native.Context):
 
         Raises:
             IndexError: for an operation that the catalogue does not have.
-            ValueError, TypeError: for operands that do not fit it.
+            ValueError, TypeError: for operands that do not fit it, and for an array in `out` that
+                cannot be written into as it lies.
             Error: where no implementation takes them, and where the implementation fails.
         """
         outputs = out if isinstance(out, tuple) else (out,)
@@ -200,7 +225,14 @@ class Context(_native.Context):
             index: np.asarray(operand) if isinstance(operand, np.generic) else operand
             for index, operand in enumerate(inputs)
         }
-        bindings.update((OUTPUT + index, operand) for index, operand in enumerate(outputs))
+        for index, operand in bindings.items():
+            _check_operand(operation, f"input {index}", operand)
+        for index, operand in enumerate(outputs):
+            label = "out" if operand is out else f"out[{index}]"
+            _check_operand(operation, label, operand)
+            if isinstance(operand, np.ndarray):
+                check_writable(operation, label, operand)
+            bindings[OUTPUT + index] = operand
         try:
             self.execute(operation, bindings, dict.fromkeys(bindings, "host"))
         except RuntimeError as failure:
