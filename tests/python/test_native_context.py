@@ -159,6 +159,17 @@ def refused_calls():
         RuntimeError,
         "Context.execute - Output0 is read-only",
     )
+    casts = [
+        (binding(0, np.ones(2, ">f4")), "Input0 is not in native byte order"),
+        (binding(1, np.array([1, None])), "Input1 has a dtype that is no number"),
+        (lambda call: call["locations"].update({0: b"host"}), "location for Input0 must be text"),
+        (
+            lambda call: call["compute_dtypes"].update({1: "\ud800"}),
+            "compute dtype of role 1 must be text",
+        ),
+    ]
+    for change, message in casts:
+        yield case(message, change, RuntimeError, f"Context.execute - {message}")
     yield case(
         "length",
         binding(1, np.ones(3, np.float32)),

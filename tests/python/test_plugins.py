@@ -2,6 +2,7 @@
 """Native plugins from Python, with the plugin of the examples."""
 
 import doctest
+import os
 import re
 import subprocess
 import sys
@@ -99,6 +100,45 @@ def test_failures_are_those_of_the_package(context, plugin, tmp_path):
         tessaline.Context(plugins=[plugin], catalogue=context.catalogue)
     with pytest.raises(TypeError, match="sequence of files"):
         tessaline.Context(plugins=str(plugin))
+
+
+def test_bytes_that_are_not_utf8_keep_what_they_say(tmp_path):
+    source = (EXAMPLE / "pauli.c").read_text()
+    for text, other in (('"1.0"', r'"1.\377"'), ('"a state of', r'"\377 a state of')):
+        assert source.count(text) == 1
+        source = source.replace(text, other)
+    (tmp_path / "pauli.c").write_text(source)
+    plugin = tmp_path / os.fsdecode(b"\xff.so")
+    command = ["cc", "-shared", "-fPIC", "-I", tessaline.get_include(), "pauli.c", "-o", plugin]
+    subprocess.run(command, cwd=tmp_path, check=True)
+    context = tessaline.Context(plugins=[plugin])
+    assert tessaline.describe(EXPECTATION, context).record["provenance"] == "plugin:pauli@1.\ufffd"
+    with pytest.raises(tessaline.Error, match="status 1: \ufffd a state of n qubits"):
+        context.call(EXPECTATION, np.ones(3, np.float32), *masks("Z"), out=np.empty((), np.float32))
+    with pytest.raises(tessaline.Error, match=f"^failed to load native plugin '{tmp_path}/n\ufffd'"):
+        tessaline.Context(plugins=[tmp_path / os.fsdecode(b"n\xff")])
+    with pytest.raises(ValueError, match="null"):
+        _native.ContextBuilder().load_plugin(f"{tmp_path}/pauli.c\0")
+
+
+@pytest.mark.parametrize(
+    ("place", "array", "error", "message"),
+    [
+        ("out", np.zeros(4)[::2], ValueError, "out is not C-contiguous"),
+        ("out", np.broadcast_to(0.0, 2), ValueError, "out is read-only"),
+        ("out", np.zeros(17, np.uint8)[1:].view(float), ValueError, "out is not aligned"),
+        ("out", np.zeros(2, ">f8"), TypeError, "out is >f8"),
+        ("out", [0.0, 0.0], TypeError, "out must be a NumPy array, not list"),
+        ("input", np.array(["a", "b"]), TypeError, "input 0 is <U1, which no operation takes"),
+        ("input", np.broadcast_to(1.0, 1 << 46), MemoryError, "Unable to allocate"),
+    ],
+)
+def test_calls_refuse_arrays_that_cannot_serve(place, array, error, message):
+    ones, out = np.ones(2), np.zeros(2)
+    first, out = (ones, array) if place == "out" else (array, out)
+    with pytest.raises(error, match=message):
+        tessaline.Context().call("tessaline.add@1", first, ones, out=out)
+    assert not np.any(out)
 
 
 def test_native_builder_chains_and_a_failed_load_changes_nothing(plugin):

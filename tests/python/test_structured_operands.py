@@ -95,6 +95,7 @@ def test_operands_refuse_what_they_cannot_hold(arguments, keywords, message):
 
 def test_bindings_of_structured_operands_are_checked(context):
     operand = _native.LUOperand(np.array(MATRIX, np.float64))
+    unmade = _native.LUOperand.__new__(_native.LUOperand)
     refused = [
         ({OUT: operand}, {OUT: "cuda"}, {}, "LUOperand must use host residency"),
         (
@@ -103,9 +104,10 @@ def test_bindings_of_structured_operands_are_checked(context):
             {OUT: "float32"},
             "structured operand compute dtype is fixed at construction",
         ),
+        ({OUT: unmade}, {OUT: "host"}, {}, "Output0 was never initialised"),
     ]
     for bindings, locations, compute, message in refused:
-        with pytest.raises(ValueError) as raised:
+        with pytest.raises((ValueError, RuntimeError)) as raised:
             context.execute("tessaline.lu_factor@1", bindings, locations, compute)
         assert str(raised.value) == f"Context.execute - {message}"
     assert operand.factors.tolist() == MATRIX
@@ -133,14 +135,18 @@ def test_factor_failures_have_their_reason(context):
     assert isinstance(raised.value.detail, str)
     assert not hasattr(raised.value, "status_name")
     factor = _native.LUFactor(np.eye(2), context)
-    for rhs, message in [
-        (np.ones((2, 1)), "solve - right-hand side size mismatch"),
-        (np.ones(3), "solve - right-hand side size mismatch"),
-        (np.ones(2, np.float32), "solve - right-hand side dtype does not match factor"),
+    for rhs, error, message in [
+        (np.ones((2, 1)), ValueError, "right-hand side size mismatch"),
+        (np.ones(3), ValueError, "right-hand side size mismatch"),
+        (np.ones(2, np.float32), ValueError, "right-hand side dtype does not match factor"),
+        (np.zeros(17, np.uint8)[1:].view(float), ValueError, "right-hand side must be aligned"),
+        (np.ones(4)[::2], TypeError, "right-hand side is not in C order"),
+        (np.broadcast_to(1.0, 2), TypeError, "right-hand side is read-only"),
+        ([1.0, 1.0], TypeError, "host binding requires a NumPy ndarray"),
     ]:
-        with pytest.raises(ValueError) as raised:
+        with pytest.raises(error) as raised:
             factor.solve(rhs)
-        assert str(raised.value) == message
+        assert str(raised.value) == f"solve - {message}"
 
 
 def test_eigenvalues_land_in_their_operand(context):
