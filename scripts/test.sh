@@ -13,10 +13,10 @@ mkdir -p "$logs"
 
 ctest --preset release -j"${JOBS:-1}" 2>&1 | tee "$logs/ctest.txt"
 cpp_status=$?
-PYTHONPATH=$build/python .venv/bin/python -m pytest tests/python "$@" 2>&1 | tee "$logs/pytest.txt"
+PYTHONPATH=$build/python .venv/bin/python -X dev -m pytest tests/python "$@" 2>&1 | tee "$logs/pytest.txt"
 python_status=$?
 
-# Objects of the module that outlive the interpreter are named on its last lines.
+# In development mode the last lines name the objects of the module that outlive the interpreter.
 leaks_status=0
 if grep -n '^nanobind: leaked' "$logs/pytest.txt"; then
     leaks_status=1
