@@ -45,16 +45,20 @@ def check_writable(name: str, label: str, array: np.ndarray[Any, Any]) -> None:
                 raise ValueError(f"{name}: {label} {fault}, so the result cannot be written there")
 
 
-def _check_operand(name: str, label: str, operand: Any) -> None:
-    """Refuses what is no array of numbers. Structured operands of the native module pass."""
-    if isinstance(operand, (_native.LUOperand, _native.EigenOperand)):
-        return
-    if not isinstance(operand, np.ndarray):
-        raise TypeError(f"{name}: {label} must be a NumPy array, not {type(operand).__name__}")
-    dtype = operand.dtype
-    numeric = dtype.isbuiltin == 1 and dtype.kind in "biufc"
-    if dtype not in INEXACT and not (numeric and dtype.isnative):
-        raise TypeError(f"{name}: {label} is {dtype}, which no operation takes")
+def _check_output(name: str, label: str, output: Any) -> None:
+    """Refuses what a result cannot be written into. Structured operands of the module pass."""
+    if isinstance(output, np.ndarray):
+        check_writable(name, label, output)
+    elif not isinstance(output, (_native.LUOperand, _native.EigenOperand)):
+        raise TypeError(f"{name}: {label} must be a NumPy array, not {type(output).__name__}")
+
+
+def _check_dtype(name: str, label: str, operand: Any) -> None:
+    """Refuses an array that the native module takes for no array of numbers."""
+    if isinstance(operand, np.ndarray) and operand.dtype not in INEXACT:
+        dtype = operand.dtype
+        if not (dtype.isbuiltin == 1 and dtype.kind in "biufc"):
+            raise TypeError(f"{name}: {label} is {dtype}, which no operation takes")
 
 
 def default_catalogue() -> Any:
@@ -225,17 +229,16 @@ class Context(_native.Context):
             index: np.asarray(operand) if isinstance(operand, np.generic) else operand
             for index, operand in enumerate(inputs)
         }
-        for index, operand in bindings.items():
-            _check_operand(operation, f"input {index}", operand)
-        for index, operand in enumerate(outputs):
-            label = "out" if operand is out else f"out[{index}]"
-            _check_operand(operation, label, operand)
-            if isinstance(operand, np.ndarray):
-                check_writable(operation, label, operand)
-            bindings[OUTPUT + index] = operand
+        for index, output in enumerate(outputs):
+            _check_output(operation, f"output {index}", output)
+            bindings[OUTPUT + index] = output
         try:
             self.execute(operation, bindings, dict.fromkeys(bindings, "host"))
         except RuntimeError as failure:
+            # Asked now, since a call that succeeds is worth its time.
+            for role, operand in bindings.items():
+                label = f"input {role}" if role < OUTPUT else f"output {role - OUTPUT}"
+                _check_dtype(operation, label, operand)
             raise error_from(operation, failure) from None
         return out
 

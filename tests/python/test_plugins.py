@@ -124,11 +124,11 @@ def test_bytes_that_are_not_utf8_keep_what_they_say(tmp_path):
 @pytest.mark.parametrize(
     ("place", "array", "error", "message"),
     [
-        ("out", np.zeros(4)[::2], ValueError, "out is not C-contiguous"),
-        ("out", np.broadcast_to(0.0, 2), ValueError, "out is read-only"),
-        ("out", np.zeros(17, np.uint8)[1:].view(float), ValueError, "out is not aligned"),
-        ("out", np.zeros(2, ">f8"), TypeError, "out is >f8"),
-        ("out", [0.0, 0.0], TypeError, "out must be a NumPy array, not list"),
+        ("out", np.zeros(4)[::2], ValueError, "output 0 is not C-contiguous"),
+        ("out", np.broadcast_to(0.0, 2), ValueError, "output 0 is read-only"),
+        ("out", np.zeros(17, np.uint8)[1:].view(float), ValueError, "output 0 is not aligned"),
+        ("out", np.zeros(2, ">f8"), TypeError, "output 0 is >f8"),
+        ("out", [0.0, 0.0], TypeError, "output 0 must be a NumPy array, not list"),
         ("input", np.array(["a", "b"]), TypeError, "input 0 is <U1, which no operation takes"),
         ("input", np.broadcast_to(1.0, 1 << 46), MemoryError, "Unable to allocate"),
     ],
