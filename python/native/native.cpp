@@ -12,7 +12,7 @@
 
 #include <nanobind/nanobind.h>
 
-#include <array>
+#include <vector>
 
 namespace nb = nanobind;
 
@@ -36,9 +36,9 @@ namespace {
 
 constexpr const char* module_key = "tessaline._native";
 
-/// The one interpreter whose module this is: types and their registry are the process's. It stays
-/// taken when that interpreter ends.
-bool taken = false;
+/// The one module that this library makes: types and their registry are the process's. It may be
+/// gone with its interpreter.
+const PyObject* made = nullptr;
 bool executed = false;
 
 int (*execute_contents)(PyObject*) = nullptr;
@@ -51,19 +51,22 @@ PyObject* create(PyObject* spec, PyModuleDef*) {
         return PyErr_NoMemory();
     }
     PyObject* const known = PyDict_GetItemString(interpreter, module_key);
-    if (known != nullptr) {
+    if (known != nullptr && known == made) {
         return Py_NewRef(known);
     }
-    if (taken) {
-        PyErr_SetString(PyExc_ImportError,
-                        "tessaline serves one interpreter of a process, and another has had it");
+    if (known != nullptr || made != nullptr) {
+        PyErr_SetString(
+            PyExc_ImportError,
+            known != nullptr
+                ? "tessaline was imported from another file before"
+                : "tessaline serves one interpreter of a process, and another has had it");
         return nullptr;
     }
     PyObject* const name = PyObject_GetAttrString(spec, "name");
     PyObject* const module = name == nullptr ? nullptr : PyModule_NewObject(name);
     Py_XDECREF(name);
     if (module != nullptr && PyDict_SetItemString(interpreter, module_key, module) == 0) {
-        taken = true;
+        made = module;
         return module;
     }
     Py_XDECREF(module);
@@ -81,17 +84,16 @@ int execute(PyObject* module) {
 
 /// The slots of a definition with the two functions above in the place of its own.
 PyModuleDef_Slot* slots_around(const PyModuleDef_Slot* own) {
-    static std::array<PyModuleDef_Slot, 8> slots{};
-    auto* next = slots.data();
-    *next++ = {Py_mod_create, reinterpret_cast<void*>(create)};
+    static std::vector<PyModuleDef_Slot> slots;
+    slots.push_back({Py_mod_create, reinterpret_cast<void*>(create)});
     for (; own->slot != 0; ++own) {
-        *next = *own;
+        slots.push_back(*own);
         if (own->slot == Py_mod_exec) {
             execute_contents = reinterpret_cast<int (*)(PyObject*)>(own->value);
-            next->value = reinterpret_cast<void*>(execute);
+            slots.back().value = reinterpret_cast<void*>(execute);
         }
-        ++next;
     }
+    slots.push_back({0, nullptr});
     return slots.data();
 }
 
