@@ -39,6 +39,17 @@ except interpreters.RunFailedError as error:
 interpreters.destroy(other)
 print(add())
 """
+OTHER_FILE = """
+import shutil, tempfile
+with tempfile.TemporaryDirectory() as folder:
+    shutil.copy(_native.__file__, folder)
+    sys.path.insert(0, folder)
+    try:
+        import _native as other
+    except ImportError as error:
+        print(error)
+print(add())
+"""
 # The imports at the first array are slow enough for every thread to be at them.
 SLOW_IMPORTS = """
 import faulthandler
@@ -119,6 +130,11 @@ def run(script, *options, **environment):
             marks=pytest.mark.skipif(
                 sys.version_info >= (3, 13), reason="made by another module from 3.13 on"
             ),
+        ),
+        pytest.param(
+            OTHER_FILE,
+            f"tessaline was imported from another file before\n{SUM}",
+            id="import of another file",
         ),
         pytest.param(SLOW_IMPORTS, 3 * SUM, id="threads at slow imports"),
         pytest.param(HOSTILE, SUM, id="keys that clear dictionaries"),
