@@ -179,9 +179,9 @@ void Call::check_compute_dtypes(const nb::dict& bindings, const nb::dict& comput
         if (!bindings.contains(key)) {
             refuse("compute dtype role has no binding");
         }
-        if (!text_of(nb::object(item[1]))) {
-            throw CastError("Context.execute - compute dtype of role " +
-                            std::string(nb::str(key).c_str()) + " must be text");
+        // Any other key stands where a binding is going to be missed.
+        if (std::uint32_t role{}; nb::try_cast(key, role)) {
+            word_of(nb::object(item[1]), "compute dtype of", static_cast<OperandRole>(role));
         }
     }
 }

@@ -165,7 +165,7 @@ def refused_calls():
         (lambda call: call["locations"].update({0: b"host"}), "location for Input0 must be text"),
         (
             lambda call: call["compute_dtypes"].update({1: "\ud800"}),
-            "compute dtype of role 1 must be text",
+            "compute dtype of Input1 must be text",
         ),
     ]
     for change, message in casts:
