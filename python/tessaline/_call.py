@@ -4,7 +4,10 @@
 from __future__ import annotations
 
 from collections.abc import Sequence
+from inspect import cleandoc
+from numbers import Number
 from operator import is_
+from textwrap import wrap
 from typing import Any
 
 import numpy as np
@@ -16,6 +19,9 @@ from ._signatures import INPUT, OUTPUT, Signature
 
 Array = NDArray[Any]
 
+#: Of an array, and so the depth of lists that stand for one.
+_MOST_AXES = 64
+_NUMBERS = frozenset((bool, int, float, complex))
 #: What NumPy makes of Python's own numbers: such operands follow the dtype of the others.
 _PYTHON_DTYPES = frozenset(np.dtype(kind) for kind in (bool, np.int64, float, complex))
 
@@ -29,24 +35,67 @@ def numeric_dtype(dtype: Any, name: str) -> Dtype:
     return wanted
 
 
+def _refuse_mask(name: str, operand: str) -> None:
+    raise TypeError(
+        f"{name}: {operand} is masked, and no operation knows masks; pass {operand}.filled(value)"
+    )
+
+
+def _is_masked(kind: type) -> bool:
+    # NumPy loads the module of masked arrays when it is first asked for.
+    return (
+        kind is not np.ndarray
+        and issubclass(kind, np.ndarray)
+        and issubclass(kind, np.ma.MaskedArray)
+    )
+
+
+def _holds_masked(values: Any, depth: int) -> bool:
+    """Whether a masked array lies in nested sequences, whose conversion drops masks."""
+    kinds = set(map(type, values))
+    if kinds <= _NUMBERS or not depth:
+        return False
+    nested = [each for each in values if isinstance(each, (list, tuple))]
+    return any(map(_is_masked, kinds)) or any(_holds_masked(each, depth - 1) for each in nested)
+
+
+def plain_array(name: str, operand: str, value: Any) -> Array:
+    """An array of NumPy's own class, over the same memory where `value` is an array.
+
+    Raises TypeError for masked arrays, also inside lists.
+    """
+    if isinstance(value, (list, tuple)) and _holds_masked(value, _MOST_AXES):
+        _refuse_mask(name, operand)
+    array = np.asanyarray(value)
+    if type(array) is not np.ndarray:
+        if _is_masked(type(array)):
+            _refuse_mask(name, operand)
+        return np.asarray(array)
+    return array
+
+
 def convert(name: str, operand: str, array: Array, dtype: Dtype) -> Array:
     """A C-contiguous, aligned array of native byte order and a given dtype: `array` or a copy.
 
     Raises TypeError where that would drop an imaginary part or is no number at all.
     """
     if array.dtype != dtype:
-        if array.dtype.kind not in "biufc" and array.dtype.newbyteorder("=") not in INEXACT:
-            raise TypeError(f"{name}: {operand} is {array.dtype}, which is no numeric dtype")
-        if is_complex(array.dtype) and not is_complex(dtype):
-            raise TypeError(
-                f"{name}: {operand} is {array.dtype} and does not fit {dtype} without losing its "
-                "imaginary part"
-            )
+        require_fitting(name, operand, array.dtype, dtype)
         array = array.astype(dtype, order="C")
     flags = array.flags
     if flags.carray or (flags.c_contiguous and flags.aligned):
         return array
     return np.array(array, dtype=dtype, order="C", copy=True)
+
+
+def require_fitting(name: str, operand: str, own: Dtype, dtype: Dtype) -> None:
+    """Raises TypeError for numbers that `dtype` has no room for, whatever their values."""
+    if own.kind not in "biufc" and own.newbyteorder("=") not in INEXACT:
+        raise TypeError(f"{name}: {operand} is {own}, which is no numeric dtype")
+    if is_complex(own) and not is_complex(dtype):
+        raise TypeError(
+            f"{name}: {operand} is {own} and does not fit {dtype} without losing its imaginary part"
+        )
 
 
 def make_ready(
@@ -62,13 +111,13 @@ def make_ready(
     common: Dtype | None = None
     first = ""
     for operand, value in zip(names, operands):
-        if isinstance(value, np.ndarray):
+        if type(value) is np.ndarray:
             arrays.append(value)
             own = value.dtype
         else:
-            arrays.append(array := np.asarray(value))
+            arrays.append(array := plain_array(name, operand, value))
             own = array.dtype
-            if own in _PYTHON_DTYPES and not isinstance(value, np.generic):
+            if own in _PYTHON_DTYPES and not hasattr(value, "dtype"):
                 continue
         if dtype is not None:
             continue
@@ -94,12 +143,50 @@ def make_ready(
     return [convert(name, operand, a, common) for operand, a in zip(names, arrays)]
 
 
+def _number_array(name: str, operand: str, value: Any) -> Array:
+    """A number of any kind as an array of rank 0, in a dtype that holds it."""
+    if isinstance(value, Number) and not isinstance(value, (float, complex, np.generic)):
+        # NumPy keeps fractions, and integers beyond 64 bits, as objects.
+        if not (isinstance(value, int) and -(2**63) <= value < 2**64):
+            try:
+                value = float(value)  # type: ignore[arg-type]
+            except OverflowError:
+                raise OverflowError(f"{name}: {operand} is beyond the range of any dtype") from None
+    array = plain_array(name, operand, value)
+    if array.shape:
+        raise ValueError(f"{name}: {operand} has shape {array.shape}, it must be a single number")
+    return array
+
+
+def with_number(signature: Signature, x: Any, number: Any, dtype: Any) -> tuple[Array, Array]:
+    """A vector, and a number that follows the vector's dtype, whatever kind of number it is.
+
+    Raises TypeError for a complex number beside a real vector, and OverflowError for a finite one
+    beyond the range of the dtype.
+    """
+    name, operand = signature.name, signature.names[1]
+    array = _number_array(name, operand, number)
+    # One untyped number stands in for the other, so that it makes an untyped vector complex.
+    like = 0j if is_complex(array.dtype) else 0.0
+    vector, _ = make_ready(name, signature.names, (x, like), dtype)
+    if array.dtype == vector.dtype:
+        return vector, array
+    require_fitting(name, operand, array.dtype, vector.dtype)
+    with np.errstate(over="ignore"):
+        stored = array.astype(vector.dtype)
+    if not np.isfinite(stored) and np.isfinite(array):
+        raise OverflowError(f"{name}: {operand} {number} is out of the range of {vector.dtype}")
+    return vector, stored
+
+
 def check_output(
     name: str, out: Any, shape: tuple[int, ...], dtype: Dtype, label: str = "out"
 ) -> Array:
     """`out` itself, if a result of this shape and dtype can be written into its memory."""
     if not isinstance(out, np.ndarray):
         raise TypeError(f"{name}: {label} must be a NumPy array, not {type(out).__name__}")
+    if _is_masked(type(out)):
+        raise TypeError(f"{name}: {label} is masked, and no operation knows masks")
     if out.dtype != dtype:
         raise TypeError(f"{name}: {label} is {out.dtype}, the result is {dtype}")
     if out.shape != shape:
@@ -184,7 +271,7 @@ def _run(
         bindings = {INPUT: operands[0], INPUT + 1: operands[1], OUTPUT: outputs[0]}
     else:
         bindings = dict(zip(signature.locations, (*operands, *outputs)))
-    context.run(signature, bindings)
+    context._run(signature, bindings)
 
 
 def call(
@@ -203,14 +290,14 @@ def call(
     """
     context = current_context(context)
     description = _description(signature, operands) if dtype is None and not sizes else None
-    known = context.known_results.get(description)
+    known = context._known_results.get(description)
     if known is None:
         arrays = make_ready(signature.name, signature.names, operands, dtype)
         shapes = signature.result_shapes(tuple([array.shape for array in arrays]), **sizes)
-        dtypes = context.result_dtypes(signature, tuple([array.dtype for array in arrays]))
+        dtypes = context._dtypes_of(signature, tuple([array.dtype for array in arrays]))
         known = (shapes, dtypes)
         if description is not None and all(map(is_, arrays, operands)):
-            context.remember_results(description, known)
+            context._remember_results(description, known)
         operands = arrays
     shapes, dtypes = known
     if out is None and len(shapes) == 1:
@@ -223,3 +310,32 @@ def call(
     if len(outputs) == 1:
         return outputs[0]
     return tuple([result_of(array, out) for array in outputs])
+
+
+#: What the arguments mean that functions have in common.
+_COMMON_ARGUMENTS = {
+    "out": "where the result is written, and what is returned then: an array of its shape and "
+    "dtype, C-contiguous, aligned and writeable{several}. {overlap}",
+    "dtype": "converts the operands first: "
+    + ", ".join(sorted(str(each) for each in INEXACT))
+    + ". Without it arrays keep their dtypes, which have to agree, and Python's numbers and lists "
+    "follow the arrays, or become float64 or complex128.",
+    "context": "where to run; else the `Context` of the innermost `with` block, or the default one.",
+}
+
+
+def explain(function: Any, signature: Signature) -> None:
+    """Adds what the common arguments mean to a function's documentation, before its examples."""
+    if not function.__doc__:
+        return  # an interpreter that keeps no documentation
+    several = "; a tuple of them for several results" if len(signature.outputs) > 1 else ""
+    overlap = "It must not overlap an operand." if signature.names else ""
+    if signature.elementwise or signature.in_place and signature.names:
+        shared = signature.names[-1] if signature.in_place else "an operand"
+        overlap = f"It may be the memory of {shared}."
+    lines = ["Keyword arguments:"]
+    for argument in function.__kwdefaults__:
+        text = _COMMON_ARGUMENTS[argument].format(several=several, overlap=overlap).strip()
+        lines += wrap(f"{argument}: {text}", 88, initial_indent="    ", subsequent_indent=" " * 8)
+    text, mark, examples = cleandoc(function.__doc__).partition(">>> ")
+    function.__doc__ = "\n".join([text.rstrip(), "", *lines, "", mark + examples])
