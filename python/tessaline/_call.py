@@ -3,6 +3,7 @@
 
 from __future__ import annotations
 
+import math
 from collections.abc import Sequence
 from inspect import cleandoc
 from numbers import Number
@@ -149,9 +150,12 @@ def _number_array(name: str, operand: str, value: Any) -> Array:
         # NumPy keeps fractions, and integers beyond 64 bits, as objects.
         if not (isinstance(value, int) and -(2**63) <= value < 2**64):
             try:
-                value = float(value)  # type: ignore[arg-type]
+                rounded = float(value)  # type: ignore[arg-type]
             except OverflowError:
-                raise OverflowError(f"{name}: {operand} is beyond the range of any dtype") from None
+                rounded = math.inf
+            if math.isinf(rounded) and rounded != value:
+                raise OverflowError(f"{name}: {operand} is beyond the range of any dtype")
+            value = rounded
     array = plain_array(name, operand, value)
     if array.shape:
         raise ValueError(f"{name}: {operand} has shape {array.shape}, it must be a single number")
@@ -166,8 +170,9 @@ def with_number(signature: Signature, x: Any, number: Any, dtype: Any) -> tuple[
     """
     name, operand = signature.name, signature.names[1]
     array = _number_array(name, operand, number)
-    # One untyped number stands in for the other, so that it makes an untyped vector complex.
-    like = 0j if is_complex(array.dtype) else 0.0
+    # One untyped number stands in for the other, and makes an untyped vector complex.
+    untyped = dtype is None and not hasattr(x, "dtype")
+    like = 0j if untyped and is_complex(array.dtype) else 0.0
     vector, _ = make_ready(name, signature.names, (x, like), dtype)
     if array.dtype == vector.dtype:
         return vector, array
@@ -175,7 +180,7 @@ def with_number(signature: Signature, x: Any, number: Any, dtype: Any) -> tuple[
     with np.errstate(over="ignore"):
         stored = array.astype(vector.dtype)
     if not np.isfinite(stored) and np.isfinite(array):
-        raise OverflowError(f"{name}: {operand} {number} is out of the range of {vector.dtype}")
+        raise OverflowError(f"{name}: {operand} {number!s} is out of the range of {vector.dtype}")
     return vector, stored
 
 

@@ -9,7 +9,7 @@ import threading
 from collections.abc import Iterable
 from contextvars import ContextVar
 from types import TracebackType
-from typing import Any, Literal, SupportsIndex
+from typing import Any, Literal, SupportsIndex, get_args
 
 import numpy as np
 
@@ -117,6 +117,9 @@ class Context:
         catalogue: Any = None,
         plugins: Iterable[str | os.PathLike[str]] = (),
     ) -> None:
+        _require_words(pinning_policy=pinning_policy, numa_policy=numa_policy)
+        if not isinstance(catalogue, (_native._Catalogue, type(None))):
+            raise TypeError(f"Context: catalogue is no catalogue but {type(catalogue).__name__}")
         if isinstance(plugins, (str, os.PathLike)):
             raise TypeError("Context: plugins is a sequence of files")
         # A bare name would be searched in the folders of system libraries.
@@ -284,6 +287,13 @@ class Context:
             if error is None:
                 raise
             raise error from None
+
+
+def _require_words(**policies: Any) -> None:
+    for name, word in policies.items():
+        if word not in get_args(Policy):
+            known = ", ".join(map(repr, get_args(Policy)))
+            raise ValueError(f"Context: {name} {word!r} is none of {known}")
 
 
 def _count(name: str, value: SupportsIndex) -> int:

@@ -10,6 +10,7 @@ import pickle
 import resource
 import threading
 from collections.abc import Iterator
+from decimal import Decimal
 from fractions import Fraction
 from pathlib import Path
 from typing import Any
@@ -222,13 +223,14 @@ def refusals() -> list[Any]:
         (lambda: t.sum(x, dtype=int), TypeError, "dtype int64 is none of"),
         (lambda: t.sum(x * 1j, dtype=f4), TypeError, "imaginary part"),
         (lambda: t.scale(x, 1j), TypeError, "imaginary part"),
-        (lambda: t.scale(x, np.array(1j)), TypeError, "imaginary part"),
+        (lambda: t.scale(x, np.complex64(1)), TypeError, "factor is complex64 .*imaginary part"),
         (lambda: t.scale(x, "2"), TypeError, "no numeric dtype"),
         (lambda: t.scale(x, x), ValueError, "factor has shape"),
         (lambda: t.scale(x.astype(np.float16), 1e6), OverflowError, "out of the range of float16"),
         (lambda: t.divide(x.astype(f4), f8(1e300)), OverflowError, "out of the range of float32"),
         (lambda: t.scale(x, 10**400), OverflowError, "factor is beyond the range"),
         (lambda: t.divide(x, -(10**5000)), OverflowError, "divisor is beyond the range"),
+        (lambda: t.divide(x, Decimal("1e999")), OverflowError, "divisor is beyond the range"),
         (lambda: t.add(masked, x), TypeError, r"x is masked, .*\.filled"),
         (lambda: t.add(x, [1, np.ma.masked]), TypeError, "y is masked"),
         (lambda: t.matmul([(masked, x), [x, x]][0], m), TypeError, "a is masked"),
@@ -270,7 +272,8 @@ def refusals() -> list[Any]:
         (lambda: t.Context(1, 2**70), ValueError, "min_parallel_work must not be that large"),
         (lambda: t.Context(1.5), TypeError, "integer"),
         (lambda: t.Context(os.cpu_count()), ValueError, r"\d is more than the \d+ possible here"),
-        (lambda: t.Context(pinning_policy="always"), ValueError, "pinning"),
+        (lambda: t.Context(pinning_policy="always"), ValueError, "pinning_policy 'always' is none"),
+        (lambda: t.Context(catalogue=3), TypeError, "is no catalogue but int"),
         (lambda: pickle.dumps(t.Context(catalogue=t._native.ContextBuilder().build())), TypeError,
          "catalogue belongs to its process"),
     ]
