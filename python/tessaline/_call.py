@@ -144,18 +144,24 @@ def make_ready(
     return [convert(name, operand, a, common) for operand, a in zip(names, arrays)]
 
 
+def _rounded(name: str, operand: str, value: Any) -> float:
+    try:
+        rounded = float(value)
+    except OverflowError:
+        rounded = math.inf
+    if math.isinf(rounded) and rounded != value:
+        raise OverflowError(f"{name}: {operand} is beyond the range of any dtype")
+    return rounded
+
+
 def _number_array(name: str, operand: str, value: Any) -> Array:
     """A number of any kind as an array of rank 0, in a dtype that holds it."""
-    if isinstance(value, Number) and not isinstance(value, (float, complex, np.generic)):
-        # NumPy keeps fractions, and integers beyond 64 bits, as objects.
-        if not (isinstance(value, int) and -(2**63) <= value < 2**64):
-            try:
-                rounded = float(value)  # type: ignore[arg-type]
-            except OverflowError:
-                rounded = math.inf
-            if math.isinf(rounded) and rounded != value:
-                raise OverflowError(f"{name}: {operand} is beyond the range of any dtype")
-            value = rounded
+    # NumPy keeps integers beyond 64 bits, fractions and decimal numbers as objects.
+    if isinstance(value, int):
+        if not -(2**63) <= value < 2**64:
+            value = _rounded(name, operand, value)
+    elif isinstance(value, Number) and not isinstance(value, (float, complex, np.generic)):
+        value = _rounded(name, operand, value)
     array = plain_array(name, operand, value)
     if array.shape:
         raise ValueError(f"{name}: {operand} has shape {array.shape}, it must be a single number")
@@ -325,7 +331,7 @@ _COMMON_ARGUMENTS = {
     + ", ".join(sorted(str(each) for each in INEXACT))
     + ". Without it arrays keep their dtypes, which have to agree, and Python's numbers and lists "
     "follow the arrays, or become float64 or complex128.",
-    "context": "where to run; else the `Context` of the innermost `with` block, or the default one.",
+    "context": "where to run; else the `Context` of the innermost `with` block or the default one.",
 }
 
 
