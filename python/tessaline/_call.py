@@ -23,6 +23,7 @@ Array = NDArray[Any]
 #: Of an array, and so the depth of lists that stand for one.
 _MOST_AXES = 64
 _NUMBERS = frozenset((bool, int, float, complex))
+_KNOWN_NUMBERS = (float, complex, np.generic, np.ndarray)
 #: What NumPy makes of Python's own numbers: such operands follow the dtype of the others.
 _PYTHON_DTYPES = frozenset(np.dtype(kind) for kind in (bool, np.int64, float, complex))
 
@@ -156,11 +157,11 @@ def _rounded(name: str, operand: str, value: Any) -> float:
 
 def _number_array(name: str, operand: str, value: Any) -> Array:
     """A number of any kind as an array of rank 0, in a dtype that holds it."""
-    # NumPy keeps integers beyond 64 bits, fractions and decimal numbers as objects.
+    # NumPy would keep integers beyond 64 bits, fractions and decimal numbers as objects.
     if isinstance(value, int):
         if not -(2**63) <= value < 2**64:
             value = _rounded(name, operand, value)
-    elif isinstance(value, Number) and not isinstance(value, (float, complex, np.generic)):
+    elif not isinstance(value, _KNOWN_NUMBERS) and isinstance(value, Number):
         value = _rounded(name, operand, value)
     array = plain_array(name, operand, value)
     if array.shape:
@@ -176,10 +177,13 @@ def with_number(signature: Signature, x: Any, number: Any, dtype: Any) -> tuple[
     """
     name, operand = signature.name, signature.names[1]
     array = _number_array(name, operand, number)
-    # One untyped number stands in for the other, and makes an untyped vector complex.
-    untyped = dtype is None and not hasattr(x, "dtype")
-    like = 0j if untyped and is_complex(array.dtype) else 0.0
-    vector, _ = make_ready(name, signature.names, (x, like), dtype)
+    if dtype is None and type(x) is np.ndarray and x.dtype in INEXACT:
+        vector = x
+    else:
+        # One untyped number stands in for the other, and makes an untyped vector complex.
+        untyped = dtype is None and not hasattr(x, "dtype")
+        like = 0j if untyped and is_complex(array.dtype) else 0.0
+        vector, _ = make_ready(name, signature.names, (x, like), dtype)
     if array.dtype == vector.dtype:
         return vector, array
     require_fitting(name, operand, array.dtype, vector.dtype)

@@ -5,7 +5,7 @@ from __future__ import annotations
 
 from typing import Any
 
-from ._context import Context, default_catalogue, operation_id
+from ._context import Context, current_context, default_catalogue, operation_id
 from ._formulas import Letters, formula, role_name
 from ._signatures import INPUT, SIGNATURES, Signature
 
@@ -20,7 +20,7 @@ _KINDS = {"lu": "LU factors", "eigen": "eigenvalues and eigenvectors"}
 
 
 def _catalogue_of(context: Context | None) -> Any:
-    return default_catalogue() if context is None else context.catalogue
+    return default_catalogue() if context is None else current_context(context).catalogue
 
 
 def _signature_of(identifier: str) -> Signature | None:

@@ -265,6 +265,7 @@ def refusals() -> list[Any]:
         (lambda: t.solve(factor, x, context=1), TypeError, "must be a tessaline.Context"),
         (lambda: t.logdet(factor, context=1), TypeError, "must be a tessaline.Context"),
         (lambda: t.add(x, x, context=1), TypeError, "must be a tessaline.Context"),
+        (lambda: t.operations(1), TypeError, "must be a tessaline.Context"),
         (lambda: t.describe("nothing"), KeyError, "nothing"),
         (lambda: t.describe("tessaline.add@2"), KeyError, "add@2"),
         (lambda: t.Context().call("tessaline.nothing", x, out=x), KeyError, "nothing"),
