@@ -13,7 +13,6 @@ array([1., 2.])
 from pathlib import Path as _Path
 
 from . import _native
-from ._call import explain as _explain
 from ._catalogue import Description, describe, operations
 from ._context import Context
 from ._decompositions import (
@@ -41,6 +40,7 @@ from ._errors import (
     SolverError,
     UnsupportedError,
 )
+from ._explain import explain as _explain
 from ._matrices import (
     adjoint,
     eye,

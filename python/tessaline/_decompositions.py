@@ -14,19 +14,11 @@ import numpy as np
 from numpy.typing import ArrayLike, DTypeLike
 
 from . import _native
-from ._call import (
-    Array,
-    call,
-    check_output,
-    convert,
-    make_ready,
-    numeric_dtype,
-    plain_array,
-    refuse_overlap,
-)
+from ._call import call, check_output, refuse_overlap
 from ._context import Context, current_context
 from ._dtypes import WORDS, Dtype, computed_in, from_word
 from ._errors import NumericalError, is_finite, no_finite_result
+from ._operands import Array, convert, make_ready, numeric_dtype, plain_array
 from ._signatures import INPUT, OUTPUT, SIGNATURES
 
 _LU_FACTOR = SIGNATURES["lu_factor"]

@@ -13,9 +13,10 @@ from typing import Any, SupportsIndex
 import numpy as np
 from numpy.typing import ArrayLike, DTypeLike
 
-from ._call import Array, call, check_output, make_ready, numeric_dtype, outputs_for
+from ._call import call, check_output, outputs_for
 from ._context import Context, current_context
 from ._dtypes import computed_in
+from ._operands import Array, make_ready, numeric_dtype
 from ._signatures import INPUT, OUTPUT, SIGNATURES
 
 _TRANSPOSE = SIGNATURES["transpose"]

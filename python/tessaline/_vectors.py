@@ -12,9 +12,10 @@ from typing import Any
 import numpy as np
 from numpy.typing import ArrayLike, DTypeLike
 
-from ._call import Array, call, check_output, make_ready, refuse_overlap, with_number
+from ._call import call, check_output, refuse_overlap
 from ._context import Context, current_context
 from ._dtypes import component_of, is_complex
+from ._operands import Array, make_ready, with_number
 from ._signatures import OUTPUT, SIGNATURES
 
 _SQRT = SIGNATURES["sqrt"]
