@@ -214,7 +214,11 @@ def refusals() -> list[Any]:
     memory = np.ones(9)
     read_only = np.ones(2)
     read_only.flags.writeable = False
-    factor, masked = t.lu_factor(m), np.ma.masked_array(x)
+    masked = np.ma.masked_array(x)
+
+    def factor() -> tessaline.LUFactor:
+        return t.lu_factor(m)
+
     return [
         (lambda: t.add(x, np.ones(2, f4)), TypeError, "x is float64 and y is float32"),
         (lambda: t.matmul(m, m.astype(complex)), TypeError, "a is float64 and b is complex128"),
@@ -235,7 +239,7 @@ def refusals() -> list[Any]:
         (lambda: t.add(x, [1, np.ma.masked]), TypeError, "y is masked"),
         (lambda: t.matmul([(masked, x), [x, x]][0], m), TypeError, "a is masked"),
         (lambda: t.scale(x, np.ma.masked), TypeError, "factor is masked"),
-        (lambda: t.solve(factor, masked), TypeError, "b is masked"),
+        (lambda: t.solve(factor(), masked), TypeError, "b is masked"),
         (lambda: t.add(x, x, out=masked), TypeError, "out is masked"),
         (lambda: t.add(x, np.ones(3)), ValueError, r"takes x\(n\), y\(n\) -> \(n\)"),
         (lambda: t.add(m, m), ValueError, r"x \(2, 2\)"),
@@ -258,12 +262,12 @@ def refusals() -> list[Any]:
         (lambda: t.sum(memory, out=memory[3:4].reshape(())), ValueError, "out overlaps"),
         (lambda: t.eigh(m, out=m), TypeError, "tuple of 2 arrays"),
         (lambda: t.eigh(m, out=(memory[:2], memory[1:5].reshape(2, 2))), ValueError, "overlaps"),
-        (lambda: factor.solve(np.ones(3)), ValueError, r"b has shape \(3,\)"),
-        (lambda: factor.solve(np.ones(2, f4)), TypeError, "a is float64 and b is float32"),
-        (lambda: t.solve(factor, x, dtype=f4), TypeError, "a factor of float64 .* float32"),
-        (lambda: t.logdet(factor, dtype=complex), TypeError, "a factor of float64 .* complex128"),
-        (lambda: t.solve(factor, x, context=1), TypeError, "must be a tessaline.Context"),
-        (lambda: t.logdet(factor, context=1), TypeError, "must be a tessaline.Context"),
+        (lambda: factor().solve(np.ones(3)), ValueError, r"b has shape \(3,\)"),
+        (lambda: factor().solve(np.ones(2, f4)), TypeError, "a is float64 and b is float32"),
+        (lambda: t.solve(factor(), x, dtype=f4), TypeError, "a factor of float64 .* float32"),
+        (lambda: t.logdet(factor(), dtype=complex), TypeError, "a factor of float64 .* complex128"),
+        (lambda: t.solve(factor(), x, context=1), TypeError, "must be a tessaline.Context"),
+        (lambda: t.logdet(factor(), context=1), TypeError, "must be a tessaline.Context"),
         (lambda: t.add(x, x, context=1), TypeError, "must be a tessaline.Context"),
         (lambda: t.operations(1), TypeError, "must be a tessaline.Context"),
         (lambda: t.describe("nothing"), KeyError, "nothing"),
