@@ -135,7 +135,8 @@ class Context:
         )
         self.pinning_policy = pinning_policy
         self.numa_policy = numa_policy
-        # The catalogue is sealed, so what it once said about result dtypes stays true.
+        # The catalogue is sealed, so what it once said about ids and result dtypes stays true.
+        self._ids: dict[str, str] = {}
         self._result_dtypes: dict[tuple[Signature, tuple[Dtype, ...]], tuple[Dtype, ...]] = {}
         # Shapes and dtypes of the results of calls that were made, by what they depend on.
         self._known_results: dict[tuple[Any, ...] | None, Results] = {}
@@ -262,7 +263,9 @@ class Context:
             ValueError, TypeError: for operands that do not fit it.
             Error: where no implementation takes them, and where the implementation fails.
         """
-        identifier = operation_id(operation, self.catalogue)
+        identifier = self._ids.get(operation)
+        if identifier is None:
+            identifier = self._ids[operation] = operation_id(operation, self.catalogue)
         outputs = out if isinstance(out, tuple) else (out,)
         bindings = {
             index: np.asarray(operand) if isinstance(operand, np.generic) else operand
