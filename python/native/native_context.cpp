@@ -58,8 +58,12 @@ std::shared_ptr<TessalineContext> catalogue_of(const NativeContext::Arguments& a
 } // namespace
 
 NativeContext::NativeContext(const Arguments& arguments)
+    : NativeContext(arguments, backend_executor(arguments)) {}
+
+NativeContext::NativeContext(const Arguments& arguments, BackendExecutor&& executor)
     : context_(catalogue_of(arguments)),
-      executor_(*context_, backend_executor(arguments)),
+      worker_count_(executor.cpu_runtime()->thread_count()),
+      executor_(*context_, std::move(executor)),
       thread_count_(arguments.thread_count),
       min_parallel_work_(arguments.min_parallel_work),
       cuda_device_(arguments.cuda_device) {}
@@ -99,6 +103,7 @@ void define_context(nb::module_& module) {
         .def_prop_ro("thread_count", &NativeContext::thread_count)
         .def_prop_ro("min_parallel_work", &NativeContext::min_parallel_work)
         .def_prop_ro("cuda_device", &NativeContext::cuda_device)
+        .def_prop_ro("_worker_count", &NativeContext::worker_count)
         .def(
             "synchronise", [](const NativeContext&) {}, "Wait for the context's device work.")
         .def_prop_ro(

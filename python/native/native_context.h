@@ -41,6 +41,8 @@ class NativeContext {
     explicit NativeContext(const Arguments& arguments);
 
     std::size_t thread_count() const { return thread_count_; }
+    /// The threads of a parallel loop: `thread_count`, or what 0 stands for on this machine.
+    std::size_t worker_count() const { return worker_count_; }
     std::size_t min_parallel_work() const { return min_parallel_work_; }
     std::int32_t cuda_device() const { return cuda_device_; }
 
@@ -55,7 +57,10 @@ class NativeContext {
     const TessalineExecutor& executor() const { return executor_; }
 
   private:
+    NativeContext(const Arguments& arguments, BackendExecutor&& executor);
+
     std::shared_ptr<TessalineContext> context_;
+    std::size_t worker_count_;
     TessalineExecutor executor_;
     std::size_t thread_count_;
     std::size_t min_parallel_work_;

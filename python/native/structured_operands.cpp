@@ -185,6 +185,12 @@ void run_unlocked(const NativeContext& context, const OperationId& id,
     context.executor().execute(id, bindings);
 }
 
+template <typename Operand>
+auto& swap_count(Operand& self) {
+    return *require_buffer_data<unsigned long>(self.handle().entity(), BufferRole::lu_swap_count, 1,
+                                               "LUOperand.swaps");
+}
+
 void define_lu_operand(nb::module_& module) {
     nb::class_<NativeLUOperand> type(module, "LUOperand",
                                      "Host storage of an LU factorisation, in compute precision.");
@@ -210,10 +216,11 @@ void define_lu_operand(nb::module_& module) {
                      [entity](Self self) {
                          return factor_view(entity(self), BufferRole::lu_factors, false, self);
                      })
-        .def_prop_ro("swaps", [](const NativeLUOperand& self) {
-            return *require_buffer_data<unsigned long>(
-                self.handle().entity(), BufferRole::lu_swap_count, 1, "LUOperand.swaps");
-        });
+        .def_prop_ro("swaps", [](const NativeLUOperand& self) { return swap_count(self); })
+        .def(
+            "_set_swaps",
+            [](NativeLUOperand& self, unsigned long swaps) { swap_count(self) = swaps; }, "swaps"_a,
+            "Complete factors that were copied into the views.");
 }
 
 void define_eigen_operand(nb::module_& module) {

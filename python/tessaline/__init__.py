@@ -34,11 +34,13 @@ from ._dtypes import bfloat16, complex32
 from ._errors import (
     ConvergenceError,
     Error,
+    NonFiniteError,
     NumericalError,
     SingularMatrixError,
     SolverError,
     UnsupportedError,
 )
+from ._explain import explain as _explain
 from ._matrices import (
     adjoint,
     eye,
@@ -53,6 +55,7 @@ from ._matrices import (
     transpose,
 )
 from ._native import NativeError
+from ._signatures import SIGNATURES as _SIGNATURES
 from ._vectors import (
     add,
     conjugate,
@@ -67,6 +70,9 @@ from ._vectors import (
     sum,
     vector_equal,
 )
+
+for _signature in _SIGNATURES.values():
+    _explain(globals()[_signature.name], _signature)
 
 __version__ = str(_native.build_info()["version"])
 
@@ -89,6 +95,7 @@ __all__ = [
     "Error",
     "LUFactor",
     "NativeError",
+    "NonFiniteError",
     "NumericalError",
     "SingularMatrixError",
     "SlogdetResult",

@@ -1,14 +1,15 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The command line: ``python -m tessaline``.
+"""The command line: ``tessaline``, or ``python -m tessaline``.
 
 Exit status: 0 for success, 1 where good operands have no result (a singular matrix, no memory),
-2 for a wrong command, file or operand.
+2 for a wrong command, file or operand, 130 when interrupted.
 """
 
 from __future__ import annotations
 
 import argparse
 import os
+import signal
 import sys
 from collections.abc import Sequence
 from pathlib import Path
@@ -23,6 +24,7 @@ from tessaline._signatures import SIGNATURES, Signature
 
 _NO_RESULT = 1
 _WRONG_USE = 2
+_INTERRUPTED = 128 + signal.SIGINT
 
 #: Operands of functions that are no operands of the operation's signature.
 _EXTRA = {"eye": ("n",), "partial_trace_left": ("order",), "partial_trace_right": ("order",)}
@@ -40,10 +42,13 @@ def main(words: Sequence[str] | None = None) -> int:
     except BrokenPipeError:
         # The reader has seen enough; nothing is left to be flushed at exit.
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+    except KeyboardInterrupt:
+        return _INTERRUPTED
     except KeyError as failure:
         return _complain(failure.args[0], _WRONG_USE)
     except OSError as failure:
-        return _complain(f"{failure.filename}: {failure.strerror}", _WRONG_USE)
+        place = failure.filename or "a file"
+        return _complain(f"{place}: {failure.strerror or failure}", _WRONG_USE)
     except (ValueError, TypeError, OverflowError) as failure:
         return _complain(str(failure).replace("pass dtype=", "give --dtype"), _WRONG_USE)
     return 0
@@ -55,9 +60,13 @@ def _complain(message: str, status: int) -> int:
 
 
 def _parser() -> argparse.ArgumentParser:
+    as_module = Path(sys.argv[0]).name == "__main__.py"
     parser = argparse.ArgumentParser(
-        prog="python -m tessaline",
+        prog="python -m tessaline" if as_module else "tessaline",
         description="Typed dense linear algebra with published numerics.",
+    )
+    parser.add_argument(
+        "--version", action="version", version=f"tessaline {tessaline.__version__}"
     )
     commands = parser.add_subparsers(required=True, metavar="COMMAND")
 
@@ -117,7 +126,10 @@ def _describe(arguments: argparse.Namespace) -> None:
 
 
 def _context_with(plugins: list[str]) -> tessaline.Context | None:
-    return tessaline.Context(plugins=plugins) if plugins else None
+    try:
+        return tessaline.Context(plugins=plugins) if plugins else None
+    except tessaline.Error as failure:
+        raise ValueError(str(failure)) from None
 
 
 def _run(arguments: argparse.Namespace) -> None:

@@ -8,90 +8,11 @@ from operator import is_
 from typing import Any
 
 import numpy as np
-from numpy.typing import NDArray
 
 from ._context import Context, check_writable, current_context
-from ._dtypes import INEXACT, Dtype, is_complex
+from ._dtypes import Dtype
+from ._operands import Array, is_masked, make_ready
 from ._signatures import INPUT, OUTPUT, Signature
-
-Array = NDArray[Any]
-
-#: What NumPy makes of Python's own numbers: such operands follow the dtype of the others.
-_PYTHON_DTYPES = frozenset(np.dtype(kind) for kind in (bool, np.int64, float, complex))
-
-
-def numeric_dtype(dtype: Any, name: str) -> Dtype:
-    """A dtype that arrays of the package may have. Raises TypeError for any other."""
-    wanted = np.dtype(dtype)
-    if wanted not in INEXACT:
-        known = ", ".join(sorted(str(each) for each in INEXACT))
-        raise TypeError(f"{name}: dtype {wanted} is none of {known}")
-    return wanted
-
-
-def convert(name: str, operand: str, array: Array, dtype: Dtype) -> Array:
-    """A C-contiguous, aligned array of native byte order and a given dtype: `array` or a copy.
-
-    Raises TypeError where that would drop an imaginary part or is no number at all.
-    """
-    if array.dtype != dtype:
-        if array.dtype.kind not in "biufc" and array.dtype.newbyteorder("=") not in INEXACT:
-            raise TypeError(f"{name}: {operand} is {array.dtype}, which is no numeric dtype")
-        if is_complex(array.dtype) and not is_complex(dtype):
-            raise TypeError(
-                f"{name}: {operand} is {array.dtype} and does not fit {dtype} without losing its "
-                "imaginary part"
-            )
-        array = array.astype(dtype, order="C")
-    flags = array.flags
-    if flags.carray or (flags.c_contiguous and flags.aligned):
-        return array
-    return np.array(array, dtype=dtype, order="C", copy=True)
-
-
-def make_ready(
-    name: str, names: Sequence[str], operands: Sequence[Any], dtype: Any = None
-) -> list[Array]:
-    """The operands as arrays of one dtype that the runtime can read in place.
-
-    Arrays keep their dtype, and differing dtypes are refused. Python numbers and sequences of
-    them take the dtype of the arrays beside them, float64 or complex128 where there is none. An
-    explicit `dtype` converts all of them.
-    """
-    arrays = []
-    common: Dtype | None = None
-    first = ""
-    for operand, value in zip(names, operands):
-        if isinstance(value, np.ndarray):
-            arrays.append(value)
-            own = value.dtype
-        else:
-            arrays.append(array := np.asarray(value))
-            own = array.dtype
-            if own in _PYTHON_DTYPES and not isinstance(value, np.generic):
-                continue
-        if dtype is not None:
-            continue
-        if own not in INEXACT:
-            own = own.newbyteorder("=")
-            if own not in INEXACT:
-                raise TypeError(
-                    f"{name}: {operand} is {own}, which no operation computes in; "
-                    "pass dtype= to convert it"
-                )
-        if common is None:
-            common, first = own, operand
-        elif own != common:
-            raise TypeError(
-                f"{name}: {first} is {common} and {operand} is {own}; dtypes are not mixed, "
-                "pass dtype= to convert both"
-            )
-    if dtype is not None:
-        common = numeric_dtype(dtype, name)
-    elif common is None:
-        complex_values = any(is_complex(array.dtype) for array in arrays)
-        common = np.dtype(complex if complex_values else float)
-    return [convert(name, operand, a, common) for operand, a in zip(names, arrays)]
 
 
 def check_output(
@@ -100,6 +21,8 @@ def check_output(
     """`out` itself, if a result of this shape and dtype can be written into its memory."""
     if not isinstance(out, np.ndarray):
         raise TypeError(f"{name}: {label} must be a NumPy array, not {type(out).__name__}")
+    if is_masked(type(out)):
+        raise TypeError(f"{name}: {label} is masked, and no operation knows masks")
     if out.dtype != dtype:
         raise TypeError(f"{name}: {label} is {out.dtype}, the result is {dtype}")
     if out.shape != shape:
@@ -177,7 +100,7 @@ def _run(
         bindings = {INPUT: operands[0], INPUT + 1: operands[1], OUTPUT: outputs[0]}
     else:
         bindings = dict(zip(signature.locations, (*operands, *outputs)))
-    context.run(signature, bindings)
+    context._run(signature, bindings)
 
 
 def call(
@@ -196,14 +119,14 @@ def call(
     """
     context = current_context(context)
     description = _description(signature, operands) if dtype is None and not sizes else None
-    known = context.known_results.get(description)
+    known = context._known_results.get(description)
     if known is None:
         arrays = make_ready(signature.name, signature.names, operands, dtype)
         shapes = signature.result_shapes(tuple([array.shape for array in arrays]), **sizes)
-        dtypes = context.result_dtypes(signature, tuple([array.dtype for array in arrays]))
+        dtypes = context._dtypes_of(signature, tuple([array.dtype for array in arrays]))
         known = (shapes, dtypes)
         if description is not None and all(map(is_, arrays, operands)):
-            context.remember_results(description, known)
+            context._remember_results(description, known)
         operands = arrays
     shapes, dtypes = known
     if out is None and len(shapes) == 1:

@@ -5,7 +5,7 @@ from __future__ import annotations
 
 from typing import Any
 
-from ._context import Context, default_catalogue
+from ._context import Context, current_context, default_catalogue, operation_id
 from ._formulas import Letters, formula, role_name
 from ._signatures import INPUT, SIGNATURES, Signature
 
@@ -16,9 +16,11 @@ _RELATIONS = {
     "divisible_by": "is divisible by",
 }
 
+_KINDS = {"lu": "LU factors", "eigen": "eigenvalues and eigenvectors"}
+
 
 def _catalogue_of(context: Context | None) -> Any:
-    return default_catalogue() if context is None else context.catalogue
+    return default_catalogue() if context is None else current_context(context).catalogue
 
 
 def _signature_of(identifier: str) -> Signature | None:
@@ -39,18 +41,14 @@ def operations(context: Context | None = None) -> tuple[str, ...]:
 def describe(operation: str, context: Context | None = None) -> "Description":
     """What an operation promises and how its implementations compute.
 
-    `operation` is an id such as ``tessaline.matmul@1``, or the name of a built-in one. Raises
-    KeyError for an operation that the catalogue does not have.
+    `operation` is an id such as ``tessaline.matmul@1``, also without its version, or the bare name
+    of a built-in one. Raises KeyError for an operation that the catalogue does not have.
 
     >>> describe("matmul").id
     'tessaline.matmul@1'
     """
     catalogue = _catalogue_of(context)
-    known = SIGNATURES.get(operation)
-    identifier = known.id if known else operation
-    if identifier not in catalogue.operations():
-        raise KeyError(f"no operation {operation!r}; tessaline.operations() lists them")
-    return Description(catalogue.describe(identifier))
+    return Description(catalogue.describe(operation_id(operation, catalogue)))
 
 
 class Description:
@@ -66,6 +64,7 @@ class Description:
         self.record = record
         self.id: str = record["id"]
         known = _signature_of(self.id)
+        self._known = known
         self.signature = known.text if known else None
         self._letters: Letters = _letters_of(known) if known else {}
 
@@ -113,17 +112,31 @@ class Description:
 
     def _sections(self) -> list[tuple[str, list[str]]]:
         record = self.record
-        operands = [f"{each['id']}: {each['access']}" for each in record["operands"]]
         return [
             ("Provided by", [record["provenance"]] if self.signature is None else []),
             ("Signature", [self.signature] if self.signature else []),
-            ("Operands", operands),
+            ("Operands", [self._operand(each) for each in record["operands"]]),
             ("Shapes", [self._constraint(each) for each in record["constraints"]]),
             ("Requirements", [self._requirement(each) for each in record["requirements"]]),
             ("Notes", record["notes"]),
             ("Parameters", self._parameters()),
             ("Notes on the implementations", self._remarks()),
         ]
+
+    def _operand(self, operand: dict[str, Any]) -> str:
+        """An operand with its name in the signature, its kind, and what is done to it."""
+        name, role = operand["id"], operand["role"]
+        if self._known is not None and role < self._known.read_count:
+            name += f" ({self._known.names[role]})"
+        # A contract may leave the kind open; the implementations do not.
+        kinds = {
+            each["kind"]
+            for implementation in self.record["implementations"]
+            for each in implementation["operands"]
+            if each["role"] == role
+        }
+        kind = " or ".join(_KINDS.get(each, each) for each in sorted(kinds)) or "operand"
+        return f"{name}: {kind}, {operand['access'].replace('_', ' ')}"
 
     def _constraint(self, constraint: dict[str, Any]) -> str:
         # The signature has the letters, so the axes are named in full here.
@@ -180,7 +193,7 @@ class Description:
         rows = []
         for each in self.record["implementations"]:
             numerics = each["numerics"]
-            cells = [each["operands"][0]["dtype"], each["backend"]]
+            cells = [_dtypes(each["operands"]), each["backend"]]
             if numerics:
                 cost, precision = numerics["complexity"], numerics["precision"]
                 cells += [
@@ -194,6 +207,14 @@ class Description:
             if cells not in rows:
                 rows.append(cells)
         return [("Implementations", header, rows)] if rows else []
+
+
+def _dtypes(operands: list[dict[str, Any]]) -> str:
+    """The dtypes of operands that are read, and behind an arrow of those that are written."""
+    if len({each["dtype"] for each in operands}) == 1:
+        return str(operands[0]["dtype"])
+    sides = [[each["dtype"] for each in operands if each["write"] == side] for side in (0, 1)]
+    return " -> ".join(", ".join(side) for side in sides if side)
 
 
 def _letters_of(signature: Signature) -> Letters:

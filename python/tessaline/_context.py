@@ -3,20 +3,21 @@
 
 from __future__ import annotations
 
+import operator
 import os
 import threading
 from collections.abc import Iterable
 from contextvars import ContextVar
 from types import TracebackType
-from typing import Any, Literal
+from typing import Any, Literal, SupportsIndex, get_args
 
 import numpy as np
 
 from . import _native
 from ._dtypes import INEXACT, WORDS, Dtype, from_word
-from ._errors import UnsupportedError, error_from
+from ._errors import Error, UnsupportedError, error_from
 from ._native import NativeError
-from ._signatures import OUTPUT, Shape, Signature
+from ._signatures import OUTPUT, SIGNATURES, Shape, Signature
 
 Policy = Literal["disabled", "auto", "strict"]
 
@@ -71,30 +72,45 @@ def default_catalogue() -> Any:
     return _catalogue
 
 
-def _catalogue_with(plugins: Iterable[str | os.PathLike[str]]) -> Any:
+def _catalogue_with(plugins: Iterable[str]) -> Any:
     """A catalogue of the built-in operations and those of plugins."""
     builder = _native.ContextBuilder()
     for plugin in plugins:
-        # A bare name would be searched in the folders of system libraries.
-        path = os.path.abspath(plugin)
         try:
-            builder.load_plugin(path)
+            builder.load_plugin(plugin)
         except RuntimeError as failure:
-            raise error_from("load_plugin", failure) from None
+            raise error_from("load_plugin", failure) or failure from None
     return builder.build()
 
 
-class Context(_native.Context):
+def operation_id(operation: str, catalogue: Any) -> str:
+    """The id that a catalogue has an operation under.
+
+    `operation` is the id, the id without its version, which stands for the newest, or the bare name
+    of a built-in one. Raises KeyError for an operation that the catalogue does not have.
+    """
+    known = SIGNATURES.get(operation)
+    identifiers = catalogue.operations()
+    wanted = known.id if known else operation
+    if wanted in identifiers:
+        return wanted
+    versions = [each for each in identifiers if each.rpartition("@")[0] == wanted]
+    if not versions:
+        raise KeyError(f"no operation {operation!r}; tessaline.operations() lists them")
+    return max(versions, key=lambda each: int(each.rpartition("@")[2]))
+
+
+class Context:
     """Where operations run: a pool of threads, their placement and a catalogue.
 
     Pass one as ``context=`` to a function, or make it the current one of a block with ``with``.
     Contexts with the same options share their threads, which start at the first call that is
     large enough. One context may be used by several Python threads at once. The number of threads
-    never changes a bit of a result.
+    never changes a bit of a result. A pickled context is made anew where it is loaded.
 
     Args:
         thread_count: worker threads; 0 takes all CPUs of the process but one, which is left to
-            the caller.
+            the caller. With one thread all work stays on the calling thread.
         min_parallel_work: estimated scalar operations below which a call stays on the calling
             thread.
         pinning_policy: ``"disabled"`` leaves threads to the operating system, ``"auto"`` keeps
@@ -103,6 +119,10 @@ class Context(_native.Context):
         catalogue: the operations to offer; by default the built-in ones.
         plugins: files of native plugins, whose operations are offered beside the built-in ones.
             `call` runs them.
+
+    Attributes:
+        thread_count: how many threads share the work of a large call, never 0.
+        min_parallel_work, pinning_policy, numa_policy, catalogue: as given.
 
     Raises:
         ValueError: for an unknown word, more threads than the machine has CPUs for, or a plugin
@@ -117,34 +137,68 @@ class Context(_native.Context):
 
     def __init__(
         self,
-        thread_count: int = 0,
-        min_parallel_work: int = 32768,
+        thread_count: SupportsIndex = 0,
+        min_parallel_work: SupportsIndex = 32768,
         *,
         pinning_policy: Policy = "disabled",
         numa_policy: Policy = "auto",
         catalogue: Any = None,
         plugins: Iterable[str | os.PathLike[str]] = (),
     ) -> None:
+        _require_words(pinning_policy=pinning_policy, numa_policy=numa_policy)
+        if not isinstance(catalogue, (_native._Catalogue, type(None))):
+            raise TypeError(f"Context: catalogue is no catalogue but {type(catalogue).__name__}")
         if isinstance(plugins, (str, os.PathLike)):
             raise TypeError("Context: plugins is a sequence of files")
-        if plugins:
+        # A bare name would be searched in the folders of system libraries.
+        self._plugins = tuple(os.path.abspath(plugin) for plugin in plugins)
+        if self._plugins:
             if catalogue is not None:
                 raise TypeError("Context: give either a catalogue or plugins, not both")
-            catalogue = _catalogue_with(plugins)
-        self.catalogue = catalogue if catalogue is not None else default_catalogue()
-        super().__init__(
-            thread_count,
-            min_parallel_work,
-            pinning_policy=pinning_policy,
-            numa_policy=numa_policy,
-            catalogue=self.catalogue,
+            catalogue = _catalogue_with(self._plugins)
+        self.catalogue = default_catalogue() if catalogue is None else catalogue
+        self._wanted_threads = _count("thread_count", thread_count)
+        self._native = self._open(
+            _count("min_parallel_work", min_parallel_work), pinning_policy, numa_policy
         )
         self.pinning_policy = pinning_policy
         self.numa_policy = numa_policy
-        # The catalogue is sealed, so what it once said about result dtypes stays true.
+        # The catalogue is sealed, so what it once said about ids and result dtypes stays true.
+        self._ids: dict[str, str] = {}
         self._result_dtypes: dict[tuple[Signature, tuple[Dtype, ...]], tuple[Dtype, ...]] = {}
-        #: Shapes and dtypes of the results of calls that were made, by what they depend on.
-        self.known_results: dict[tuple[Any, ...] | None, Results] = {}
+        # Shapes and dtypes of the results of calls that were made, by what they depend on.
+        self._known_results: dict[tuple[Any, ...] | None, Results] = {}
+
+    def _open(self, work: int, pinning_policy: Policy, numa_policy: Policy) -> _native.Context:
+        def opened(threads: int) -> _native.Context:
+            return _native.Context(
+                threads,
+                work,
+                pinning_policy=pinning_policy,
+                numa_policy=numa_policy,
+                catalogue=self.catalogue,
+            )
+
+        try:
+            return opened(self._wanted_threads)
+        except ValueError:
+            possible = opened(0)._worker_count
+            if self._wanted_threads <= possible:
+                raise
+            raise ValueError(
+                f"Context: thread_count {self._wanted_threads} is more than the {possible} "
+                "possible here; one CPU of the process is left to the caller"
+            ) from None
+
+    @property
+    def thread_count(self) -> int:
+        """How many threads share the work of a large call."""
+        return self._native._worker_count
+
+    @property
+    def min_parallel_work(self) -> int:
+        """The estimated scalar operations below which a call stays on the calling thread."""
+        return self._native.min_parallel_work
 
     def __repr__(self) -> str:
         return (
@@ -152,6 +206,15 @@ class Context(_native.Context):
             f"min_parallel_work={self.min_parallel_work}, "
             f"pinning_policy={self.pinning_policy!r}, numa_policy={self.numa_policy!r})"
         )
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        if not self._plugins and self.catalogue is not default_catalogue():
+            raise TypeError(
+                "Context: a catalogue belongs to its process and cannot be pickled; name plugins="
+            )
+        # The CPUs may be others where the context is made anew, so 0 stays 0.
+        counts = (self._wanted_threads, self.min_parallel_work)
+        return _restored_context, (*counts, self.pinning_policy, self.numa_policy, self._plugins)
 
     def __enter__(self) -> "Context":
         _entered.set((*_entered.get(), self))
@@ -163,9 +226,14 @@ class Context(_native.Context):
         value: BaseException | None,
         traceback: TracebackType | None,
     ) -> None:
-        _entered.set(_entered.get()[:-1])
+        # A generator may leave its block while one is open that its caller entered later.
+        entered = _entered.get()
+        for index in reversed(range(len(entered))):
+            if entered[index] is self:
+                _entered.set(entered[:index] + entered[index + 1 :])
+                break
 
-    def result_dtypes(self, signature: Signature, inputs: tuple[Dtype, ...]) -> tuple[Dtype, ...]:
+    def _dtypes_of(self, signature: Signature, inputs: tuple[Dtype, ...]) -> tuple[Dtype, ...]:
         """The dtypes of an operation's results for inputs of these dtypes.
 
         Raises UnsupportedError where no implementation takes them.
@@ -177,11 +245,11 @@ class Context(_native.Context):
             self._result_dtypes[key] = known
         return known
 
-    def remember_results(self, description: tuple[Any, ...], results: Results) -> None:
+    def _remember_results(self, description: tuple[Any, ...], results: Results) -> None:
         """Notes what a call gives. A program makes few calls that differ in shapes and dtypes."""
-        if len(self.known_results) >= _KNOWN_RESULTS:
-            self.known_results.clear()
-        self.known_results[description] = results
+        if len(self._known_results) >= _KNOWN_RESULTS:
+            self._known_results.clear()
+        self._known_results[description] = results
 
     def _infer(self, signature: Signature, inputs: tuple[Dtype, ...]) -> tuple[Dtype, ...]:
         if len(signature.outputs) > 1:
@@ -193,9 +261,9 @@ class Context(_native.Context):
         ]
         shape = (1,) * len(signature.outputs[0])
         try:
-            storage, _ = self._result_policy(signature.id, described, shape)
+            storage, _ = self._native._result_policy(signature.id, described, shape)
         except NativeError as failure:
-            raise error_from(signature.id, failure) from None
+            raise error_from(signature.id, failure) or failure from None
         return (from_word(storage),)
 
     def _infer_several(self, signature: Signature, inputs: tuple[Dtype, ...]) -> tuple[Dtype, ...]:
@@ -212,18 +280,21 @@ class Context(_native.Context):
         )
 
     def call(self, operation: str, *inputs: Any, out: Any) -> Any:
-        """Runs any operation of the catalogue by its id, such as one of a plugin.
+        """Runs any operation of the catalogue by its id or name, such as one of a plugin.
 
         `inputs` and `out`, one array or a tuple of them, are what the operation takes: nothing is
         converted, so that the choice of an implementation stays the caller's. A scalar is an array
         of rank 0 or, as an input, a NumPy scalar. Returns `out`.
 
         Raises:
-            IndexError: for an operation that the catalogue does not have.
+            KeyError: for an operation that the catalogue does not have.
             ValueError, TypeError: for operands that do not fit it, and for an array in `out` that
                 cannot be written into as it lies.
             Error: where no implementation takes them, and where the implementation fails.
         """
+        identifier = self._ids.get(operation)
+        if identifier is None:
+            identifier = self._ids[operation] = operation_id(operation, self.catalogue)
         outputs = out if isinstance(out, tuple) else (out,)
         bindings = {
             index: np.asarray(operand) if isinstance(operand, np.generic) else operand
@@ -233,21 +304,53 @@ class Context(_native.Context):
             _check_output(operation, f"output {index}", output)
             bindings[OUTPUT + index] = output
         try:
-            self.execute(operation, bindings, dict.fromkeys(bindings, "host"))
-        except RuntimeError as failure:
+            self._execute(identifier, bindings, dict.fromkeys(bindings, "host"))
+        except Error:
             # Asked now, since a call that succeeds is worth its time.
             for role, operand in bindings.items():
                 label = f"input {role}" if role < OUTPUT else f"output {role - OUTPUT}"
                 _check_dtype(operation, label, operand)
-            raise error_from(operation, failure) from None
+            raise
         return out
 
-    def run(self, signature: Signature, bindings: dict[int, Any]) -> Any:
-        """Execute an operation on operands by role. Native failures become errors for people."""
+    def _run(self, signature: Signature, bindings: dict[int, Any]) -> None:
+        """Executes an operation on operands by role."""
+        self._execute(signature.id, bindings, signature.locations)
+
+    def _execute(
+        self, operation: str, bindings: dict[int, Any], locations: dict[int, str]
+    ) -> None:
+        """The one way into the runtime. Its failures become errors for people."""
         try:
-            return self.execute(signature.id, bindings, signature.locations)
-        except RuntimeError as failure:
-            raise error_from(signature.id, failure) from None
+            self._native.execute(operation, bindings, locations)
+        except (RuntimeError, ValueError) as failure:
+            error = error_from(operation, failure)
+            if error is None:
+                raise
+            raise error from None
+
+
+def _require_words(**policies: Any) -> None:
+    for name, word in policies.items():
+        if word not in get_args(Policy):
+            known = ", ".join(map(repr, get_args(Policy)))
+            raise ValueError(f"Context: {name} {word!r} is none of {known}")
+
+
+def _count(name: str, value: SupportsIndex) -> int:
+    """A number of the constructor, of any integer type."""
+    count = operator.index(value)
+    if not 0 <= count < 2**63:
+        raise ValueError(f"Context: {name} must not be {'negative' if count < 0 else 'that large'}")
+    return count
+
+
+def _restored_context(
+    thread_count: int, work: int, pinning: Policy, numa: Policy, plugins: tuple[str, ...]
+) -> Context:
+    return Context(
+        thread_count, work, pinning_policy=pinning, numa_policy=numa, plugins=plugins
+    )
 
 
 def current_context(context: Context | None = None) -> Context:

@@ -2,7 +2,8 @@
 """Factorisations, linear systems, determinants and eigenvalues.
 
 Results are in compute precision: of float16 and bfloat16 operands in float32, of complex32 in
-complex64. A matrix that has no result raises an error that is also a numpy.linalg.LinAlgError.
+complex64. A matrix that has no result raises a NumericalError, which is also a
+numpy.linalg.LinAlgError; one that holds NaN or an infinity raises NonFiniteError everywhere.
 """
 
 from __future__ import annotations
@@ -13,9 +14,11 @@ import numpy as np
 from numpy.typing import ArrayLike, DTypeLike
 
 from . import _native
-from ._call import Array, call, check_output, convert, make_ready, refuse_overlap
+from ._call import call, check_output, refuse_overlap
 from ._context import Context, current_context
-from ._dtypes import WORDS, Dtype, computed_in
+from ._dtypes import WORDS, Dtype, computed_in, from_word
+from ._errors import NumericalError, is_finite, no_finite_result
+from ._operands import Array, convert, make_ready, numeric_dtype, plain_array
 from ._signatures import INPUT, OUTPUT, SIGNATURES
 
 _LU_FACTOR = SIGNATURES["lu_factor"]
@@ -58,7 +61,9 @@ def _complex_of(dtype: Dtype) -> Dtype:
 class LUFactor:
     """A matrix factored as P A = L U, ready to solve systems. Made by `lu_factor`.
 
-    Nothing changes a factor, so several threads may solve with one.
+    Nothing changes a factor, so several threads may solve with one. It runs on the context that
+    made it, unless a call names another. A copy, or one that was pickled, solves with the same
+    bits.
     """
 
     def __init__(self, operand: Any, source: Dtype, context: Context) -> None:
@@ -68,6 +73,11 @@ class LUFactor:
 
     def __repr__(self) -> str:
         return f"<LUFactor of order {self.size}, {self.dtype}>"
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        operand = self._operand
+        content = (operand.factors, operand.pivots, operand.swaps)
+        return _restored_factor, (*content, WORDS[self._source][0], self._context)
 
     @property
     def size(self) -> int:
@@ -91,12 +101,20 @@ class LUFactor:
         """Step k swapped row k with row ``pivots[k]``, rows counted from 0."""
         return np.subtract(self._operand.pivots, 1, dtype=np.int64)
 
-    def solve(self, b: ArrayLike, *, out: Array | None = None) -> Array:
+    def solve(
+        self,
+        b: ArrayLike,
+        *,
+        out: Array | None = None,
+        dtype: DTypeLike | None = None,
+        context: Context | None = None,
+    ) -> Array:
         """The solution x of A x = b for a vector b of n elements, or one for each column.
 
-        `b` has the dtype of the factors or of the matrix they were made from. `out` may be `b`.
+        `b` has the dtype of the factors or of the matrix they were made from; a `dtype` is one of
+        these two, to convert `b` to. `out` may be `b`.
         """
-        rhs = self._right_hand_side(b)
+        rhs = self._right_hand_side(b, dtype)
         if rhs.ndim not in (1, 2) or rhs.shape[0] != self.size:
             raise ValueError(
                 f"solve: b has shape {rhs.shape}, the matrix is of order {self.size}"
@@ -104,49 +122,80 @@ class LUFactor:
         if out is not None:
             check_output("solve", out, rhs.shape, self.dtype)
             refuse_overlap("solve", out, (rhs,), elementwise=True)
+        context = self._context if context is None else current_context(context)
         if rhs.ndim == 1:
             result = np.empty_like(rhs) if out is None else out
             np.copyto(result, rhs)
-            self._solve_in_place(result)
+            self._solve_in_place(result, context)
             return result
         columns = np.array(rhs.T, order="C", copy=True)
         for column in columns:
-            self._solve_in_place(column)
+            self._solve_in_place(column, context)
         if out is None:
             return np.ascontiguousarray(columns.T)
         np.copyto(out, columns.T)
         return out
 
-    def _right_hand_side(self, b: ArrayLike) -> Array:
-        if isinstance(b, (np.ndarray, np.generic)):
-            own = b.dtype.newbyteorder("=")
+    def _right_hand_side(self, b: ArrayLike, dtype: DTypeLike | None) -> Array:
+        array = plain_array("solve", "b", b)
+        if dtype is not None:
+            array = convert("solve", "b", array, self._own_dtype("solve", dtype))
+        elif hasattr(b, "dtype"):
+            own = array.dtype.newbyteorder("=")
             if own not in (self.dtype, self._source):
                 raise TypeError(
                     f"solve: a is {self._source} and b is {own}; dtypes are not mixed"
                 )
-        return convert("solve", "b", np.asarray(b), self.dtype)
+        return convert("solve", "b", array, self.dtype)
 
-    def _solve_in_place(self, vector: Array) -> None:
-        self._context.run(_SOLVE, {INPUT: self._operand, OUTPUT: vector})
+    def _own_dtype(self, name: str, dtype: DTypeLike) -> Dtype:
+        wanted = numeric_dtype(dtype, name)
+        if wanted not in (self.dtype, self._source):
+            raise TypeError(
+                f"{name}: a is a factor of {self._source} and cannot become {wanted}; "
+                "factor the matrix with that dtype"
+            )
+        return wanted
 
-    def logdet(self) -> Any:
+    def _solve_in_place(self, vector: Array, context: Context) -> None:
+        context._run(_SOLVE, {INPUT: self._operand, OUTPUT: vector})
+
+    def logdet(
+        self, *, dtype: DTypeLike | None = None, context: Context | None = None
+    ) -> Any:
         """The logarithm of the determinant, a complex number.
 
         Its imaginary part is the angle of the determinant: 0 or pi for a real matrix. It is not
-        folded into the principal range for complex64.
+        folded into the principal range for complex64. A `dtype` can only be the factor's own.
         """
+        if dtype is not None:
+            self._own_dtype("logdet", dtype)
+        context = self._context if context is None else current_context(context)
         result = np.empty((), _complex_of(self.dtype))
-        self._context.run(_LOGDET, {INPUT: self._operand, OUTPUT: result})
+        context._run(_LOGDET, {INPUT: self._operand, OUTPUT: result})
         return result[()]
+
+
+def _restored_factor(
+    factors: Array, pivots: Array, swaps: int, source: str, context: Context
+) -> LUFactor:
+    operand = _native.LUOperand(len(factors), dtype=WORDS[factors.dtype][0])
+    operand.factors[...] = factors
+    operand.pivots[...] = pivots
+    operand._set_swaps(swaps)
+    return LUFactor(operand, from_word(source), context)
 
 
 def lu_factor(
     a: ArrayLike, *, dtype: DTypeLike | None = None, context: Context | None = None
 ) -> LUFactor:
-    """Factors a square matrix with partial pivoting.
+    """Factors a square matrix with partial pivoting, in some 2/3 n^3 operations.
 
-    Raises SingularMatrixError where a pivot is zero; the complex64 engine also refuses pivots
-    with a squared magnitude below its machine epsilon.
+    Raises SingularMatrixError where a pivot is zero, and SolverError where one leaves the range.
+
+    Factors of complex64 and complex32 compare pivots by their squared magnitudes in float32. A
+    pivot of magnitude below some 3.5e-4 counts as zero, however small the matrix is as a whole, and
+    those above 1.8e19 are not told apart: scale such matrices to a norm near 1, or use complex128.
 
     >>> factor = lu_factor([[0, 2], [4, 0]])
     >>> factor.solve([2, 4])
@@ -158,7 +207,14 @@ def lu_factor(
     (array,) = make_ready("lu_factor", _LU_FACTOR.names, (a,), dtype)
     _LU_FACTOR.bind((array.shape,))
     operand = _native.LUOperand(array)
-    context.run(_LU_FACTOR, {OUTPUT: operand})
+    try:
+        context._run(_LU_FACTOR, {OUTPUT: operand})
+    except NumericalError as failure:
+        # NaN and infinities show up as pivots that are singular or left the range.
+        raise no_finite_result(_LU_FACTOR.id, str(failure), array, failure) from None
+    # The other dtypes look at each pivot in turn. NaN or an infinity anywhere reaches a pivot.
+    if operand.dtype == "complex64" and not is_finite(operand.factors.diagonal()):
+        raise no_finite_result(_LU_FACTOR.id, "LU factorisation - non-finite pivot", array)
     return LUFactor(operand, array.dtype, context)
 
 
@@ -172,14 +228,15 @@ def solve(
 ) -> Array:
     """The solution x of A x = b, for a vector b or for each column of a matrix b.
 
-    `a` is an n by n matrix or the factor that `lu_factor` made of one. Raises SingularMatrixError
-    where the matrix has no inverse. `out` may be `b`.
+    `a` is an n by n matrix or the factor that `lu_factor` made of one, whose methods tell what
+    `dtype` and `context` mean then. Raises SingularMatrixError where the matrix has no inverse.
+    Complex64 has the limits that `lu_factor` tells of. `out` may be `b`.
 
     >>> solve([[2, 0], [0, 4]], [2, 2])
     array([1. , 0.5])
     """
     if isinstance(a, LUFactor):
-        return a.solve(b, out=out)
+        return a.solve(b, out=out, dtype=dtype, context=context)
     matrix, rhs = make_ready("solve", _SOLVE.names, (a, b), dtype)
     return lu_factor(matrix, context=context).solve(rhs, out=out)
 
@@ -194,8 +251,9 @@ def logdet(
     >>> logdet([[1, 0], [0, -1]])
     np.complex128(3.141592653589793j)
     """
-    factor = a if isinstance(a, LUFactor) else lu_factor(a, dtype=dtype, context=context)
-    return factor.logdet()
+    if isinstance(a, LUFactor):
+        return a.logdet(dtype=dtype, context=context)
+    return lu_factor(a, dtype=dtype, context=context).logdet()
 
 
 def slogdet(
@@ -207,7 +265,8 @@ def slogdet(
 ) -> SlogdetResult:
     """Sign and logarithm of the magnitude of the determinant of a square matrix.
 
-    A singular matrix has the sign 0 and the logarithm -inf. The entries must be finite.
+    A singular matrix has the sign 0 and the logarithm -inf. Raises SolverError where the
+    elimination leaves the range.
 
     >>> slogdet([[2, 0], [0, -0.5]])
     SlogdetResult(sign=np.float64(-1.0), logabsdet=np.float64(0.0))
@@ -224,8 +283,8 @@ def logdet_positive_definite(
 ) -> Any:
     """The real logarithm of the determinant of a positive definite matrix.
 
-    Raises ValueError where the matrix is not Hermitian or not finite, SolverError where it is not
-    positive definite.
+    Raises NumericalError where the matrix is not Hermitian, SolverError where it is not positive
+    definite.
 
     >>> logdet_positive_definite([[1, 0], [0, 1]])
     np.float64(0.0)
@@ -242,8 +301,12 @@ def eig(
 ) -> EigResult:
     """All eigenvalues and right eigenvectors of a square matrix, complex also for a real one.
 
-    `out` is a pair of C-contiguous arrays for values and vectors. Raises ConvergenceError where
-    the iteration reaches its limit, and SolverError for pairs that fail their residual check.
+    The solver works in complex128 on the full matrix, and its time grows with the fourth power of
+    the order: seconds at 200. `eigh` is much faster for Hermitian matrices.
+
+    Raises ConvergenceError where 256 iterations in a row find no eigenvalue, and SolverError for
+    pairs that fail their residual check, as they may where rows, columns or entries differ by a
+    factor of 2**40 and more, and for eigenvalues beyond the range of the result.
 
     >>> values, vectors = eig([[0, 1], [-1, 0]])
     >>> sorted(values.imag.round(12).tolist())
@@ -262,7 +325,7 @@ def eig(
         refuse_overlap("eig", out[0], out[1:], False, "out[0]")
         outputs = out
     operand: Any = _native.EigenOperand(n, dtype=WORDS[result][0])
-    context.run(_EIG, {INPUT: array, OUTPUT: operand})
+    context._run(_EIG, {INPUT: array, OUTPUT: operand})
     found = EigResult(operand.values, operand.vectors)
     if outputs is None:
         return found
@@ -280,7 +343,8 @@ def eigh(
 ) -> EighResult:
     """Real eigenvalues, ascending, and orthonormal eigenvectors of a Hermitian matrix.
 
-    Raises ValueError where the matrix is not Hermitian or not finite.
+    Raises NumericalError where the matrix is not Hermitian, SolverError where an eigenvalue leaves
+    the range.
 
     >>> eigh([[2, 0], [0, 1]]).eigenvalues
     array([1., 2.])
@@ -297,7 +361,8 @@ def eigvalsh(
 ) -> Array:
     """The real eigenvalues, ascending, of a Hermitian matrix.
 
-    Raises ValueError where the matrix is not Hermitian or not finite.
+    Raises NumericalError where the matrix is not Hermitian, SolverError where an eigenvalue leaves
+    the range.
 
     >>> eigvalsh([[2, 0], [0, 1]])
     array([1., 2.])
@@ -314,9 +379,18 @@ def principal_eigenvector(
 ) -> Array:
     """A complex eigenvector of the eigenvalue of greatest magnitude, of norm 1.
 
-    It is defined up to a phase, and only where one eigenvalue is greatest.
+    It is defined up to a phase, and only where one eigenvalue is greatest. It costs what `eig`
+    does, but for complex64: there it is the vector after at most 512 steps of power iteration from
+    the vector of ones, converged or not, in some n^2 operations a step. Squares in that iteration
+    are formed as they are, so a matrix of norm below some 1e-7 or above 1e19 can give a vector of
+    norm 0: scale it to a norm near 1, or use complex128.
 
     >>> principal_eigenvector([[3, 0], [0, 1]]).real.round(12)
     array([1., 0.])
     """
-    return call(_PRINCIPAL, (a,), out=out, dtype=dtype, context=context)
+    (array,) = make_ready("principal_eigenvector", _PRINCIPAL.names, (a,), dtype)
+    result: Array = call(_PRINCIPAL, (array,), out=out, context=context)
+    # Power iteration goes on with whatever the arithmetic gives.
+    if array.dtype == np.complex64 and not is_finite(result):
+        raise no_finite_result(_PRINCIPAL.id, "power iteration - non-finite iterate", array)
+    return result

@@ -3,7 +3,6 @@
 
 from __future__ import annotations
 
-import zipfile
 from collections.abc import Mapping
 from pathlib import Path
 from typing import Any
@@ -20,7 +19,7 @@ SUFFIXES = (".npy", ".npz", ".csv", ".mtx")
 def load(text: str) -> NDArray[Any]:
     """The array of a file. An array of several in an .npz file is named as in ``file.npz:name``.
 
-    Raises ValueError, naming the file, for content that is no array, and OSError.
+    Raises ValueError, naming the file, for content that is no array or too large, and OSError.
     """
     name = ""
     if not Path(text).exists() and ".npz:" in text:
@@ -40,7 +39,12 @@ def load(text: str) -> NDArray[Any]:
             return _load_csv(path)
         array: NDArray[Any] = np.load(path, allow_pickle=False)
         return array
-    except (ValueError, EOFError, zipfile.BadZipFile) as failure:
+    except OSError:
+        raise
+    except MemoryError:
+        raise ValueError(f"{path}: announces more numbers than fit into memory") from None
+    except Exception as failure:
+        # Bytes that are no array make the readers of the formats fail in many ways.
         message = str(failure)
         if not message.startswith(str(path)):
             message = f"{path}: {message}"

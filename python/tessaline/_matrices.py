@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Products, transposes and traces of matrices.
 
-``out=``, ``dtype=`` and ``context=`` are those of the functions on vectors. An `out` must not
-overlap an operand: all elements of the operands are needed until the last result is written.
+An `out` must not overlap an operand: all elements of the operands are needed until the last result
+is written.
 """
 
 from __future__ import annotations
@@ -13,8 +13,10 @@ from typing import Any, SupportsIndex
 import numpy as np
 from numpy.typing import ArrayLike, DTypeLike
 
-from ._call import Array, call, check_output, make_ready, numeric_dtype, outputs_for
+from ._call import call, check_output, outputs_for
 from ._context import Context, current_context
+from ._dtypes import computed_in
+from ._operands import Array, make_ready, numeric_dtype
 from ._signatures import INPUT, OUTPUT, SIGNATURES
 
 _TRANSPOSE = SIGNATURES["transpose"]
@@ -29,7 +31,10 @@ _POWER = SIGNATURES["matrix_power"]
 _UNITARY = SIGNATURES["is_unitary"]
 _EYE = SIGNATURES["eye"]
 
+#: The runtime reads exponents as signed integers of 32 bits.
 _EXPONENT_LIMIT = 2**31 - 1
+#: Of larger exponents: a power of two that the runtime reads, so that its square is one product.
+_DIGIT_BITS = 30
 
 
 def transpose(
@@ -195,9 +200,12 @@ def matrix_power(
     dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
-    """The n by n matrix `a` to an integer power from 0 to 2**31 - 1, by repeated squaring.
+    """The n by n matrix `a` to an integer power that is not negative, by repeated squaring.
 
-    Raises ValueError for a negative exponent and OverflowError for one that is too large.
+    Exponents from 2**31 on are split into digits of 30 bits, lowest first, and the result is the
+    product, from left to right, of the powers that belong to the digits. Operands of 16 bits, and
+    complex32, are then multiplied in compute precision and rounded once. Elements that leave the
+    range become infinities and NaN. Raises ValueError for a negative exponent.
 
     >>> matrix_power([[1, 1], [0, 1]], 10)
     array([[ 1., 10.],
@@ -207,14 +215,36 @@ def matrix_power(
     (array,) = make_ready("matrix_power", _POWER.names[:1], (a,), dtype)
     power = operator.index(exponent)
     if power < 0:
-        raise ValueError(f"matrix_power: the exponent {power} is negative; solve with an identity")
-    if power > _EXPONENT_LIMIT:
-        raise OverflowError(f"matrix_power: the exponent {power} exceeds {_EXPONENT_LIMIT}")
-    count = np.array(power, np.int32)
-    shapes = _POWER.result_shapes((array.shape, count.shape))
+        raise ValueError("matrix_power: the exponent is negative; solve with an identity")
+    shapes = _POWER.result_shapes((array.shape, ()))
     (result,) = outputs_for(_POWER, shapes, (array.dtype,), (array,), out)
-    context.run(_POWER, {INPUT: array, INPUT + 1: count, OUTPUT: result})
+    if power <= _EXPONENT_LIMIT:
+        _native_power(context, array, power, result)
+    else:
+        with np.errstate(over="ignore"):
+            result[...] = _large_power(context, array, power)
     return result
+
+
+def _native_power(context: Context, array: Array, power: int, result: Array) -> Array:
+    count = np.array(power, np.int32)
+    context._run(_POWER, {INPUT: array, INPUT + 1: count, OUTPUT: result})
+    return result
+
+
+def _large_power(context: Context, array: Array, power: int) -> Array:
+    """The power in compute precision; `base` is the matrix to the weight of the digit in turn."""
+    base = array.astype(computed_in(array.dtype))
+    result: Array | None = None
+    while True:
+        power, digit = divmod(power, 1 << _DIGIT_BITS)
+        if digit:
+            factor = _native_power(context, base, digit, np.empty_like(base))
+            result = factor if result is None else matmul(result, factor, context=context)
+        if not power:
+            assert result is not None
+            return result
+        base = _native_power(context, base, 1 << _DIGIT_BITS, np.empty_like(base))
 
 
 def is_unitary(
@@ -252,5 +282,5 @@ def eye(
         result = np.empty((order, order), wanted)
     else:
         result = check_output("eye", out, (order, order), wanted)
-    context.run(_EYE, {OUTPUT: result})
+    context._run(_EYE, {OUTPUT: result})
     return result

@@ -17,30 +17,55 @@ _SYMMETRIES = ("general", "symmetric", "skew-symmetric", "hermitian")
 def read(path: Path) -> NDArray[Any]:
     """The matrix of a file, with the other half of a symmetric one filled in.
 
-    Raises ValueError for a file that is not in the format.
+    Raises ValueError, naming the file, for one that is not in the format.
     """
-    with path.open(encoding="ascii") as lines:
-        banner = lines.readline().lower().split()
-        if banner[:2] != _BANNER.lower().split() or len(banner) != 5:
-            raise ValueError(f"{path}: no Matrix Market matrix: the first line is no banner")
-        form, field, symmetry = banner[2:]
-        known = form in ("array", "coordinate") and field in _FIELDS and symmetry in _SYMMETRIES
-        if not known or (form == "array" and field == "pattern"):
-            raise ValueError(f"{path}: Matrix Market form '{' '.join(banner[2:])}' is not known")
-        words = " ".join(line for line in lines if not line.startswith("%")).split()
     try:
-        sizes = [int(word) for word in words[: 2 + (form == "coordinate")]]
-        values = np.array(words[len(sizes) :], np.float64)
-        rows, columns = sizes[:2]
+        return _parsed(path.read_text(encoding="latin-1"))
     except ValueError as failure:
         raise ValueError(f"{path}: {failure}") from None
-    if symmetry != "general" and rows != columns:
-        raise ValueError(f"{path}: a {symmetry} matrix has to be square")
-    if form == "coordinate":
-        matrix = _from_coordinates(path, values, sizes, _FIELDS[field])
-    else:
-        matrix = _from_columns(path, values, (rows, columns), _FIELDS[field], symmetry)
+
+
+def _parsed(text: str) -> NDArray[Any]:
+    first, _, rest = text.partition("\n")
+    banner = first.lower().split()
+    if banner[:2] != _BANNER.lower().split() or len(banner) != 5:
+        raise ValueError("no Matrix Market matrix: the first line is no banner")
+    form, field, symmetry = banner[2:]
+    known = form in ("array", "coordinate") and field in _FIELDS and symmetry in _SYMMETRIES
+    if not known or (form == "array" and field == "pattern"):
+        raise ValueError(f"Matrix Market form '{' '.join(banner[2:])}' is not known")
+    words = " ".join(line for line in rest.splitlines() if not line.startswith("%")).split()
+    sizes = _sizes(words[: 2 + (form == "coordinate")], form)
+    if symmetry != "general" and sizes[0] != sizes[1]:
+        raise ValueError(f"a {symmetry} matrix has to be square")
+    values = _values(words[len(sizes) :])
+    matrix = _FORMS[form](values, sizes, _FIELDS[field], symmetry)
     return _mirrored(matrix, symmetry)
+
+
+def _sizes(words: list[str], form: str) -> list[int]:
+    if len(words) < 2 + (form == "coordinate"):
+        raise ValueError("ends before the line of sizes is complete")
+    for word in words:
+        if not word.isdecimal():
+            raise ValueError(f"the size '{word}' is no whole number")
+    return [int(word) for word in words]
+
+
+def _values(words: list[str]) -> NDArray[np.float64]:
+    try:
+        return np.array(words, np.float64)
+    except ValueError:
+        wrong = next(word for word in words if not _is_number(word))
+        raise ValueError(f"'{wrong}' is no number") from None
+
+
+def _is_number(word: str) -> bool:
+    try:
+        float(word)
+    except ValueError:
+        return False
+    return True
 
 
 def _numbers(values: NDArray[np.float64], parts: int) -> NDArray[Any]:
@@ -50,36 +75,50 @@ def _numbers(values: NDArray[np.float64], parts: int) -> NDArray[Any]:
     return values[:, 0] if parts == 1 else values[:, 0] + 1j * values[:, 1]
 
 
+def _zeros(rows: int, columns: int, dtype: Any) -> NDArray[Any]:
+    try:
+        return np.zeros((rows, columns), dtype)
+    except (MemoryError, ValueError):
+        raise ValueError(f"a dense {rows} by {columns} matrix does not fit into memory") from None
+
+
 def _from_coordinates(
-    path: Path, values: NDArray[np.float64], sizes: list[int], parts: int
+    values: NDArray[np.float64], sizes: list[int], parts: int, symmetry: str
 ) -> NDArray[Any]:
     rows, columns, count = sizes
     if len(values) != count * (2 + parts):
-        raise ValueError(f"{path}: holds {len(values)} numbers, {count} entries were announced")
+        raise ValueError(f"holds {len(values)} numbers, {count} entries were announced")
     entries = values.reshape(count, 2 + parts)
-    places = entries[:, :2].astype(np.int64) - 1
-    if count and (places.min() < 0 or (places.max(axis=0) >= (rows, columns)).any()):
-        raise ValueError(f"{path}: an entry lies outside of the {rows} by {columns} matrix")
+    places = entries[:, :2].T
+    inside = (places >= 1) & (places <= np.array([[rows], [columns]]))
+    if not (inside & (places == np.floor(places))).all():
+        raise ValueError(f"an entry has no place in the {rows} by {columns} matrix")
+    if symmetry != "general" and (places[0] < places[1] + (symmetry == "skew-symmetric")).any():
+        raise ValueError(f"an entry lies outside of the stored half of a {symmetry} matrix")
     numbers = _numbers(entries[:, 2:], parts)
-    matrix = np.zeros((rows, columns), numbers.dtype)
-    np.add.at(matrix, (places[:, 0], places[:, 1]), numbers)
+    matrix = _zeros(rows, columns, numbers.dtype)
+    np.add.at(matrix, tuple(places.astype(np.int64) - 1), numbers)
     return matrix
 
 
 def _from_columns(
-    path: Path, values: NDArray[np.float64], shape: tuple[int, int], parts: int, symmetry: str
+    values: NDArray[np.float64], sizes: list[int], parts: int, symmetry: str
 ) -> NDArray[Any]:
-    rows, columns = shape
-    stored = np.ones((columns, rows), bool)
-    if symmetry != "general":
-        stored = np.triu(stored, k=int(symmetry == "skew-symmetric"))
-    expected = stored.sum() * parts
+    rows, columns = sizes
+    diagonal = int(symmetry == "skew-symmetric")
+    half = rows * (rows + 1) // 2 - diagonal * rows
+    expected = (rows * columns if symmetry == "general" else half) * parts
     if len(values) != expected:
-        raise ValueError(f"{path}: holds {len(values)} numbers, {expected} belong there")
+        raise ValueError(f"holds {len(values)} numbers, {expected} belong there")
     numbers = _numbers(values.reshape(-1, parts), parts)
+    if symmetry == "general":
+        return numbers.reshape(columns, rows).T.copy()
     transposed = np.zeros((columns, rows), numbers.dtype)
-    transposed[stored] = numbers
+    transposed[np.triu_indices(rows, k=diagonal)] = numbers
     return transposed.T.copy()
+
+
+_FORMS = {"coordinate": _from_coordinates, "array": _from_columns}
 
 
 def _mirrored(matrix: NDArray[Any], symmetry: str) -> NDArray[Any]:

@@ -54,6 +54,9 @@ class Context:
     @property
     def cuda_device(self) -> int: ...
 
+    @property
+    def _worker_count(self) -> int: ...
+
     def synchronise(self) -> None:
         """Wait for the context's device work."""
 
@@ -97,6 +100,9 @@ class LUOperand:
 
     @property
     def swaps(self) -> int: ...
+
+    def _set_swaps(self, swaps: int) -> None:
+        """Complete factors that were copied into the views."""
 
 class EigenOperand:
     """Host storage of eigenvalues and eigenvectors."""

@@ -37,15 +37,18 @@ class Signature:
         elementwise: the output may be the memory of an input, because each element depends on its
             own place alone.
         in_place: the last input, if there is any, is overwritten: natively it is the output.
+        gathered: natively all results are one operand.
         names: of the inputs.
         inputs: the letters of each input's axes.
         outputs: the letters of each output's axes.
         read_count: how many inputs natively are inputs.
+        write_count: how many operands the results natively are.
         locations: where the operands of each role lie.
     """
 
     __slots__ = (
         "elementwise",
+        "gathered",
         "id",
         "in_place",
         "inputs",
@@ -55,15 +58,22 @@ class Signature:
         "outputs",
         "read_count",
         "text",
+        "write_count",
     )
 
     def __init__(
-        self, name: str, text: str, elementwise: bool = False, in_place: bool = False
+        self,
+        name: str,
+        text: str,
+        elementwise: bool = False,
+        in_place: bool = False,
+        gathered: bool = False,
     ) -> None:
         self.name = name
         self.text = text
         self.elementwise = elementwise
         self.in_place = in_place
+        self.gathered = gathered
         self.id = f"tessaline.{name}@1"
         left, right = (_operands(side) for side in text.split("->"))
         self.names = tuple(piece[: piece.index("(")] for piece in left)
@@ -71,7 +81,8 @@ class Signature:
         self.outputs = tuple(_dimensions(piece) for piece in right)
         self.read_count = max(0, len(left) - in_place)
         roles = [INPUT + i for i in range(self.read_count)]
-        roles += [OUTPUT + i for i in range(len(right))]
+        self.write_count = 1 if gathered else len(right)
+        roles += [OUTPUT + i for i in range(self.write_count)]
         self.locations = dict.fromkeys(roles, "host")
 
     def bind(self, shapes: Sequence[Shape]) -> dict[str, int]:
@@ -103,7 +114,10 @@ class Signature:
     def letters(self) -> dict[tuple[int, int], str]:
         """The letter of each axis of each operand, by role and axis."""
         named: dict[tuple[int, int], str] = {}
-        sides = [(INPUT, self.inputs[: self.read_count]), (OUTPUT, self.outputs)]
+        sides = [
+            (INPUT, self.inputs[: self.read_count]),
+            (OUTPUT, self.outputs[: self.write_count]),
+        ]
         for first, operands in sides:
             for index, dimensions in enumerate(operands):
                 for axis, letter in enumerate(dimensions):
@@ -132,7 +146,7 @@ _ROWS = (
     Signature("solve", "a(n,n), b(n) -> (n)", in_place=True),
     Signature("logdet", "a(n,n) -> ()"),
     Signature("trace", "a(m,n) -> ()"),
-    Signature("eig", "a(n,n) -> (n)"),
+    Signature("eig", "a(n,n) -> (n), (n,n)", gathered=True),
     Signature("principal_eigenvector", "a(n,n) -> (n)"),
     Signature("partial_trace_left", "a(n,n) -> (m,m)"),
     Signature("partial_trace_right", "a(n,n) -> (m,m)"),

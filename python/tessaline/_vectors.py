@@ -1,23 +1,21 @@
 # SPDX-License-Identifier: Apache-2.0
 """Operations on vectors.
 
-Every function takes ``out=`` (an array to write the result to), ``dtype=`` (to convert the operands
-to first) and ``context=`` (where to run). It raises TypeError for dtypes that differ or that
-nothing computes in, and ValueError for shapes that do not fit and for an ``out`` that cannot be
-written in place.
+Every function raises TypeError for dtypes that differ or that nothing computes in, and ValueError
+for shapes that do not fit and for an ``out`` that cannot be written in place.
 """
 
 from __future__ import annotations
 
-import math
 from typing import Any
 
 import numpy as np
 from numpy.typing import ArrayLike, DTypeLike
 
-from ._call import Array, call, check_output, make_ready, refuse_overlap
+from ._call import call, check_output, refuse_overlap
 from ._context import Context, current_context
 from ._dtypes import component_of, is_complex
+from ._operands import Array, make_ready, with_number
 from ._signatures import OUTPUT, SIGNATURES
 
 _SQRT = SIGNATURES["sqrt"]
@@ -120,28 +118,8 @@ def conjugate(
         result = check_output("conjugate", out, array.shape, array.dtype)
         refuse_overlap("conjugate", result, (array,), elementwise=True)
         np.copyto(result, array)
-    context.run(_CONJUGATE, {OUTPUT: result})
+    context._run(_CONJUGATE, {OUTPUT: result})
     return result
-
-
-def _number(name: str, operand: str, value: Any, x: Any, dtype: DTypeLike | None) -> Any:
-    """The scalar of `scale` and `divide`: integers of any kind follow the vector's dtype."""
-    array = np.asarray(value)
-    if array.shape:
-        raise ValueError(f"{name}: {operand} has shape {array.shape}, it must be a single number")
-    if array.dtype.kind in "iu":
-        value = int(array)
-    if isinstance(value, (int, float, complex)) and not isinstance(value, np.generic):
-        target = make_ready(name, ("x", operand), (x, value), dtype)[1]
-        wide = complex(value)
-        stored = complex(target[()])
-        if math.isfinite(wide.real) and math.isfinite(wide.imag):
-            if not (math.isfinite(stored.real) and math.isfinite(stored.imag)):
-                raise OverflowError(
-                    f"{name}: {operand} {value} is out of the range of {target.dtype}"
-                )
-        return target
-    return value
 
 
 def scale(
@@ -152,16 +130,16 @@ def scale(
     dtype: DTypeLike | None = None,
     context: Context | None = None,
 ) -> Array:
-    """The vector x times a number, which may be a Python number or an integer. `out` may be `x`.
+    """The vector x times a number. `out` may be `x`.
 
-    Raises OverflowError for a number beyond the range of the vector's dtype.
+    The number may be of Python or NumPy and of any precision: it is rounded to the vector's dtype.
+    Raises OverflowError for one beyond the range of that dtype, and TypeError for a complex number
+    beside a real vector.
 
     >>> scale(np.array([1, 2], np.float32), 3)
     array([3., 6.], dtype=float32)
     """
-    with np.errstate(over="ignore"):
-        factor = _number("scale", "factor", factor, x, dtype)
-    return call(_SCALE, (x, factor), out=out, dtype=dtype, context=context)
+    return call(_SCALE, with_number(_SCALE, x, factor, dtype), out=out, context=context)
 
 
 def divide(
@@ -179,9 +157,7 @@ def divide(
     >>> divide([1, 2], 4)
     array([0.25, 0.5 ])
     """
-    with np.errstate(over="ignore"):
-        divisor = _number("divide", "divisor", divisor, x, dtype)
-    return call(_DIVIDE, (x, divisor), out=out, dtype=dtype, context=context)
+    return call(_DIVIDE, with_number(_DIVIDE, x, divisor, dtype), out=out, context=context)
 
 
 def sum(

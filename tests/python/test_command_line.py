@@ -39,6 +39,12 @@ def command(
     np.save("integers.npy", np.array([1, 2]))
     np.save("singular.npy", np.ones((2, 2)))
     Path("empty.csv").write_text("# nothing\n\n")
+    np.savez_compressed("broken.npz", b=np.arange(1000.0))
+    content = bytearray(Path("broken.npz").read_bytes())
+    content[200:240] = bytes(40)
+    Path("broken.npz").write_bytes(content)
+    header = Path("a.npy").read_bytes()[:128]
+    Path("huge.npy").write_bytes(header.replace(b"(2, 2)", b"(2, 9" + b"9" * 14 + b")", 1)[:128])
 
     def run(*words: str) -> tuple[int, str, str]:
         try:
@@ -110,12 +116,16 @@ def test_several_results_go_into_an_archive_by_name(command: Command) -> None:
         ("run sum b.csv --dtype float31", 2, "'float31' is no dtype"),
         ("run sum integers.npy", 2, "x is int64, which no operation computes in; give --dtype"),
         ("run matmul a.npy single.npy", 2, "a is float64 and b is float32"),
-        ("run sum b.csv --threads 9999", 2, "thread count exceeds"),
+        ("run sum b.csv --threads 9999", 2, "thread_count 9999 is more than the"),
+        ("run sum broken.npz", 2, "broken.npz: "),
+        ("run sum huge.npy", 2, "huge.npy: announces more numbers"),
+        ("ops --plugin a.csv", 2, "failed to load native plugin"),
         ("run nothing b.csv", 2, "invalid choice: 'nothing'"),
         ("describe nothing", 2, "no operation 'nothing'"),
         ("", 2, "COMMAND"),
         ("run solve singular.npy b.csv", 1, "singular matrix at pivot 1 (singular)"),
         ("run logdet_positive_definite singular.npy", 1, "(solver_failure)"),
+        ("run eigh a.npy", 1, "(not_hermitian)"),
     ],
 )
 def test_failures_say_what_is_wrong(
@@ -131,8 +141,19 @@ def test_the_catalogue_and_the_build_are_told(command: Command) -> None:
     assert status == 0 and len(output.splitlines()) == len(tessaline.operations())
     status, output, _ = command("describe", "matmul")
     assert status == 0 and output == f"{tessaline.describe('matmul')}\n"
+    assert command("--version") == (0, f"tessaline {tessaline.__version__}\n", "")
     status, output, _ = command("info")
     assert status == 0 and tessaline.__version__ in output
+
+
+def test_an_interrupt_ends_without_a_traceback(
+    command: Command, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    def interrupted(*operands: object, **options: object) -> None:
+        raise KeyboardInterrupt
+
+    monkeypatch.setattr(tessaline, "sum", interrupted)
+    assert command("run", "sum", "b.csv") == (130, "", "")
 
 
 def test_a_process_of_its_own_ends_cleanly(command: Command) -> None:
@@ -147,7 +168,7 @@ def test_a_process_of_its_own_ends_cleanly(command: Command) -> None:
 @pytest.mark.parametrize(
     ("text", "expected"),
     [
-        ("coordinate real general\n% note\n2 3 2\n1 1 1.5\n2 3 -2\n", [[1.5, 0, 0], [0, 0, -2]]),
+        ("coordinate real general\n% nöte\n2 3 2\n1 1 1.5\n2 3 -2\n", [[1.5, 0, 0], [0, 0, -2]]),
         ("coordinate integer symmetric\n2 2 2\n1 1 3\n2 1 4\n", [[3, 4], [4, 0]]),
         ("coordinate pattern general\n1 2 1\n1 2\n", [[0, 1]]),
         ("coordinate complex hermitian\n2 2 2\n1 1 1 0\n2 1 0 5\n", [[1, -5j], [5j, 0]]),
@@ -158,7 +179,7 @@ def test_a_process_of_its_own_ends_cleanly(command: Command) -> None:
 )
 def test_matrix_market_forms(tmp_path: Path, text: str, expected: object) -> None:
     path = tmp_path / "x.mtx"
-    path.write_text(f"%%MatrixMarket matrix {text}")
+    path.write_text(f"%%MatrixMarket matrix {text}", encoding="latin-1")
     assert np.array_equal(_matrix_market.read(path), expected)
 
 
@@ -169,10 +190,16 @@ def test_matrix_market_forms(tmp_path: Path, text: str, expected: object) -> Non
         ("%%MatrixMarket matrix array quaternion general\n1 1\n1\n", "not known"),
         ("%%MatrixMarket matrix array real general\n2 2\n1\n2\n3\n", "3 numbers, 4 belong"),
         ("%%MatrixMarket matrix array real symmetric\n1 2\n1\n2\n", "has to be square"),
-        ("%%MatrixMarket matrix coordinate real general\n1 1 1\n2 1 5\n", "outside"),
+        ("%%MatrixMarket matrix coordinate real general\n1 1 1\n2 1 5\n", "no place in the 1 by"),
+        ("%%MatrixMarket matrix coordinate real general\n9 9 1\n1.5 1 5\n", "no place in the 9"),
+        ("%%MatrixMarket matrix coordinate real symmetric\n2 2 1\n1 2 5\n", "outside of the"),
+        ("%%MatrixMarket matrix coordinate real skew-symmetric\n1 1 1\n1 1 5\n", "outside"),
+        (f"%%MatrixMarket matrix coordinate real general\n{10**30} 1 0\n", "does not fit into mem"),
         ("%%MatrixMarket matrix coordinate real general\n1 1 2\n1 1 5\n", "2 entries were"),
-        ("%%MatrixMarket matrix array real general\n1 1\nx\n", "could not convert"),
-        ("%%MatrixMarket matrix array real general\n", ""),
+        ("%%MatrixMarket matrix array real general\n1 1\nx\n", "'x' is no number"),
+        ("%%MatrixMarket matrix array real general\n1 -1\n", "size '-1' is no whole number"),
+        (f"%%MatrixMarket matrix array real general\n{10**9} {10**9}\n1\n", "0 belong there"),
+        ("%%MatrixMarket matrix array real general\n1\n", "ends before the line of sizes"),
     ],
 )
 def test_matrix_market_faults_name_the_file(tmp_path: Path, text: str, message: str) -> None:

@@ -3,9 +3,15 @@
 
 import doctest
 import importlib
+import inspect
+import itertools
+import os
 import pickle
 import resource
 import threading
+from collections.abc import Iterator
+from decimal import Decimal
+from fractions import Fraction
 from pathlib import Path
 from typing import Any
 
@@ -20,6 +26,10 @@ from tessaline import _signatures
 from tessaline._formulas import formula
 
 SIZES = [0, 1, 2, 7, 17]
+
+
+class Subclass(np.ndarray):
+    """Of the kind that units and labelled arrays are."""
 
 
 def reference(case: Case, operands: tuple[Any, ...]) -> tuple[Any, Any]:
@@ -65,11 +75,14 @@ def test_decompositions_reproduce_their_matrix(dtype: Any, n: int) -> None:
     assert np.abs(lower @ upper - swapped).max() <= unit
 
     b = values((n, 3), dtype, 9)
-    for rhs in (b[:, 0], b, np.asfortranarray(b)):
+    for rhs in (b[:, 0], b, np.asfortranarray(b), b.view(Subclass)):
         x = tessaline.solve(a, rhs)
+        assert type(x) is np.ndarray
         assert x.dtype == computed and x.shape == rhs.shape and x.flags.c_contiguous
         assert np.abs(exact @ wide(x) - wide(rhs)).max() <= unit * max(1, np.abs(wide(x)).max())
-        assert np.array_equal(factor.solve(rhs), x)
+        again = pickle.loads(pickle.dumps(factor))
+        assert all(np.array_equal(each.solve(rhs), x) for each in (factor, again))
+        assert again.logdet() == factor.logdet()
 
     w, v = tessaline.eigh(a)
     assert not is_complex(w.dtype) and v.dtype == computed
@@ -115,7 +128,8 @@ def test_every_operation_has_a_function_and_a_signature_of_the_catalogue() -> No
     for identifier in tessaline.operations():
         description = tessaline.describe(identifier)
         signature = _signatures.SIGNATURES[identifier.split(".")[1].split("@")[0]]
-        assert callable(getattr(tessaline, signature.name))
+        function = getattr(tessaline, signature.name)
+        assert all(f"\n    {name}: " in function.__doc__ for name in function.__kwdefaults__)
         roles = {operand["role"] for operand in description.record["operands"]}
         assert set(signature.locations) == roles
         # A letter that stands for two axes must be an equality that the contract states.
@@ -134,6 +148,7 @@ LAYOUTS = {
     "fortran": lambda a: np.asfortranarray(a) if a.ndim else a,
     "read-only": lambda a: np.frombuffer(a.tobytes(), a.dtype).reshape(a.shape),
     "swapped": lambda a: a.astype(a.dtype.newbyteorder()) if a.dtype.kind in "fc" else a,
+    "subclass": lambda a: a.view(Subclass),
     "misaligned": lambda a: np.frombuffer(b"x" + a.tobytes(), a.dtype, offset=1).reshape(a.shape),
 }
 
@@ -155,7 +170,8 @@ def test_bits_do_not_depend_on_how_operands_lie(
         LAYOUTS[layout](each) if isinstance(each, np.ndarray) else each
         for each, layout in zip(operands, layouts)
     ]
-    assert function(*laid).tobytes() == expected.tobytes()
+    result = function(*laid)
+    assert type(result) is type(expected) and result.tobytes() == expected.tobytes()
     out = np.full(np.shape(expected), 7, expected.dtype)
     assert function(*laid, out=out) is out
     assert out.tobytes() == expected.tobytes()
@@ -165,9 +181,14 @@ def test_untyped_numbers_follow_the_arrays_beside_them() -> None:
     single = np.ones(2, np.float32)
     assert tessaline.add(single, [1, 2]).dtype == np.float32
     assert tessaline.add([1, 2], [3, 4j]).dtype == np.complex128
-    for number in (3, 3.0, np.int64(3), np.array(3), np.float32(3)):
-        assert tessaline.scale(single, number).tolist() == [3, 3]
-        assert tessaline.scale(single, number).dtype == np.float32
+    typed = [np.array(3, dtype) for dtype in ("b", "h", "L", "e", "f", "d", "g", ">d", "bfloat16")]
+    for number in (3, 3.0, Fraction(3), *typed, *(array[()] for array in typed)):
+        for x in (single, single.astype(np.float16), single * 1j):
+            scaled = tessaline.scale(x, number)
+            assert scaled.dtype == x.dtype and np.array_equal(scaled, x * x.dtype.type(3))
+    assert tessaline.scale(single, 2**70).tolist() == [2.0**70] * 2
+    assert tessaline.divide(single * 1j, tessaline.norm(single)).dtype == np.complex64
+    assert tessaline.scale([1, 2], 1j).dtype == np.complex128
     assert tessaline.add(single, np.ones(2, int), dtype=complex).dtype == np.complex128
     assert tessaline.matrix_power(np.eye(2), np.array(5)).tolist() == [[1, 0], [0, 1]]
     assert tessaline.norm(np.array([3, 4j])) == 5
@@ -193,7 +214,11 @@ def refusals() -> list[Any]:
     memory = np.ones(9)
     read_only = np.ones(2)
     read_only.flags.writeable = False
-    hilbert = np.array([[1, 2], [0, 1.0]])
+    masked = np.ma.masked_array(x)
+
+    def factor() -> tessaline.LUFactor:
+        return t.lu_factor(m)
+
     return [
         (lambda: t.add(x, np.ones(2, f4)), TypeError, "x is float64 and y is float32"),
         (lambda: t.matmul(m, m.astype(complex)), TypeError, "a is float64 and b is complex128"),
@@ -202,17 +227,27 @@ def refusals() -> list[Any]:
         (lambda: t.sum(x, dtype=int), TypeError, "dtype int64 is none of"),
         (lambda: t.sum(x * 1j, dtype=f4), TypeError, "imaginary part"),
         (lambda: t.scale(x, 1j), TypeError, "imaginary part"),
-        (lambda: t.scale(x, np.float32(1)), TypeError, "x is float64 and factor is float32"),
+        (lambda: t.scale(x, np.complex64(1)), TypeError, "factor is complex64 .*imaginary part"),
+        (lambda: t.scale(x, "2"), TypeError, "no numeric dtype"),
         (lambda: t.scale(x, x), ValueError, "factor has shape"),
         (lambda: t.scale(x.astype(np.float16), 1e6), OverflowError, "out of the range of float16"),
+        (lambda: t.divide(x.astype(f4), f8(1e300)), OverflowError, "out of the range of float32"),
+        (lambda: t.scale(x, 10**400), OverflowError, "factor is beyond the range"),
+        (lambda: t.divide(x, -(10**5000)), OverflowError, "divisor is beyond the range"),
+        (lambda: t.divide(x, Decimal("1e999")), OverflowError, "divisor is beyond the range"),
+        (lambda: t.add(masked, x), TypeError, r"x is masked, .*\.filled"),
+        (lambda: t.add(x, [1, np.ma.masked]), TypeError, "y is masked"),
+        (lambda: t.matmul([(masked, x), [x, x]][0], m), TypeError, "a is masked"),
+        (lambda: t.scale(x, np.ma.masked), TypeError, "factor is masked"),
+        (lambda: t.solve(factor(), masked), TypeError, "b is masked"),
+        (lambda: t.add(x, x, out=masked), TypeError, "out is masked"),
         (lambda: t.add(x, np.ones(3)), ValueError, r"takes x\(n\), y\(n\) -> \(n\)"),
         (lambda: t.add(m, m), ValueError, r"x \(2, 2\)"),
         (lambda: t.matmul(m, np.ones((3, 2))), ValueError, r"b \(3, 2\)"),
         (lambda: t.eigh(np.ones((2, 3))), ValueError, r"a \(2, 3\)"),
         (lambda: t.partial_trace_left(np.eye(6), 4), ValueError, "order 4 .* divide .* 6"),
         (lambda: t.partial_trace_right(np.eye(6), 0), ValueError, "order 0"),
-        (lambda: t.matrix_power(m, -1), ValueError, "exponent -1 is negative"),
-        (lambda: t.matrix_power(m, 2**31), OverflowError, "exceeds 2147483647"),
+        (lambda: t.matrix_power(m, -1), ValueError, "exponent is negative"),
         (lambda: t.matrix_power(m, 1.5), TypeError, "integer"),
         (lambda: t.eye(-1), ValueError, "order -1"),
         (lambda: t.add(x, x, out=[0, 0]), TypeError, "out must be a NumPy array, not list"),
@@ -227,12 +262,25 @@ def refusals() -> list[Any]:
         (lambda: t.sum(memory, out=memory[3:4].reshape(())), ValueError, "out overlaps"),
         (lambda: t.eigh(m, out=m), TypeError, "tuple of 2 arrays"),
         (lambda: t.eigh(m, out=(memory[:2], memory[1:5].reshape(2, 2))), ValueError, "overlaps"),
-        (lambda: t.eigh(hilbert), ValueError, "symmetric/Hermitian"),
-        (lambda: t.slogdet(np.full((1, 1), np.nan)), ValueError, "finite"),
-        (lambda: t.lu_factor(m).solve(np.ones(3)), ValueError, r"b has shape \(3,\)"),
-        (lambda: t.lu_factor(m).solve(np.ones(2, f4)), TypeError, "a is float64 and b is float32"),
+        (lambda: factor().solve(np.ones(3)), ValueError, r"b has shape \(3,\)"),
+        (lambda: factor().solve(np.ones(2, f4)), TypeError, "a is float64 and b is float32"),
+        (lambda: t.solve(factor(), x, dtype=f4), TypeError, "a factor of float64 .* float32"),
+        (lambda: t.logdet(factor(), dtype=complex), TypeError, "a factor of float64 .* complex128"),
+        (lambda: t.solve(factor(), x, context=1), TypeError, "must be a tessaline.Context"),
+        (lambda: t.logdet(factor(), context=1), TypeError, "must be a tessaline.Context"),
         (lambda: t.add(x, x, context=1), TypeError, "must be a tessaline.Context"),
+        (lambda: t.operations(1), TypeError, "must be a tessaline.Context"),
         (lambda: t.describe("nothing"), KeyError, "nothing"),
+        (lambda: t.describe("tessaline.add@2"), KeyError, "add@2"),
+        (lambda: t.Context().call("tessaline.nothing", x, out=x), KeyError, "nothing"),
+        (lambda: t.Context(-1), ValueError, "thread_count must not be negative"),
+        (lambda: t.Context(1, 2**70), ValueError, "min_parallel_work must not be that large"),
+        (lambda: t.Context(1.5), TypeError, "integer"),
+        (lambda: t.Context(os.cpu_count()), ValueError, r"\d is more than the \d+ possible here"),
+        (lambda: t.Context(pinning_policy="always"), ValueError, "pinning_policy 'always' is none"),
+        (lambda: t.Context(catalogue=3), TypeError, "is no catalogue but int"),
+        (lambda: pickle.dumps(t.Context(catalogue=t._native.ContextBuilder().build())), TypeError,
+         "catalogue belongs to its process"),
     ]
 
 
@@ -242,35 +290,58 @@ def test_refusals_say_what_is_wrong(call: Any, error: Any, message: str) -> None
         call()
 
 
-@pytest.mark.parametrize(
-    ("call", "error", "operation", "reason"),
-    [
-        (lambda: tessaline.solve(np.zeros((2, 2)), np.ones(2)), tessaline.SingularMatrixError,
-         "lu_factor", "singular"),
-        (lambda: tessaline.logdet_positive_definite(-np.eye(2)), tessaline.SolverError,
-         "logdet_positive_definite", "solver_failure"),
-    ],
-)
-def test_numerical_failures_are_numpys_and_ours(
-    call: Any, error: Any, operation: str, reason: str
-) -> None:
-    with pytest.raises(error) as raised:
-        call()
-    failure = raised.value
-    assert isinstance(failure, np.linalg.LinAlgError)
-    assert isinstance(failure, tessaline.NativeError)
-    assert failure.operation == f"tessaline.{operation}@1" and failure.reason == reason
-    assert failure.detail and failure.library == "CPU"
-    again = pickle.loads(pickle.dumps(failure))
-    assert type(again) is error and vars(again) == vars(failure) and str(again) == str(failure)
+SOLVERS = ("lu_factor", "solve", "logdet", "slogdet", "logdet_positive_definite", "eig", "eigh",
+           "eigvalsh", "principal_eigenvector")  # fmt: skip
+HUGE = np.array([[1, 1], [1, -1]])
 
 
-def test_failures_without_a_native_reason_are_errors_all_the_same() -> None:
-    overflowing = np.array([[1e308, 1e308], [-1e308, 1e308]])
-    with pytest.raises(tessaline.Error, match="non-finite LU pivot") as raised:
-        tessaline.slogdet(overflowing)
-    assert raised.value.reason == "runtime_failure" and raised.value.detail is None
-    assert raised.value.operation == "tessaline.slogdet@1"
+def failing() -> Iterator[Any]:
+    """Solvers, matrices that they have no result for, and what they raise."""
+    t = tessaline
+    for dtype, name, number in itertools.product(DTYPES, SOLVERS, (np.nan, np.inf)):
+        spoilt = np.array([[1, number], [number, 1]]).astype(dtype)
+        yield name, spoilt, t.NonFiniteError, "non_finite"
+    for name in ("lu_factor", "solve", "logdet"):
+        yield name, np.zeros((2, 2)), t.SingularMatrixError, "singular"
+        for dtype, most in (("f", 3e38), ("F", 3e38), ("d", 1e308), ("D", 1e308)):
+            yield name, (HUGE * most).astype(dtype), t.SolverError, "solver_failure"
+    for name in ("slogdet", "eigh", "eigvalsh", "eig"):
+        yield name, HUGE * 1.7e308, t.SolverError, "solver_failure"
+    yield "principal_eigenvector", (HUGE * 3e38).astype("F"), t.SolverError, "solver_failure"
+    yield "logdet_positive_definite", -np.eye(2), t.SolverError, "solver_failure"
+    for name in ("eigh", "eigvalsh", "logdet_positive_definite"):
+        yield name, np.array([[1, 2], [0, 1.0]]), t.NumericalError, "not_hermitian"
+
+
+def test_numerical_failures_are_numpys_and_ours() -> None:
+    for name, matrix, error, reason in failing():
+        operands = (matrix, np.ones(2, matrix.dtype)) if name == "solve" else (matrix,)
+        with pytest.raises(error) as raised:
+            getattr(tessaline, name)(*operands)
+        failure = raised.value
+        place = f"{name} of {matrix.dtype}: {failure}"
+        assert type(failure) is error and isinstance(failure, np.linalg.LinAlgError), place
+        assert isinstance(failure, tessaline.NativeError) and failure.reason == reason, place
+        factored = name in ("solve", "logdet")
+        assert failure.operation == f"tessaline.{'lu_factor' if factored else name}@1", place
+        assert reason != "singular" or failure.detail and failure.library == "CPU", place
+        again = pickle.loads(pickle.dumps(failure))
+        assert type(again) is error and vars(again) == vars(failure) and str(again) == str(failure)
+
+
+@pytest.mark.parametrize("dtype", DTYPES, ids=str)
+def test_powers_of_any_exponent_are_exact_where_their_products_are(dtype: Any) -> None:
+    cycle = np.roll(np.eye(5), 1, axis=0).astype(dtype)
+    shear = np.array([[1, 1], [0, 1]]).astype(dtype)
+    for exponent in (2**31 - 1, 2**31, 2**60 + 2**30 + 3, 3 * 2**100, 10**400):
+        out = np.empty_like(cycle)
+        assert tessaline.matrix_power(cycle, exponent, out=out) is out
+        assert np.array_equal(wide(out), np.linalg.matrix_power(wide(cycle), exponent % 5))
+        if exponent < 2**53:
+            # Beyond the range of float16 this is one infinity, and no NaN of 0 times infinity.
+            with np.errstate(over="ignore"):
+                expected = np.array([[1, exponent], [0, 1]], wide(shear).dtype).astype(dtype)
+            assert np.array_equal(tessaline.matrix_power(shear, exponent), expected)
 
 
 def test_contexts_nest_and_belong_to_their_thread() -> None:
@@ -287,8 +358,28 @@ def test_contexts_nest_and_belong_to_their_thread() -> None:
         thread.join()
         assert current_context() is outer and current_context(inner) is inner
     assert current_context() is default and seen == [default]
-    with pytest.raises(ValueError, match="pinning"):
-        tessaline.Context(pinning_policy="always")  # type: ignore[arg-type]
+
+    def generator() -> Iterator[None]:
+        with outer:
+            yield
+
+    suspended = generator()
+    next(suspended)
+    with inner:
+        assert next(suspended, None) is None
+        assert current_context() is inner
+    assert current_context() is default
+
+
+def test_contexts_show_what_they_are_and_pickle() -> None:
+    context = tessaline.Context(plugins=[], min_parallel_work=np.int64(7), numa_policy="disabled")
+    members = {name for name, _ in inspect.getmembers(context) if not name.startswith("_")}
+    options = {"min_parallel_work", "numa_policy", "pinning_policy", "thread_count"}
+    assert members == options | {"call", "catalogue"}
+    again = pickle.loads(pickle.dumps(context))
+    assert all(getattr(again, name) == getattr(context, name) for name in options)
+    assert context.thread_count == max(len(os.sched_getaffinity(0)), 2) - 1
+    assert eval(repr(context), {"Context": tessaline.Context}).min_parallel_work == 7
 
 
 def test_threads_get_the_bits_of_one_thread() -> None:
@@ -365,7 +456,11 @@ def test_descriptions_read_as_text_and_html() -> None:
     power = tessaline.describe("matrix_power")
     assert power.work() == ("max(n^2, n^3 log2(max(exponent, 1)))",)
     assert "matrix_power@1" in str(power) and "n^2 min(log2(max(exponent, 1)), 1)" in str(power)
-    assert "length(Output0) = rows(Input0)" in str(tessaline.describe("tessaline.matvec@1"))
+    assert "Input1 (exponent): scalar, read" in str(power) and "float32, int32 ->" in str(power)
+    assert "length(Output0) = rows(Input0)" in str(tessaline.describe("tessaline.matvec"))
+    eig = tessaline.describe("eig")
+    assert eig.signature == "a(n,n) -> (n), (n,n)"
+    assert "Output0: eigenvalues and eigenvectors, write" in str(eig)
     html = tessaline.describe("vector_equal")._repr_html_()
     assert html.count("<tr>") == 8 and "-> ()" not in html and "-&gt; ()" in html
 

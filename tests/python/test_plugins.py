@@ -58,7 +58,7 @@ def test_expectation_is_that_of_the_matrix(context, string, dtype):
     for letter in string:
         matrix = np.kron(matrix, PAULI[letter])
     exact = (state.conj() @ matrix @ state.astype(complex)).real
-    found = context.call(EXPECTATION, state, *masks(string), out=np.empty((), np.float32))
+    found = context.call("pauli.expectation", state, *masks(string), out=np.empty((), np.float32))
     # The kernel sums in double and rounds once.
     assert abs(found - exact) <= np.finfo(np.float32).eps * np.vdot(state, state).real
 
@@ -72,7 +72,11 @@ def test_operation_is_listed_with_its_provenance(context, plugin, capsys):
     assert main(["ops", "--plugin", str(plugin)]) == 0
     assert re.search(rf"^{EXPECTATION} +plugin:pauli@1.0$", capsys.readouterr().out, re.MULTILINE)
     assert main(["describe", EXPECTATION, "--plugin", str(plugin)]) == 0
-    assert "Provided by\n  plugin:pauli@1.0" in capsys.readouterr().out
+    text = capsys.readouterr().out
+    assert "Provided by\n  plugin:pauli@1.0" in text
+    assert "Input1: scalar, read" in text and "float32, int32, int32 -> float32" in text
+    assert main(["ops", "--plugin", str(plugin.with_name("none.so"))]) == 2
+    assert "failed to load native plugin" in capsys.readouterr().err
 
 
 def test_failures_are_those_of_the_package(context, plugin, tmp_path):
@@ -90,7 +94,7 @@ def test_failures_are_those_of_the_package(context, plugin, tmp_path):
         context.call(EXPECTATION, state.astype(np.float64), *masks("Z"), out=out)
     with pytest.raises(ValueError, match="binding count"):
         context.call(EXPECTATION, state, out=(out, out))
-    with pytest.raises(IndexError):
+    with pytest.raises(KeyError, match="pauli.other"):
         context.call("pauli.other@1", state, out=out)
     with pytest.raises(tessaline.Error, match=f"^failed to load native plugin '{tmp_path}/none'"):
         tessaline.Context(plugins=[tmp_path / "none"])
