@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessaline/execution/backend_process.h"
 
+#include "execution/default_floating_environment.h"
+
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -150,7 +152,9 @@ std::exception_ptr BackendProcess::run_steps(BackendExecutionSession& session,
     std::exception_ptr failure;
     try {
         if (steps_) {
+            const DefaultFloatingEnvironment environment;
             for (const std::unique_ptr<BackendProcessStep>& step : *steps_) {
+                DefaultFloatingEnvironment::restore_default(); // a step may leave another
                 step->execute(session, bindings);
             }
         }

@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cfenv>
 #include <functional>
 
 namespace Tessaline {
@@ -139,6 +140,27 @@ TEST(BackendProcess, RunsStepsInOrderAndRepeatedly) {
     const auto retained = moved.retain_steps();
     moved = BackendProcess();
     EXPECT_EQ(retained->size(), 3U);
+}
+
+TEST(BackendProcess, EachStepFindsTheDefaultFloatingPointEnvironment) {
+    int rounding_to_nearest = 0;
+    BackendProcess process;
+    for (int step = 0; step < 2; ++step) {
+        process.push_back(std::make_unique<FunctionStep>([&](auto&, auto&) {
+            rounding_to_nearest += std::fegetround() == FE_TONEAREST;
+            std::fesetround(FE_DOWNWARD);
+        }));
+    }
+    process.push_back(failing("late"));
+    BackendExecutionSession session;
+    BackendExecutionBindings bindings;
+    for (const int callers : {FE_UPWARD, FE_TONEAREST}) {
+        std::fesetround(callers);
+        std::feclearexcept(FE_ALL_EXCEPT);
+        EXPECT_THROW(process.execute(session, bindings), std::runtime_error);
+        EXPECT_EQ(std::fegetround(), callers);
+    }
+    EXPECT_EQ(rounding_to_nearest, 4);
 }
 
 TEST(BackendProcess, RefusesNullStepsAndContradictoryPlans) {

@@ -15,36 +15,59 @@
 
 namespace Tessaline::Testing {
 
-/// Operands of order 1, all of whose elements are one, bound by role.
+/// Operands bound by role: scalars, and vectors and square matrices of an order.
 class OperandsOfKeys {
   public:
-    explicit OperandsOfKeys(const BackendRegistryKey& key) {
+    /// All elements are one.
+    explicit OperandsOfKeys(const BackendRegistryKey& key)
+        : OperandsOfKeys(key, 1, 1, fill_with_ones) {}
+    /// `fill(role, buffers)` sets the elements.
+    template <typename Fill>
+    OperandsOfKeys(const BackendRegistryKey& key, std::uint64_t input_order,
+                   std::uint64_t output_order, const Fill& fill) {
         for (std::size_t index = 0; index < key.inputs().size(); ++index) {
-            add(input_role(index), key.inputs()[index]);
+            add(input_role(index), key.inputs()[index], input_order, fill);
         }
         for (std::size_t index = 0; index < key.output_count(); ++index) {
-            add(output_role(index), key.outputs()[index]);
+            add(output_role(index), key.outputs()[index], output_order, fill);
         }
     }
 
     BackendExecutionBindings& bindings() { return bindings_; }
+
+    /// Calls `body` with each buffer of the outputs.
+    template <typename Body>
+    void for_each_output(const Body& body) {
+        for (std::size_t index = 0; index < entities_.size(); ++index) {
+            if (is_output_role(bindings_.roles[index])) {
+                std::visit(
+                    [&](const auto& entity) {
+                        auto& buffers = erased_buffers(*entity, "test operand");
+                        for (std::size_t i = 0; i < buffers.buffer_count(); ++i) {
+                            body(buffers.buffer(i));
+                        }
+                    },
+                    entities_[index]);
+            }
+        }
+    }
 
   private:
     using Entity = std::variant<std::unique_ptr<ScalarEntity>, std::unique_ptr<VectorEntity>,
                                 std::unique_ptr<MatrixEntity>, std::unique_ptr<LuDecompEntity>,
                                 std::unique_ptr<EigenValsEntity>>;
 
-    static Entity make(const BackendOperandKey& key) {
+    static Entity make(const BackendOperandKey& key, std::uint64_t order) {
         const auto type = DataTypeDescriptor::from_scalar_types(key.storage, key.compute);
         switch (key.kind) {
         case OperandKind::Vector:
-            return StorageFactory::host_vector(type, 1, key.complex);
+            return StorageFactory::host_vector(type, order, key.complex);
         case OperandKind::Matrix:
-            return StorageFactory::host_matrix(type, 1, 1, key.layout.value(), key.complex);
+            return StorageFactory::host_matrix(type, order, order, key.layout.value(), key.complex);
         case OperandKind::LuDecomp:
-            return StorageFactory::host_lu(type, 1);
+            return StorageFactory::host_lu(type, order);
         case OperandKind::EigenVals:
-            return StorageFactory::host_eigen(type, 1, key.layout.value());
+            return StorageFactory::host_eigen(type, order, key.layout.value());
         case OperandKind::Scalar:
             break;
         }
@@ -65,15 +88,20 @@ class OperandsOfKeys {
             (fill_if<T>(buffers.buffer(index)), ...);
         }
     }
+    static void fill_with_ones(OperandRole, ErasedBufferAccess& buffers) {
+        fill<float, double, Float16, BFloat16, Complex32, std::complex<float>, std::complex<double>,
+             int, long>(buffers);
+    }
 
-    void add(OperandRole role, const BackendOperandKey& key) {
+    template <typename Fill>
+    void add(OperandRole role, const BackendOperandKey& key, std::uint64_t order,
+             const Fill& fill) {
         std::visit(
             [&](const auto& entity) {
-                fill<float, double, Float16, BFloat16, Complex32, std::complex<float>,
-                     std::complex<double>, int, long>(erased_buffers(*entity, "test operand"));
+                fill(role, erased_buffers(*entity, "test operand"));
                 bindings_.operands.insert(role, std::ref(*entity));
             },
-            entities_.emplace_back(make(key)));
+            entities_.emplace_back(make(key, order)));
         bindings_.roles.push_back(role);
     }
 

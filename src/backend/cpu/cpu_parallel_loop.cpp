@@ -2,6 +2,7 @@
 #include "tessaline/backend/cpu/cpu_runtime_context.h"
 
 #include "backend/cpu/cpu_spinning.h"
+#include "execution/default_floating_environment.h"
 #include "tessaline/backend/cpu/cpu_worker_pool.h"
 
 #include <algorithm>
@@ -95,13 +96,24 @@ void CpuRuntimeContext::run_chunks(std::size_t first, std::size_t last, std::siz
     const std::size_t count = last - first;
     const bool serial =
         options_.thread_count < 2 || count == 1 || work < options_.min_parallel_work;
-    if ((serial && !pins_threads()) || parallel_depth > 0) {
+    if (parallel_depth > 0) {
         body(first, last);
-    } else if (serial) {
+    } else if (!serial) {
+        run_on_workers(first, count, body);
+    } else if (DefaultFloatingEnvironment::is_set()) [[likely]] {
+        run_here(first, last, body);
+    } else {
+        const DefaultFloatingEnvironment environment;
+        run_here(first, last, body);
+    }
+}
+
+void CpuRuntimeContext::run_here(std::size_t first, std::size_t last, CpuChunkBody body) const {
+    if (pins_threads()) {
         const CurrentThreadAffinityScope affinity(*this);
         body(first, last);
     } else {
-        run_on_workers(first, count, body);
+        body(first, last);
     }
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessaline/backend/cpu/cpu_topology.h"
 
+#include "execution/default_floating_environment.h"
 #include "tessaline/backend/cpu/cpu_affinity.h"
 
 #include <algorithm>
@@ -157,7 +158,11 @@ CpuTopology discover_cpu_topology() {
 }
 
 const CpuTopology& system_cpu_topology() {
-    static const CpuTopology topology = discover_cpu_topology();
+    static const CpuTopology topology = [] {
+        // The library grows its paths by floating arithmetic, which a caller may have set to trap.
+        const DefaultFloatingEnvironment environment;
+        return discover_cpu_topology();
+    }();
     return topology;
 }
 

@@ -2,8 +2,8 @@
 #include "tessaline/backend/cpu/cpu_worker_pool.h"
 
 #include "backend/cpu/cpu_spinning.h"
+#include "execution/default_floating_environment.h"
 
-#include <cfenv>
 #include <stdexcept>
 #include <utility>
 
@@ -54,8 +54,6 @@ void CpuWorkerPool::start_workers(const CpuWorkerPoolConfig& config) {
 }
 
 void CpuWorkerPool::worker_entry(const CpuWorkerBinding& binding) {
-    // Rounding and flushing modes are inherited as well; results must not depend on who came first.
-    std::fesetenv(FE_DFL_ENV);
     const bool bound = binding.pin && bind_current_thread_to_logical_cpu(binding.logical_cpu);
     const bool failed = binding.pin && !bound && strict_pinning_;
     if (!bound && pinned_creator_mask_) {
@@ -75,6 +73,8 @@ void CpuWorkerPool::worker_entry(const CpuWorkerBinding& binding) {
 void CpuWorkerPool::worker_loop() {
     while (const std::function<void()> job = next_job()) {
         const CpuWorkerBudgetScope budget(budget_);
+        // A thread inherits the modes of the one that starts it, and a job may leave others behind.
+        DefaultFloatingEnvironment::restore_default();
         job();
     }
 }

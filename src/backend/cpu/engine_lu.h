@@ -101,8 +101,8 @@ static void solve(LuDecompView<const P, const std::complex<float>> lu,
 
 /// log(det A) from the factors of A: the sum of the logarithms along the diagonal of U, plus i pi
 /// for an odd number of swaps. The imaginary part is not folded to the principal range. No product
-/// occurs, so both engines have the same bits.
-template <typename P>
+/// occurs, so both engines have the same bits. Set says which NaN is stored.
+template <typename Set, typename P>
 static void logdet(LuDecompView<const P, const std::complex<float>> lu,
                    ComplexScalarView<float> out) {
     constexpr float pi = 3.14159265358979323846F;
@@ -113,8 +113,8 @@ static void logdet(LuDecompView<const P, const std::complex<float>> lu,
         real += __real__ logarithm;
         imag += __imag__ logarithm;
     }
-    *out.real = real;
-    *out.imag = *lu.swap_count % 2 != 0 ? imag + pi : imag;
+    *out.real = SimdKernels::as_result<Set>(real);
+    *out.imag = SimdKernels::as_result<Set>(*lu.swap_count % 2 != 0 ? imag + pi : imag);
 }
 
 } // namespace Tessaline::EngineLu

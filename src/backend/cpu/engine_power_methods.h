@@ -71,9 +71,10 @@ static inline void copy_by_rows(DenseComplexIntlvMatrixView<const std::complex<f
     }
 }
 
-/// The last iterate of power iteration from the vector of ones, in whatever phase it comes.
-/// Iterates are compared as they are, so an eigenvalue that is not positive makes the iteration run
-/// to its limit, which is no error. The matrix is square, of the vector's order.
+/// The last iterate of power iteration from the vector of ones, in whatever phase it comes, every
+/// NaN of it the positive quiet one. Iterates are compared as they are, so an eigenvalue that is
+/// not positive makes the iteration run to its limit, which is no error. The matrix is square, of
+/// the vector's order.
 ///
 /// Kernels has a static multiply_row(row, vector, count, result), which sets the two parts at
 /// `result` to the product of a row with a vector, both interleaved, of `count` elements.
@@ -104,7 +105,7 @@ static void principal_eigenvect(DenseComplexIntlvMatrixView<const std::complex<f
     }
     float* const result = reinterpret_cast<float*>(vector.data);
     for (std::uint64_t index = 0; index < 2 * n; ++index) {
-        result[index] = x[index];
+        result[index] = x[index] == x[index] ? x[index] : __builtin_nanf("");
     }
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/floating_elementwise.h"
 
+#include "backend/cpu/element_bits.h"
 #include "backend/cpu/floating_complex_division.h"
 #include "backend/cpu/floating_conversions.h"
 #include "backend/cpu/floating_loops.h"
@@ -80,10 +81,9 @@ template <typename T>
 void FloatingElementwise<T>::conjugate([[maybe_unused]] BackendExecutionBindings& bindings) {
     if constexpr (is_complex_element<T>) {
         const auto out = output_vector<T>(bindings, output_role(0));
+        auto* const bits = as_bits(out.data());
         for_chunks(out.size(), out.size(), [&](std::uint64_t begin, std::uint64_t end) {
-            for (std::uint64_t i = begin; i < end; ++i) {
-                out[i] = conjugated(out[i]);
-            }
+            copy_flipped(bits + begin, bits + begin, end - begin, imaginary_sign<T>());
         });
     }
 }

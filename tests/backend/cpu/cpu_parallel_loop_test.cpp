@@ -179,16 +179,22 @@ TEST(ParallelForChunks, TakesAnyCallable) {
 }
 
 TEST(ParallelForChunks, ComputesInTheDefaultFloatingPointEnvironment) {
-    const CpuRuntimeContext runtime = unpinned_runtime(2);
     std::fenv_t before;
     std::fegetenv(&before);
-    std::fesetround(FE_UPWARD);
-    std::atomic<int> rounding_to_nearest{0};
-    runtime.parallel_for_chunks(0, 2, 1, [&](std::size_t, std::size_t) {
-        rounding_to_nearest += std::fegetround() == FE_TONEAREST;
-    });
-    std::fesetenv(&before);
-    EXPECT_EQ(rounding_to_nearest, 2);
+    for (const int threads : {1, 2}) {
+        const CpuRuntimeContext runtime = unpinned_runtime(static_cast<std::size_t>(threads));
+        std::fesetround(FE_UPWARD);
+        std::atomic<int> rounding_to_nearest{0};
+        for (int loop = 0; loop < 3; ++loop) {
+            runtime.parallel_for_chunks(0, 2, 1, [&](std::size_t, std::size_t) {
+                rounding_to_nearest += std::fegetround() == FE_TONEAREST;
+                std::fesetround(FE_DOWNWARD); // does not reach the next loop
+            });
+        }
+        EXPECT_EQ(std::fegetround(), FE_UPWARD);
+        std::fesetenv(&before);
+        EXPECT_EQ(rounding_to_nearest, 3 * threads);
+    }
 }
 
 } // namespace

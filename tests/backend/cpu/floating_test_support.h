@@ -5,6 +5,7 @@
 // in every order, and results compared by their bits over several thread counts.
 
 #include "backend/cpu/cpu_test_support.h"
+#include "backend/cpu/element_bits.h"
 #include "backend/cpu/floating_dispatcher.h"
 #include "backend/cpu/floating_policies.h"
 #include "backend/cpu/simd/simd_unfused_kernels.h"
@@ -76,12 +77,31 @@ Part ordinary(CounterRandom& random) {
     return static_cast<Part>(static_cast<ComputeOf<Part>>(std::ldexp(sign * magnitude, exponent)));
 }
 
+/// As many bits as a part of an element has.
+template <typename Part>
+using PartBits = BitsOfSize<sizeof(Part)>;
+template <typename Part>
+constexpr auto sign_bit = static_cast<PartBits<Part>>(PartBits<Part>{1} << (8 * sizeof(Part) - 1));
+
+/// The bits of infinity. Above them lie those of every NaN, but for the sign.
+template <typename Part>
+PartBits<Part> infinity_bits() {
+    return std::bit_cast<PartBits<Part>>(
+        static_cast<Part>(std::numeric_limits<ComputeOf<Part>>::infinity()));
+}
+
 /// One value in four is zero, infinite, NaN, or from the edge of the range, of either sign.
 template <typename Part>
 Part special(CounterRandom& random) {
     using Real = ComputeOf<Part>;
     if (random.below(4) != 0) {
         return ordinary<Part>(random);
+    }
+    if (random.below(8) == 0) {
+        // A signalling NaN with a payload, which no operation passes on but a move.
+        const auto bits = static_cast<PartBits<Part>>(infinity_bits<Part>() | 0x21U);
+        return std::bit_cast<Part>(
+            static_cast<PartBits<Part>>(bits ^ (random.below(2) == 0 ? 0 : sign_bit<Part>)));
     }
     const auto range = range_of<Part>();
     const Real specials[] = {0,

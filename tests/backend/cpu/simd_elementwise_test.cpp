@@ -63,7 +63,8 @@ TYPED_TEST(SimdComplexElementwiseTest, OperationsFollowTheEnginesArithmetic) {
         expect_elements(out, [&](auto i) { return std::sqrt(a[i]); });
         out = a;
         engine.conj(out.output());
-        expect_elements(out, [&](auto i) { return std::conj(a[i]); });
+        expect_elements(
+            out, [&](auto i) { return std::conj(a[i]); }, Origin::moved);
     });
 }
 
@@ -113,19 +114,16 @@ TEST(SimdElementwiseTest, HalfPrecisionRoundsOnceAtTheStore) {
         {0x3c00, 0x1000, 0x3c00}, // 1 + 2^-11 ties to even
         {0x3c01, 0x1000, 0x3c02}, // 1 + 2^-10 + 2^-11 ties to even
         {0x8000, 0x8000, 0x8000}, // -0
-        {0x7c00, 0xfc00, 0xfe00}, // infinity - infinity, whose NaN the processor signs
-        {0x7d55, 0x3c00, 0x7e00}, // a NaN loses its payload
-        {0x3c00, 0xfd55, 0xfe00}, // and keeps its sign
+        {0x7c00, 0xfc00, 0x7e00}, // infinity - infinity, whose NaN the processor signs
+        {0x3c00, 0xfd55, 0x7e00}, // a NaN loses its payload and its sign
     };
     std::vector<Case> sums(std::begin(cases), std::end(cases));
     CounterRandom random(11);
     while (sums.size() < 3000) {
         const auto a = Float16::from_bits(static_cast<std::uint16_t>(random.next()));
         const auto b = Float16::from_bits(static_cast<std::uint16_t>(random.next()));
-        const auto sum = Float16(static_cast<float>(a) + static_cast<float>(b));
-        if (!std::isnan(static_cast<float>(a)) || !std::isnan(static_cast<float>(b))) {
-            sums.push_back({a.bits, b.bits, sum.bits});
-        }
+        const float sum = static_cast<float>(a) + static_cast<float>(b);
+        sums.push_back({a.bits, b.bits, Float16(result_of(Origin::computed, sum)).bits});
     }
     for_each_engine([&](auto engine) {
         for (const std::size_t start : {0, 1, 2, 3}) {

@@ -61,8 +61,9 @@ class TESSALINE_API CpuRuntimeContext : public BackendRuntimeContext {
     /// call, on this thread, without locks or allocations; outside such a body this thread is kept
     /// on the first selected CPU meanwhile, unless pinning is disabled. Otherwise the workers get
     /// min(count, threads) ranges, which depend on nothing but these two numbers, and this thread
-    /// waits. Raises the first exception that a body threw, and std::runtime_error when strict
-    /// pinning fails or the workers are stopping.
+    /// waits. Either way a body finds the default floating-point environment. Raises the first
+    /// exception that a body threw, and std::runtime_error when strict pinning fails or the workers
+    /// are stopping.
     void parallel_for_chunks(std::size_t first, std::size_t last, std::size_t work,
                              const std::function<void(std::size_t, std::size_t)>& body) const;
 
@@ -94,6 +95,7 @@ class TESSALINE_API CpuRuntimeContext : public BackendRuntimeContext {
 
     bool pins_threads() const { return options_.pinning_policy != CpuPinningPolicy::disabled; }
     void run_chunks(std::size_t first, std::size_t last, std::size_t work, CpuChunkBody body) const;
+    void run_here(std::size_t first, std::size_t last, CpuChunkBody body) const;
     void run_on_workers(std::size_t first, std::size_t count, CpuChunkBody body) const;
     std::unique_ptr<const ParallelImplementation> start_parallel() const;
 

@@ -12,18 +12,50 @@
 
 namespace Tessaline::SimdKernels {
 
-/// The same vectors, in kernels that round every operation and keep one NaN.
+/// The same vectors, in kernels that round every operation.
 template <typename Set>
 struct Unfused : Set {
     static constexpr bool fuses = false;
-    static constexpr bool keeps_one_nan = true;
 };
 
-/// The same vectors, in kernels that keep one NaN.
-template <typename Set>
-struct KeepingOneNan : Set {
-    static constexpr bool keeps_one_nan = true;
+/// Which NaN a kernel stores: the positive quiet one of its type, or any, for its caller to
+/// replace.
+enum class StoredNan { positive_quiet, any };
+
+/// What becomes of a complex product whose parts both come out as NaN: it stays so, or is formed
+/// anew as C99 Annex G does, which recovers infinities.
+enum class LostProduct { stays, recovers };
+
+/// The same vectors, in kernels that follow both rules, of which neither follows from the other.
+template <typename InstructionSet, StoredNan Nan, LostProduct Lost>
+struct Rules : InstructionSet {
+    static constexpr StoredNan stored_nan = Nan;
+    static constexpr LostProduct lost_product = Lost;
 };
+template <typename Set>
+using EngineRules = Rules<Set, StoredNan::positive_quiet, LostProduct::stays>;
+template <typename Set>
+using EngineSolverRules = Rules<Set, StoredNan::positive_quiet, LostProduct::recovers>;
+template <typename Set>
+using FloatingRules = Rules<Unfused<Set>, StoredNan::positive_quiet, LostProduct::recovers>;
+/// For callers that round what is stored to elements of two bytes, and see to lost sums.
+template <typename Set>
+using WidenedRules = Rules<Unfused<Set>, StoredNan::any, LostProduct::stays>;
+
+/// What a kernel computed, vector or single number, as it stores it.
+template <typename Set>
+typename Set::Register as_result(typename Set::Register value) {
+    if constexpr (Set::stored_nan == StoredNan::positive_quiet) {
+        return Set::with_one_nan(value);
+    } else {
+        return value;
+    }
+}
+template <typename Set>
+typename Set::Component as_result(typename Set::Component value) {
+    constexpr auto not_a_number = static_cast<typename Set::Component>(__builtin_nan(""));
+    return Set::stored_nan == StoredNan::any || value == value ? value : not_a_number;
+}
 
 /// Stands in for a mask where all lanes take part.
 struct AllLanes {};

@@ -101,7 +101,7 @@ struct ComplexRows {
         return built_in_element(reinterpret_cast<const Real*>(at));
     }
     static void store(Element* at, Value value) {
-        store_with_one_nan(reinterpret_cast<Real*>(at), value);
+        store_result<Set>(reinterpret_cast<Real*>(at), value);
     }
     static Value product(Value a, Value b) { return recovering_product<Set>(a, b); }
     static void store_product(Real* products, Index plane, Value value) {

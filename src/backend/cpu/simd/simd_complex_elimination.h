@@ -138,6 +138,7 @@ class WideQuotients {
 /// Set says whether products fuse.
 template <typename Set>
 class ComplexElimination {
+    static_assert(Set::lost_product == LostProduct::recovers);
     using Real = typename Set::Component;
     using T = std::complex<Real>;
     using Register = typename Set::Register;
@@ -278,10 +279,10 @@ class ComplexElimination {
     [[gnu::noinline]] static void subtract_plainly(Real* column, const Real* multipliers,
                                                    const Real* factor, Index count) {
         for (Index i = 0; i < 2 * count; i += 2) {
-            store_with_one_nan(column + i,
-                               built_in_element(column + i) -
-                                   recovering_product<Set>(built_in_element(multipliers + i),
-                                                           built_in_element(factor)));
+            store_result<Set>(column + i,
+                              built_in_element(column + i) -
+                                  recovering_product<Set>(built_in_element(multipliers + i),
+                                                          built_in_element(factor)));
         }
     }
 

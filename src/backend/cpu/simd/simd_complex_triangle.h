@@ -20,6 +20,7 @@ class ComplexTriangle {
     using Real = typename Set::Component;
     using BuiltIn = typename BuiltInComplex<Real>::Type;
     static constexpr Index block = elimination_block;
+    static_assert(Set::lost_product == LostProduct::recovers);
     using Columns = ComplexColumns<Set>;
     using Column = typename Columns::Column;
     using Plane = typename Columns::Plane;
@@ -114,7 +115,7 @@ class ComplexTriangle {
                 sum -= recovering_product<Set>(built_in_element(columns + 2 * (k * stride + row)),
                                                built_in_element(x + 2 * k));
             }
-            store_with_one_nan(b + 2 * row, sum);
+            store_result<Set>(b + 2 * row, sum);
         }
     }
 
@@ -133,10 +134,10 @@ class ComplexTriangle {
         for (Index k = 0; k < block; ++k) {
             const Real* const l = reinterpret_cast<const Real*>(L + k * l_stride);
             for (Index row = k + 1; row < block; ++row) {
-                store_with_one_nan(b + 2 * row,
-                                   built_in_element(b + 2 * row) -
-                                       recovering_product<Set>(built_in_element(l + 2 * row),
-                                                               built_in_element(b + 2 * k)));
+                store_result<Set>(b + 2 * row,
+                                  built_in_element(b + 2 * row) -
+                                      recovering_product<Set>(built_in_element(l + 2 * row),
+                                                              built_in_element(b + 2 * k)));
             }
         }
     }

@@ -99,7 +99,7 @@ class Conversions {
   private:
     static void add_vector(const Stored* a, const Stored* b, Stored* out) {
         const auto sum = Set::load_binary16(a) + Set::load_binary16(b);
-        Set::store_binary16(out, Set::with_plain_nans(sum));
+        Set::store_binary16(out, Set::with_one_nan(sum));
     }
 
     /// Calls `convert(from, to)` for each vector; what is left over takes a detour through a whole

@@ -10,16 +10,6 @@
 
 namespace Tessaline::SimdKernels {
 
-/// The value as it is stored.
-template <typename Set>
-typename Set::Register as_result(typename Set::Register value) {
-    if constexpr (Set::keeps_one_nan) {
-        return Set::with_one_nan(value);
-    } else {
-        return value;
-    }
-}
-
 /// Rows of elements that lie `stride` of them apart.
 template <typename Elements>
 struct Strided {
@@ -173,8 +163,7 @@ struct InterleavedElements : PackedPlanes<InstructionSet> {
     using Input = const Component*;
     using Output = Component*;
     static constexpr Packing packing = Packing::always;
-    /// Those kernels recover infinities that keep one NaN; the engine's do neither.
-    static constexpr bool recovers_infinities = Set::keeps_one_nan;
+    static constexpr bool recovers_infinities = Set::lost_product == LostProduct::recovers;
     static constexpr Index lanes_in_half = Set::lanes / 2; ///< elements of one vector in memory
 
     struct Part {

@@ -8,39 +8,48 @@
 namespace Tessaline::SimdKernels {
 
 template <typename Set>
-struct Elementwise {
+class Elementwise {
+  public:
     static void add(RealInput a, RealInput b, RealOutput out) {
         for_vectors<Set>(out.size, [=](std::size_t i, auto lanes) {
-            store<Set>(out.data + i, load<Set>(a.data + i, lanes) + load<Set>(b.data + i, lanes),
-                       lanes);
+            store_result(out, i, load<Set>(a.data + i, lanes) + load<Set>(b.data + i, lanes),
+                         lanes);
         });
     }
 
     static void subtract(RealInput a, RealInput b, RealOutput out) {
         for_vectors<Set>(out.size, [=](std::size_t i, auto lanes) {
-            store<Set>(out.data + i, load<Set>(a.data + i, lanes) - load<Set>(b.data + i, lanes),
-                       lanes);
+            store_result(out, i, load<Set>(a.data + i, lanes) - load<Set>(b.data + i, lanes),
+                         lanes);
         });
     }
 
     static void multiply(RealInput a, RealInput b, RealOutput out) {
         for_vectors<Set>(out.size, [=](std::size_t i, auto lanes) {
-            store<Set>(out.data + i, load<Set>(a.data + i, lanes) * load<Set>(b.data + i, lanes),
-                       lanes);
+            store_result(out, i, load<Set>(a.data + i, lanes) * load<Set>(b.data + i, lanes),
+                         lanes);
         });
     }
 
     static void scale(RealInput a, float factor, RealOutput out) {
         const auto b = Set::broadcast(factor);
         for_vectors<Set>(out.size, [=](std::size_t i, auto lanes) {
-            store<Set>(out.data + i, load<Set>(a.data + i, lanes) * b, lanes);
+            store_result(out, i, load<Set>(a.data + i, lanes) * b, lanes);
         });
     }
 
+    /// A move: a NaN keeps its bits but the sign.
     static void negate(RealInput a, RealOutput out) {
         for_vectors<Set>(out.size, [=](std::size_t i, auto lanes) {
             store<Set>(out.data + i, Set::negated(load<Set>(a.data + i, lanes)), lanes);
         });
+    }
+
+  private:
+    template <typename Lanes>
+    static void store_result(RealOutput out, std::size_t index, typename Set::Register value,
+                             Lanes lanes) {
+        store<Set>(out.data + index, as_result<Set>(value), lanes);
     }
 };
 

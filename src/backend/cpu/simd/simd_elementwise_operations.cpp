@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/cpu_chunks.h"
 #include "backend/cpu/element_bits.h"
+#include "backend/cpu/floating_policies.h"
 #include "backend/cpu/simd/simd_operations.h"
 #include "backend/cpu/simd/simd_unfused_kernels.h"
 
@@ -99,7 +100,7 @@ void divide_by_kernel(const ComplexKernels<Form>& kernels, typename Form::Vector
 void sqrt(const Table&, SplitInput a, SplitOutput out) {
     for_elements(out.size, [=](Index begin, Index end) {
         for (Index i = begin; i < end; ++i) {
-            const std::complex<float> root = std::sqrt(std::complex(a.real[i], a.imag[i]));
+            const auto root = result_as<Element>(std::sqrt(Element(a.real[i], a.imag[i])));
             out.real[i] = root.real();
             out.imag[i] = root.imag();
         }
@@ -109,7 +110,7 @@ void sqrt(const Table&, SplitInput a, SplitOutput out) {
 void sqrt(const Table&, InterleavedInput a, InterleavedOutput out) {
     for_elements(out.size, [=](Index begin, Index end) {
         for (Index i = begin; i < end; ++i) {
-            out.data[i] = std::sqrt(a.data[i]);
+            out.data[i] = result_as<Element>(std::sqrt(a.data[i]));
         }
     });
 }
@@ -138,10 +139,9 @@ void add(const Table&, Float16Input a, Float16Input b, Float16Output out) {
             conversions->add_binary16(&a.data[begin].bits, &b.data[begin].bits,
                                       &out.data[begin].bits, end - begin);
         } else {
-            std::transform(a.data + begin, a.data + end, b.data + begin, out.data + begin,
-                           [](Float16 x, Float16 y) {
-                               return Float16(static_cast<float>(x) + static_cast<float>(y));
-                           });
+            std::transform(
+                a.data + begin, a.data + end, b.data + begin, out.data + begin,
+                [](Float16 x, Float16 y) { return result_as<Float16>(widened(x) + widened(y)); });
         }
     });
 }

@@ -212,11 +212,12 @@ class Elimination {
 template <typename Set>
 constexpr EliminationKernels<typename Set::Component> make_elimination_kernels() {
     using Kernels = Elimination<Set>;
-    return {{.subtract_product = strided_product<RealElements<Unfused<Set>>, Update::subtract>,
-             .solve_triangle = Kernels::solve_triangle,
-             .substitute_forward = Kernels::substitute_forward,
-             .substitute_backward = BackwardSubstitution<RealRows<Set>>::solve},
-            Kernels::factor_panel};
+    return {
+        {.subtract_product = strided_product<RealElements<FloatingRules<Set>>, Update::subtract>,
+         .solve_triangle = Kernels::solve_triangle,
+         .substitute_forward = Kernels::substitute_forward,
+         .substitute_backward = BackwardSubstitution<RealRows<Set>>::solve},
+        Kernels::factor_panel};
 }
 
 template <typename Set>
@@ -230,8 +231,8 @@ make_complex_elimination_kernels() {
 template <typename FloatSet, typename DoubleSet>
 constexpr EliminationTable make_elimination_table() {
     return {make_elimination_kernels<FloatSet>(), make_elimination_kernels<DoubleSet>(),
-            make_complex_elimination_kernels<Unfused<FloatSet>>(),
-            make_complex_elimination_kernels<Unfused<DoubleSet>>()};
+            make_complex_elimination_kernels<FloatingRules<FloatSet>>(),
+            make_complex_elimination_kernels<FloatingRules<DoubleSet>>()};
 }
 
 } // namespace

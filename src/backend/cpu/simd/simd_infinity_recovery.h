@@ -13,7 +13,7 @@ namespace Tessaline::SimdKernels {
 /// What a product does to its result.
 enum class Update { replace, subtract };
 
-/// An element of interleaved parts, and it stored, where every NaN is the positive quiet one.
+/// An element of interleaved parts, and a computed one stored.
 template <typename Component>
 typename BuiltInComplex<Component>::Type built_in_element(const Component* parts) {
     typename BuiltInComplex<Component>::Type value;
@@ -21,11 +21,11 @@ typename BuiltInComplex<Component>::Type built_in_element(const Component* parts
     __imag__ value = parts[1];
     return value;
 }
-template <typename Component>
-void store_with_one_nan(Component* parts, typename BuiltInComplex<Component>::Type value) {
-    constexpr auto not_a_number = static_cast<Component>(__builtin_nan(""));
-    parts[0] = __real__ value == __real__ value ? __real__ value : not_a_number;
-    parts[1] = __imag__ value == __imag__ value ? __imag__ value : not_a_number;
+template <typename Set>
+void store_result(typename Set::Component* parts,
+                  typename BuiltInComplex<typename Set::Component>::Type value) {
+    parts[0] = as_result<Set>(__real__ value);
+    parts[1] = as_result<Set>(__imag__ value);
 }
 
 /// a b as product<Set>() has it, but that infinities are recovered.

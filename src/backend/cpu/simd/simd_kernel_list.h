@@ -37,8 +37,10 @@ constexpr EngineEliminationKernels make_engine_elimination_kernels() {
             Kernels::template eliminate<WideQuotients<Set>>};
 }
 
-template <typename Set>
+template <typename InstructionSet>
 constexpr Table make_table() {
+    using Set = EngineRules<InstructionSet>;
+    using SolverSet = EngineSolverRules<InstructionSet>;
     using Split = FormElements<Set, SplitForm>;
     return {
         .split = make_complex_kernels<Split>(),
@@ -51,9 +53,9 @@ constexpr Table make_table() {
         .sum = Reductions<Set>::sum,
         .matmul = matmul_real<Set>,
         .conjugate_row_products = conjugate_row_products<Split>,
-        .elimination = make_engine_elimination_kernels<KeepingOneNan<Set>>(),
-        .solve = EngineLu::solve<KeepingOneNan<Set>, long>,
-        .logdet = EngineLu::logdet<long>,
+        .elimination = make_engine_elimination_kernels<SolverSet>(),
+        .solve = EngineLu::solve<SolverSet, long>,
+        .logdet = EngineLu::logdet<SolverSet, long>,
         .principal_eigenvect = EnginePowerMethods::principal_eigenvect<Reductions<Set>>,
     };
 }

@@ -6,6 +6,8 @@
 // them (x86_simd_engine.h) cuts the work and knows the shapes. Included by units for every
 // instruction set, so nothing here is more than a declaration.
 //
+// Every NaN that arithmetic stores is the positive quiet one.
+//
 // Elements of matrices lie in row-major order, whatever the views say. A kernel with `begin` and
 // `end` computes those rows of its result only.
 
@@ -84,7 +86,7 @@ struct Table {
     void (*subtract)(RealInput, RealInput, RealOutput);
     void (*multiply)(RealInput, RealInput, RealOutput);
     void (*scale)(RealInput, float factor, RealOutput);
-    void (*negate)(RealInput, RealOutput);
+    void (*negate)(RealInput, RealOutput); ///< of a NaN the sign as well
 
     /// Lanes are summed over whole vectors and then among each other, halves first; what is left of
     /// the elements is added to that in order.

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/floating_comparisons.h"
+#include "backend/cpu/floating_policies.h"
 #include "backend/cpu/simd/simd_operations.h"
 #include "backend/cpu/simd/simd_planes.h"
 
@@ -30,7 +31,7 @@ float strided_sum(const float* elements, Index count, Index stride) {
     for (; i < count; ++i) {
         sum += elements[i * stride];
     }
-    return sum;
+    return result_as<float>(sum);
 }
 
 bool is_finite(float value) {
@@ -68,7 +69,7 @@ float euclidean_norm(Index size, const ElementAt& element) {
         const Element value = element(i);
         sum += value.real() * value.real() + value.imag() * value.imag();
     }
-    return std::sqrt(sum);
+    return result_as<float>(std::sqrt(sum));
 }
 
 /// Whether a row's inner product with itself is 1. An overflow is none.

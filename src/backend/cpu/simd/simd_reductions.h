@@ -27,7 +27,7 @@ class LaneSum {
         for (std::size_t i = 0; i < count % Set::lanes; ++i) {
             sum += rest[i];
         }
-        return sum;
+        return as_result<Set>(sum);
     }
 
   private:

@@ -239,12 +239,6 @@ void strided_row_products(StridedRows<const typename Elements::Element> A,
                                });
 }
 
-/// Products that do not recover infinities: a sum with two parts of NaN tells the caller to.
-template <typename Set>
-struct UnrecoveredElements : InterleavedElements<Set> {
-    static constexpr bool recovers_infinities = false;
-};
-
 /// The same for rows that are widened on the way.
 template <typename Elements, typename Format>
 void widened_row_products(StridedRows<const std::uint16_t> A, const typename Elements::Element* x,

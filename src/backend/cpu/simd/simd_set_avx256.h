@@ -23,7 +23,6 @@ struct Avx256 {
     using Mask = __m256i;
     static constexpr std::size_t lanes = 8;
     static constexpr bool fuses = false;
-    static constexpr bool keeps_one_nan = false;
     // Tiles of products: rows, and vectors across, that the 16 registers hold.
     static constexpr std::size_t real_tile_rows = 6;
     static constexpr std::size_t real_tile_vectors = 2;
@@ -59,13 +58,6 @@ struct Avx256 {
     }
     static Register with_one_nan(Register value) {
         return _mm256_blendv_ps(value, _mm256_set1_ps(__builtin_nanf("")), nan_mask(value));
-    }
-
-    /// Every NaN the quiet one under its sign.
-    static Register with_plain_nans(Register value) {
-        const Register sign = _mm256_and_ps(value, _mm256_set1_ps(-0.0F));
-        return _mm256_blendv_ps(value, _mm256_or_ps(sign, _mm256_set1_ps(__builtin_nanf(""))),
-                                nan_mask(value));
     }
 
     /// The sum of the lanes: the high half onto the low half, then neighbours, twice.

@@ -20,7 +20,6 @@ struct Avx256Double {
     using Mask = __m256i;
     static constexpr std::size_t lanes = 4;
     static constexpr bool fuses = false;
-    static constexpr bool keeps_one_nan = false;
     static constexpr std::size_t real_tile_rows = 6;
     static constexpr std::size_t real_tile_vectors = 2;
     static constexpr std::size_t split_tile_rows = 2;

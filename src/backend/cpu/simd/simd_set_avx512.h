@@ -23,7 +23,6 @@ struct Avx512 {
     using Mask = __mmask16;
     static constexpr std::size_t lanes = 16;
     static constexpr bool fuses = true;
-    static constexpr bool keeps_one_nan = false;
     // Tiles of products: rows, and vectors across, that the 32 registers hold.
     static constexpr std::size_t real_tile_rows = 6;
     static constexpr std::size_t real_tile_vectors = 4;
@@ -73,15 +72,6 @@ struct Avx512 {
     static Register with_one_nan(Register value) {
         return _mm512_mask_mov_ps(value, static_cast<Mask>(nan_lanes(value)),
                                   _mm512_set1_ps(__builtin_nanf("")));
-    }
-
-    /// Every NaN the quiet one under its sign.
-    static Register with_plain_nans(Register value) {
-        constexpr int masked_or = 0xea; // (value & sign) | NaN
-        return _mm512_castsi512_ps(_mm512_mask_ternarylogic_epi32(
-            _mm512_castps_si512(value), static_cast<Mask>(nan_lanes(value)),
-            _mm512_castps_si512(_mm512_set1_ps(-0.0F)),
-            _mm512_castps_si512(_mm512_set1_ps(__builtin_nanf(""))), masked_or));
     }
 
     /// The sum of the lanes: the high half onto the low half, twice, then neighbours, twice.

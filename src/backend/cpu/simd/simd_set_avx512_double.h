@@ -19,7 +19,6 @@ struct Avx512Double {
     using Mask = __mmask8;
     static constexpr std::size_t lanes = 8;
     static constexpr bool fuses = true;
-    static constexpr bool keeps_one_nan = false;
     static constexpr std::size_t real_tile_rows = 6;
     static constexpr std::size_t real_tile_vectors = 4;
     static constexpr std::size_t split_tile_rows = 4;

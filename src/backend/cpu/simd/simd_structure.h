@@ -57,8 +57,8 @@ void partial_trace_right(typename Elements::Form::MatrixInput A,
                 imag += *part.imag;
             }
             const auto to = Elements::parts_at(out, i * out.cols + j);
-            *to.real = real;
-            *to.imag = imag;
+            *to.real = as_result<typename Elements::Set>(real);
+            *to.imag = as_result<typename Elements::Set>(imag);
         }
     }
 }

@@ -37,12 +37,12 @@ constexpr auto make_interleaved_kernels() {
 
 template <typename FloatSet, typename DoubleSet>
 constexpr UnfusedTable make_unfused_table() {
-    using Reals = RealElements<Unfused<FloatSet>>;
+    using Widened = WidenedRules<FloatSet>;
     return {
-        make_real_kernels<Unfused<FloatSet>>(),
-        make_real_kernels<Unfused<DoubleSet>>(),
-        make_interleaved_kernels<Unfused<FloatSet>>(),
-        make_interleaved_kernels<Unfused<DoubleSet>>(),
+        make_real_kernels<FloatingRules<FloatSet>>(),
+        make_real_kernels<FloatingRules<DoubleSet>>(),
+        make_interleaved_kernels<FloatingRules<FloatSet>>(),
+        make_interleaved_kernels<FloatingRules<DoubleSet>>(),
         {
             .widen_binary16 = Conversions<FloatSet>::widen_binary16,
             .round_binary16 = Conversions<FloatSet>::round_binary16,
@@ -51,10 +51,12 @@ constexpr UnfusedTable make_unfused_table() {
             .add_binary16 = Conversions<FloatSet>::add_binary16,
         },
         {
-            .row_products_binary16 = widened_row_products<Reals, Binary16<FloatSet>>,
-            .row_products_bfloat16 = widened_row_products<Reals, UpperHalf<FloatSet>>,
+            .row_products_binary16 =
+                widened_row_products<RealElements<Widened>, Binary16<FloatSet>>,
+            .row_products_bfloat16 =
+                widened_row_products<RealElements<Widened>, UpperHalf<FloatSet>>,
             .row_products_complex_binary16 =
-                widened_row_products<UnrecoveredElements<Unfused<FloatSet>>, Binary16<FloatSet>>,
+                widened_row_products<InterleavedElements<Widened>, Binary16<FloatSet>>,
             .sum_of_runs_binary16 = sum_of_stored_runs<FloatSet, Binary16<FloatSet>>,
             .sum_of_runs_bfloat16 = sum_of_stored_runs<FloatSet, UpperHalf<FloatSet>>,
         },

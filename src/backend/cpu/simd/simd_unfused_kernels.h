@@ -2,9 +2,9 @@
 #pragma once
 
 // Products without fused operations, compiled for wide vectors: the inner loops of the floating
-// kernels. They give the bits of plain loops, but that every NaN they
-// store is the positive quiet one. They are serial, check nothing and allocate nothing but a
-// thread's packing memory (simd_packing_memory.h).
+// kernels. They give the bits of plain loops, but that every NaN they store is the positive quiet
+// one. They are serial, check nothing and allocate nothing but a thread's packing memory
+// (simd_packing_memory.h).
 //
 // Included by units for every instruction set, so nothing here is more than a declaration.
 
@@ -67,13 +67,13 @@ struct ConversionKernels {
     void (*round_binary16)(const float* from, std::uint16_t* to, Index count);
     void (*widen_bfloat16)(const std::uint16_t* from, float* to, Index count);
     void (*round_bfloat16)(const float* from, std::uint16_t* to, Index count);
-    /// Sums in float, rounded once; a NaN keeps its sign. The result may lie where an operand does.
+    /// Sums in float, rounded once. The result may lie where an operand does.
     void (*add_binary16)(const std::uint16_t* a, const std::uint16_t* b, std::uint16_t* out,
                          Index count);
 };
 
 /// Kernels of elements of two bytes a part, which are widened on the way and whose results are not
-/// rounded.
+/// rounded and hold any NaN.
 struct StoredKernels {
     /// y = A x as the kernel of that name forms it, the rows of A `stride` elements apart. Complex
     /// sums with two parts of NaN are left to the caller to form anew.
