@@ -68,7 +68,7 @@ bench: ## build the benchmarks and print their figures
 	@scripts/setup.sh bench
 	@$(call configure,release)
 	@$(call build,release)
-	@PYTHONPATH=build/release/python .venv/bin/python bench/report.py build/release
+	@PYTHONPATH=build/release/python .venv-bench/bin/python bench/report.py build/release
 
 .PHONY: asan
 asan: .venv/.ready ## run the C++ tests under AddressSanitizer and UndefinedBehaviorSanitizer
@@ -120,5 +120,5 @@ bare: ## prove demo and test on a bare Debian 12, made for it in a temporary fol
 	@scripts/bare.sh
 
 .PHONY: clean
-clean: ## remove what was built (.venv stays)
+clean: ## remove what was built (.venv and .venv-bench stay)
 	@rm -rf build dist

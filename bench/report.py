@@ -7,13 +7,10 @@ import os
 import re
 import subprocess
 import sys
-import time
-import timeit
-from collections.abc import Callable
 from pathlib import Path
-from statistics import median
 
 import numpy as np
+from interleaving import Effort, interleaved_medians
 
 import tessaline
 from tessaline import _native
@@ -53,30 +50,21 @@ def demo_megabytes(build: Path) -> list[tuple[str, float]]:
     return [(language, float(megabytes)) for language, megabytes in found]
 
 
-def interleaved_microseconds(calls: dict[str, Callable[[], object]]) -> dict[str, float]:
-    """The median processor time of each call, in turns."""
-    number = 5_000
-    times: dict[str, list[float]] = {name: [] for name in calls}
-    for _ in range(2 * REPETITIONS):
-        for name, call in calls.items():
-            times[name].append(timeit.timeit(call, timer=time.process_time, number=number))
-    return {name: median(each) / number * 1e6 for name, each in times.items()}
-
-
 def print_python_calls() -> None:
     """Small products from Python beside NumPy's."""
     a, b, out = (np.ones((4, 4), np.float32) for _ in range(3))
     bindings = {0: a, 1: b, 1 << 31: out}
     locations = dict.fromkeys(bindings, "host")
     unpinned, pinned = _native.Context(pinning_policy="disabled"), _native.Context()
-    found = interleaved_microseconds(
-        {
-            "numpy": lambda: np.matmul(a, b),
-            "execute": lambda: unpinned.execute("tessaline.matmul@1", bindings, locations),
-            "pinned": lambda: pinned.execute("tessaline.matmul@1", bindings, locations),
-            "function": lambda: tessaline.matmul(a, b),
-        }
-    )
+    calls = {
+        "numpy": lambda: np.matmul(a, b),
+        "execute": lambda: unpinned.execute("tessaline.matmul@1", bindings, locations),
+        "pinned": lambda: pinned.execute("tessaline.matmul@1", bindings, locations),
+        "function": lambda: tessaline.matmul(a, b),
+    }
+    effort = Effort(turn_seconds=0.005, turns=2 * REPETITIONS, seconds=5.0)
+    seconds = interleaved_medians(calls, effort)
+    found = {name: each * 1e6 for name, each in seconds.items()}
     twice = 2 * found["numpy"]
     print("\nProduct of two 4 by 4 float32 matrices from Python")
     print_row("numpy.matmul", found["numpy"], "us")
@@ -104,16 +92,25 @@ def print_comparisons(build: Path) -> None:
             print("left out: it was not built, since OpenBLAS or LAPACKE is not installed")
 
 
+def print_user_calls() -> int:
+    """The table of every function as users call it. Answers the status of its program."""
+    program = Path(__file__).resolve().parent / "user_calls.py"
+    status = subprocess.run([sys.executable, program]).returncode
+    print()
+    return status
+
+
 def print_row(figure: str, value: float, unit: str, target: float | None = None) -> None:
     aim = "" if target is None else f"at most {target:.3g}" + ("" if value <= target else "  MISSED")
     print(f"{figure:<52}{value:>9.2f} {unit:<12}{aim}")
 
 
-def main() -> None:
+def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("build", type=Path, help="the build folder")
     build = parser.parse_args().build
 
+    status = print_user_calls()
     small = medians(build / "bench" / "bench_small_calls")
     unpinned, pinned = small["execute_add/pinning:0"], small["execute_add/pinning:1"]
     stored, bare = small["host_vector"]["cpu_time"], small["bare_allocation"]["cpu_time"]
@@ -137,7 +134,8 @@ def main() -> None:
         print_row(f"peak memory of the demo, {language}", megabytes, "MB", 100)
     print_python_calls()
     print_comparisons(build)
+    return status
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())

@@ -3,7 +3,8 @@
 # Makes a machine ready to build and test: installs the Debian packages that are missing, creates
 # .venv and fills it from scripts/requirements.txt. Does nothing where nothing is missing.
 #
-# setup.sh bench     also installs the peers that the benchmarks compare with
+# setup.sh bench     also installs the peers that the benchmarks compare with, those for Python into
+#                    .venv-bench
 # setup.sh fuzz      also installs a compiler with a fuzzer
 # setup.sh lint      also installs clang-tidy
 # setup.sh coverage  also installs gcovr into .venv
@@ -14,8 +15,6 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 python="${PYTHON:-python3}"
 purpose="${1:-}"
-requirements=scripts/requirements.txt
-stamp=.venv/.ready
 
 fail() {
     echo "setup: $*" >&2
@@ -87,18 +86,29 @@ install_packages() {
         fail "apt-get install failed; still missing: $wanted"
 }
 
-make_environment() {
-    if [ -e .venv ] && ! .venv/bin/python -m pip --version >/dev/null 2>&1; then
-        echo "setup: .venv does not run here, making it anew"
-        rm -rf .venv
+# ready_environment FOLDER REQUIREMENTS INTERPRETER
+ready_environment() {
+    local folder="$1" requirements="$2" interpreter="$3" stamp="$1/.ready"
+    if [ ! -e "$stamp" ] || [ "$requirements" -nt "$stamp" ] ||
+        ! "$folder/bin/python" -c '' 2>/dev/null; then
+        fill_environment "$folder" "$requirements" "$interpreter"
     fi
-    if [ ! -e .venv ]; then
-        echo "setup: creating .venv with $("$python" --version)"
-        "$python" -m venv .venv || fail "'$python -m venv .venv' failed"
+    touch "$stamp"
+}
+
+fill_environment() {
+    local folder="$1" requirements="$2" interpreter="$3"
+    if [ -e "$folder" ] && ! "$folder/bin/python" -m pip --version >/dev/null 2>&1; then
+        echo "setup: $folder does not run here, making it anew"
+        rm -rf "$folder"
+    fi
+    if [ ! -e "$folder" ]; then
+        echo "setup: creating $folder with $("$interpreter" --version)"
+        "$interpreter" -m venv "$folder" || fail "'$interpreter -m venv $folder' failed"
     fi
     echo "setup: installing the Python packages of $requirements"
-    .venv/bin/python -m pip install --quiet --disable-pip-version-check -r "$requirements" ||
-        fail "pip could not install the packages of $requirements into .venv"
+    "$folder/bin/python" -m pip install --quiet --disable-pip-version-check -r "$requirements" ||
+        fail "pip could not install the packages of $requirements into $folder"
 }
 
 [ -z "${PYTHON:-}" ] || command -v "$PYTHON" >/dev/null || fail "there is no interpreter PYTHON=$PYTHON"
@@ -114,11 +124,10 @@ fi
 "$python" -c 'import sys; sys.exit(sys.version_info < (3, 10))' ||
     fail "$("$python" --version) is too old, 3.10 or later is needed; name another one with PYTHON=..."
 
-if [ ! -e "$stamp" ] || [ "$requirements" -nt "$stamp" ] ||
-    ! .venv/bin/python -c '' 2>/dev/null; then
-    make_environment
-fi
+ready_environment .venv scripts/requirements.txt "$python"
+# The module that is measured was built for the interpreter of .venv.
+[ "$purpose" != bench ] ||
+    ready_environment .venv-bench scripts/requirements-bench.txt .venv/bin/python
 [ "$purpose" != coverage ] || [ -x .venv/bin/gcovr ] ||
     .venv/bin/python -m pip install --quiet --disable-pip-version-check 'gcovr>=7,<9' ||
     fail "pip could not install gcovr into .venv"
-touch "$stamp"
