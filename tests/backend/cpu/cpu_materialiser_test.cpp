@@ -3,6 +3,7 @@
 
 #include "backend/cpu/cpu_layout_adaptation.h"
 #include "backend/cpu/deferred_planes.h"
+#include "backend/cpu/engine_power_methods.h"
 #include "support/expect_error.h"
 #include "tessaline/catalogue/errors.h"
 #include "tessaline/execution/backend_execution_bindings.h"
@@ -21,7 +22,8 @@ namespace {
 
 using Complex = std::complex<float>;
 using ::testing::ElementsAre;
-using ::testing::FloatNear;
+
+constexpr float epsilon = std::numeric_limits<float>::epsilon();
 
 /// How elements of an operand lie. `adapted` ones are interleaved, with steps around the kernel's
 /// that turn them into split ones.
@@ -510,9 +512,12 @@ TEST_F(CpuSolverStepsTest, FactorsServeSolveAndLogdet) {
     BackendExecutionSession session;
     CpuMaterialiser::solve_host_dense_complex_interleaved_int64_cfloat_colmaj()->execute(session,
                                                                                          solving);
-    for (const Complex residual : {b.elements()[0] + i * b.elements()[1] - (2.0F + i),
-                                   2.0F * b.elements()[0] + 4.0F * b.elements()[1] - 8.0F}) {
-        EXPECT_LE(std::abs(residual), 1e-5F);
+    const Complex x = b.elements()[0];
+    const Complex y = b.elements()[1];
+    // Of backward error 10 n rounding units: the norms of the matrix and of the solution.
+    const float size = std::sqrt(22 * (std::norm(x) + std::norm(y)));
+    for (const Complex residual : {x + i * y - (2.0F + i), 2.0F * x + 4.0F * y - 8.0F}) {
+        EXPECT_LE(std::abs(residual), 10 * 2 * epsilon / 2 * size);
     }
 
     BackendExecutionBindings logdet;
@@ -521,10 +526,10 @@ TEST_F(CpuSolverStepsTest, FactorsServeSolveAndLogdet) {
     result.bind(logdet, output_role(0));
     CpuMaterialiser::logdet_host_dense_complex_interleaved_int64_cuFloat_colmaj()->execute(session,
                                                                                            logdet);
-    // The determinant is 4 - 2 i.
-    const Complex determinant = std::exp(result.elements()[0]);
-    EXPECT_THAT(determinant.real(), FloatNear(4, 1e-5F));
-    EXPECT_THAT(determinant.imag(), FloatNear(-2, 1e-5F));
+    // Both factors and their logarithms are rounded, and so is the sum of those.
+    const Complex determinant(4, -2);
+    EXPECT_LE(std::abs(std::exp(result.elements()[0]) - determinant),
+              5 * epsilon * std::abs(determinant) * std::abs(std::log(determinant)));
 }
 
 TEST_F(CpuSolverStepsTest, EigenStepsTakeColumnMajorMatrices) {
@@ -538,7 +543,8 @@ TEST_F(CpuSolverStepsTest, EigenStepsTakeColumnMajorMatrices) {
     const auto& set = dynamic_cast<const HostEigenVals<Complex, Complex>&>(*eigen);
     EXPECT_THAT(std::vector(set.eigenvalues(), set.eigenvalues() + 2),
                 ElementsAre(Complex(2), Complex(1)));
-    EXPECT_LE(std::abs(set.eigenvectors()[2] + set.eigenvectors()[3]), 1e-6F);
+    // Each was rounded once to single precision.
+    EXPECT_LE(std::abs(set.eigenvectors()[2] + set.eigenvectors()[3]), epsilon);
 
     BackendExecutionBindings power;
     Operand principal(vector(Form::interleaved, {9, 9}));
@@ -547,8 +553,10 @@ TEST_F(CpuSolverStepsTest, EigenStepsTakeColumnMajorMatrices) {
     BackendExecutionSession session;
     CpuMaterialiser::principal_eigenvect_host_complex_interleaved_cf32_colmaj()->execute(session,
                                                                                          power);
-    EXPECT_LE(std::abs(principal.elements()[0] - 1.0F), 1e-4F);
-    EXPECT_LE(std::abs(principal.elements()[1]), 1e-4F);
+    // Each step halves the distance, so that what is left is no more than the last step was.
+    const float distance = EnginePowerMethods::convergence_tolerance + 2 * epsilon;
+    EXPECT_LE(std::abs(principal.elements()[0] - 1.0F), distance);
+    EXPECT_LE(std::abs(principal.elements()[1]), distance);
 }
 
 TEST_F(CpuSolverStepsTest, FailuresOfTheEngineReachTheCaller) {
