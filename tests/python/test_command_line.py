@@ -15,6 +15,7 @@ from tessaline import _files, _matrix_market
 from tessaline.__main__ import main
 
 Command = Callable[..., tuple[int, str, str]]
+EPSILON = np.finfo(np.float64).eps
 
 
 @pytest.fixture
@@ -82,13 +83,16 @@ def test_results_survive_every_format(
 ) -> None:
     status, output, errors = command("run", *words.split(), "-o", f"out{suffix}")
     assert (status, output, errors) == (0, "", "")
-    result = _files.load(f"out{suffix}")
-    assert np.allclose(np.reshape(result, np.shape(expected)), expected, atol=1e-15)
+    result = np.reshape(_files.load(f"out{suffix}"), np.shape(expected))
+    # Only the solver and the eigenvalues of order 2 round at all.
+    difference = np.abs(np.subtract(result, expected, dtype=complex))
+    assert difference.max() <= 5 * 2 * EPSILON * np.max(np.abs(expected))
 
 
 def test_several_results_go_into_an_archive_by_name(command: Command) -> None:
     assert command("run", "eig", "a.npy", "-o", "out.npz") == (0, "", "")
-    assert sorted(_files.load("out.npz:eigenvalues").real) == pytest.approx([2, 5])
+    eigenvalues = np.sort(_files.load("out.npz:eigenvalues").real)
+    assert np.abs(eigenvalues - [2, 5]).max() <= 5 * 2 * EPSILON * 5
     assert command("run", "lu_factor", "a.npy", "-o", "lu.npz") == (0, "", "")
     assert _files.load("lu.npz:pivots").tolist() == [0, 1]
     status, output, _ = command("run", "slogdet", "a.npy")

@@ -125,7 +125,8 @@ def test_factors_solve_and_give_the_determinant(context, dtype):
     assert np.abs(rhs - expected).max() <= 10 * 3 * eps * np.linalg.cond(matrix) * 3
     logdet = factor.logdet()
     assert isinstance(logdet, complex)
-    assert np.exp(logdet) == pytest.approx(np.linalg.det(np.array(MATRIX, float)), rel=float(30 * eps))
+    determinant = np.linalg.det(np.array(MATRIX, float))
+    assert abs(np.exp(logdet) - determinant) <= 10 * 3 * eps * abs(determinant)
 
 
 def test_factor_failures_have_their_reason(context):
@@ -157,5 +158,6 @@ def test_eigenvalues_land_in_their_operand(context):
     )
     assert result is operand
     residual = matrix @ operand.vectors - operand.vectors * operand.values
-    assert np.abs(residual).max() <= 10 * 2 * np.finfo(np.float64).eps * np.linalg.norm(matrix)
-    assert sorted(operand.values.real) == pytest.approx([2, 3])
+    limit = 10 * 2 * np.finfo(np.float64).eps * np.linalg.norm(matrix)
+    assert np.abs(residual).max() <= limit
+    assert np.abs(np.sort(operand.values.real) - [2, 3]).max() <= limit

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Keys made from a line of text, and records as a line of text.
+// Keys made from a line of text.
 
 #include "support/operand_text.h"
-#include "tessaline/catalogue/implementation_numerics.h"
+#include "tessaline/catalogue/backend_key.h"
 
 namespace Tessaline::Testing {
 
@@ -20,14 +20,6 @@ inline BackendRegistryKey key_of(const std::string& name, const std::string& ope
         (is_output_role(operand.role()) ? outputs : inputs).push_back(key);
     }
     return {BackendKind::cpu_simd, OperationId("tessaline." + name, 1), inputs, outputs};
-}
-
-/// "algorithm: stability, mode in accumulation, order", with 0 for no accumulation type.
-inline std::string summary(const ImplementationNumerics& record) {
-    return record.algorithm + ": " + stability_kind_name(record.stability) + ", " +
-           precision_mode_name(record.precision.mode) + " in " +
-           record.precision.accumulation_dtype.value_or("0") + ", " +
-           reduction_order_name(record.precision.reduction_order);
 }
 
 } // namespace Tessaline::Testing
