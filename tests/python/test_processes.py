@@ -25,7 +25,7 @@ again = importlib.import_module("tessaline._native")
 importlib.reload(again)
 print(again is _native, add())
 try:
-    again.LUFactor(np.zeros((2, 2)), tessaline.Context())
+    again.LUFactor(np.zeros((2, 2)), again.Context())
 except tessaline.NativeError as error:
     print(error.reason)
 """
@@ -59,7 +59,7 @@ def slow(name, *rest):
     time.sleep(0.1)
     return plain(name, *rest)
 builtins.__import__ = slow
-threads = [threading.Thread(target=lambda: print(add())) for _ in range(3)]
+threads = [threading.Thread(target=lambda: sys.stdout.write(f"{add()}\\n")) for _ in range(3)]
 for thread in threads: thread.start()
 for thread in threads: thread.join()
 """
