@@ -97,7 +97,7 @@ bool OperationSpec::preserves_output(OperandRole role) const {
 }
 
 OperationHandle OperationSpec::handle() const {
-    if (handle_ == OperationHandle::unassigned) {
+    if (!has_handle()) {
         throw std::logic_error("OperationSpec::handle - operation catalogue has not been sealed");
     }
     return handle_;

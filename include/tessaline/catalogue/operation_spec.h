@@ -60,6 +60,8 @@ class TESSALINE_API OperationSpec {
     /// std::out_of_range for an output that the operation does not have.
     bool preserves_output(OperandRole role) const;
 
+    /// Whether the operation belongs to a sealed catalogue.
+    bool has_handle() const { return handle_ != OperationHandle::unassigned; }
     /// Raises std::logic_error before the catalogue is sealed.
     OperationHandle handle() const;
     /// Succeeds once, with a valid handle; raises std::logic_error otherwise.

@@ -15,6 +15,7 @@ class TESSALINE_API TessalineExecutor {
   public:
     /// The context must outlive the executor.
     TessalineExecutor(const TessalineContext& context, BackendExecutor&& executor);
+    TessalineExecutor(const TessalineContext&& context, BackendExecutor&& executor) = delete;
 
     /// Runs operation `id` on the bound operands and returns when the result is there.
     ///
