@@ -7,10 +7,7 @@
 // A file holds one real number a line; blank lines and lines that begin with '#' are skipped. The
 // sums are written to the file BITS, where one is named, as they lie in memory.
 
-#include "tessaline/frontend/elements.h"
-#include "tessaline/frontend/operation_bindings.h"
-#include "tessaline/frontend/tessaline_context.h"
-#include "tessaline/frontend/tessaline_executor.h"
+#include "tessaline/tessaline.h"
 
 #include <algorithm>
 #include <charconv>

@@ -191,7 +191,8 @@ typedef struct tessaline_operand_view {
     uint64_t buffer_count;
 } tessaline_operand_view;
 
-/* One call. The record and all that it leads to are valid during the call only. */
+/* One call. The record and all that it leads to are valid during the call only. No output shares
+ * memory with another operand. */
 typedef struct tessaline_kernel_invocation {
     uint32_t struct_size;
     uint32_t backend;

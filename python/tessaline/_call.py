@@ -34,9 +34,10 @@ def check_output(
 def refuse_overlap(
     name: str, out: Array, others: Sequence[Array], elementwise: bool, label: str = "out"
 ) -> None:
-    """Refuses a result in memory that is still to be read.
+    """Refuses a result over memory that holds something else, where the package copies it there.
 
-    Everything here is contiguous, so the comparison of bounds is exact.
+    Where the runtime writes it, the runtime refuses. Everything here is contiguous, so the
+    comparison of bounds is exact.
     """
     for other in others:
         if np.may_share_memory(out, other):
@@ -49,7 +50,6 @@ def outputs_for(
     signature: Signature,
     shapes: Sequence[tuple[int, ...]],
     dtypes: Sequence[Dtype],
-    arrays: Sequence[Array],
     out: Any,
 ) -> list[Array]:
     """The arrays that the results go to: the caller's, or new ones."""
@@ -63,8 +63,6 @@ def outputs_for(
         outs, labels = list(out), [f"out[{i}]" for i in range(len(out))]
     for i, (array, label) in enumerate(zip(outs, labels)):
         check_output(signature.name, array, shapes[i], dtypes[i], label)
-        refuse_overlap(signature.name, array, arrays, signature.elementwise, label)
-        refuse_overlap(signature.name, array, outs[:i], False, label)
     return outs
 
 
@@ -134,7 +132,7 @@ def call(
         result = np.empty(shapes[0], dtypes[0])
         _run(context, signature, operands, (result,))
         return result if result.shape else result[()]
-    outputs = outputs_for(signature, shapes, dtypes, operands, out)
+    outputs = outputs_for(signature, shapes, dtypes, out)
     _run(context, signature, operands, outputs)
     if len(outputs) == 1:
         return outputs[0]

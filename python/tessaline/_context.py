@@ -5,6 +5,7 @@ from __future__ import annotations
 
 import operator
 import os
+import re
 import threading
 from collections.abc import Iterable
 from contextvars import ContextVar
@@ -26,6 +27,8 @@ Results = tuple[tuple[Shape, ...], tuple[Dtype, ...]]
 
 #: Of how many calls the results a context remembers.
 _KNOWN_RESULTS = 4096
+
+_OVERLAP = re.compile(r"Output(\d+) overlaps (Input|Output)(\d+)")
 
 _lock = threading.RLock()
 _catalogue: Any = None
@@ -98,6 +101,17 @@ def operation_id(operation: str, catalogue: Any) -> str:
     if not versions:
         raise KeyError(f"no operation {operation!r}; tessaline.operations() lists them")
     return max(versions, key=lambda each: int(each.rpartition("@")[2]))
+
+
+def _overlap_of_arguments(signature: Signature, message: str) -> str | None:
+    """What the runtime says of the roles of overlapping operands, said of the arguments."""
+    found = _OVERLAP.search(message)
+    if found is None:
+        return None
+    outs = [f"out[{i}]" for i in range(len(signature.outputs))] if signature.outputs[1:] else ["out"]
+    out, side, other = outs[int(found[1])], found[2], int(found[3])
+    overlapped = outs[other] if side == "Output" else signature.names[other]
+    return f"{signature.name}: {out} overlaps {overlapped}"
 
 
 class Context:
@@ -289,7 +303,8 @@ class Context:
         Raises:
             KeyError: for an operation that the catalogue does not have.
             ValueError, TypeError: for operands that do not fit it, and for an array in `out` that
-                cannot be written into as it lies.
+                cannot be written into as it lies or that overlaps another operand, but for an
+                elementwise operation in place.
             Error: where no implementation takes them, and where the implementation fails.
         """
         identifier = self._ids.get(operation)
@@ -315,7 +330,13 @@ class Context:
 
     def _run(self, signature: Signature, bindings: dict[int, Any]) -> None:
         """Executes an operation on operands by role."""
-        self._execute(signature.id, bindings, signature.locations)
+        try:
+            self._execute(signature.id, bindings, signature.locations)
+        except ValueError as failure:
+            message = _overlap_of_arguments(signature, str(failure))
+            if message is None:
+                raise
+            raise ValueError(message) from None
 
     def _execute(
         self, operation: str, bindings: dict[int, Any], locations: dict[int, str]

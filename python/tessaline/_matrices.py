@@ -13,7 +13,7 @@ from typing import Any, SupportsIndex
 import numpy as np
 from numpy.typing import ArrayLike, DTypeLike
 
-from ._call import call, check_output, outputs_for
+from ._call import call, check_output, outputs_for, refuse_overlap
 from ._context import Context, current_context
 from ._dtypes import computed_in
 from ._operands import Array, make_ready, numeric_dtype
@@ -217,10 +217,11 @@ def matrix_power(
     if power < 0:
         raise ValueError("matrix_power: the exponent is negative; solve with an identity")
     shapes = _POWER.result_shapes((array.shape, ()))
-    (result,) = outputs_for(_POWER, shapes, (array.dtype,), (array,), out)
+    (result,) = outputs_for(_POWER, shapes, (array.dtype,), out)
     if power <= _EXPONENT_LIMIT:
         _native_power(context, array, power, result)
     else:
+        refuse_overlap("matrix_power", result, (array,), elementwise=False)
         with np.errstate(over="ignore"):
             result[...] = _large_power(context, array, power)
     return result

@@ -15,6 +15,7 @@ using enum OperandKind;
 using enum RequirementKind;
 using enum RequirementPurpose;
 using enum RequirementEnforcement;
+using InPlaceUse::elementwise;
 
 constexpr OperandRole in0{0};
 constexpr OperandRole in1{1};
@@ -89,7 +90,8 @@ constexpr BuiltinOperation table[] = {
      {output_as_long},
      {},
      {"The output length equals the input length.",
-      "Complex square root follows the implementation's principal branch."}},
+      "Complex square root follows the implementation's principal branch."},
+     elementwise},
 
     {&Ids::conjugate,
      {{out0, read_write, Vector}},
@@ -103,21 +105,24 @@ constexpr BuiltinOperation table[] = {
      Validators::elementwise_binary,
      all_lengths_equal,
      {},
-     {same_length}},
+     {same_length},
+     elementwise},
 
     {&Ids::add,
      two_vectors_to_vector,
      Validators::elementwise_binary,
      all_lengths_equal,
      {},
-     {same_length}},
+     {same_length},
+     elementwise},
 
     {&Ids::subtract,
      two_vectors_to_vector,
      Validators::elementwise_binary,
      all_lengths_equal,
      {},
-     {same_length}},
+     {same_length},
+     elementwise},
 
     {&Ids::sum, vector_to_scalar, Validators::reduction, {}, {}, {reduced}},
 
@@ -128,7 +133,8 @@ constexpr BuiltinOperation table[] = {
      Validators::elementwise_by_scalar,
      {output_as_long},
      {},
-     {length_kept}},
+     {length_kept},
+     elementwise},
 
     {&Ids::divide,
      vector_and_scalar_to_vector,
@@ -136,7 +142,8 @@ constexpr BuiltinOperation table[] = {
      {output_as_long},
      {{nonzero, in1, defined_result, caller_responsibility,
        "The divisor must be nonzero for a finite defined result."}},
-     {length_kept}},
+     {length_kept},
+     elementwise},
 
     {&Ids::transpose, matrix_to_matrix, Validators::transposition, axes_exchanged, {}, {exchanged}},
 

@@ -4,8 +4,7 @@
 // The constant table from which the built-in operations are registered and described.
 
 #include "catalogue/builtin_validators.h"
-#include "tessaline/catalogue/operation_id.h"
-#include "tessaline/catalogue/operation_numerics.h"
+#include "tessaline/catalogue/operation_spec.h"
 
 #include <initializer_list>
 #include <span>
@@ -47,6 +46,7 @@ struct BuiltinOperation {
     std::initializer_list<BuiltinConstraint> constraints;
     std::initializer_list<BuiltinRequirement> requirements;
     std::initializer_list<const char*> notes;
+    InPlaceUse in_place_use = InPlaceUse::refused;
 };
 
 /// The table, in the order of registration.

@@ -56,7 +56,7 @@ OperationSpec spec_of(const BuiltinOperation& row) {
     for (const BuiltinOperand& operand : row.operands) {
         operands.push_back({operand.role, operand.access, std::nullopt});
     }
-    return {*row.id, std::move(operands), row.validate, numerics_of(row)};
+    return {*row.id, std::move(operands), row.validate, numerics_of(row), row.in_place_use};
 }
 
 } // namespace

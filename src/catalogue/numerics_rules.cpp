@@ -69,6 +69,11 @@ void validate_expression(const SymbolicExpression& expression, const RankTable& 
                 "SymbolicExpression - operand value must reference a scalar");
         break;
     }
+    case SymbolicOperator::constant:
+    case SymbolicOperator::symbol:
+        // The text of a leaf needs the field that a hand-made one may lack.
+        static_cast<void>(expression.canonical());
+        break;
     default:
         break;
     }

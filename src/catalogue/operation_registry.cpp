@@ -15,6 +15,10 @@ void OperationRegistry::register_operation(OperationSpec spec, RegistrationProve
         throw std::invalid_argument("OperationRegistry - operation '" + spec.id().canonical() +
                                     "' is already registered");
     }
+    if (spec.has_handle()) {
+        throw std::invalid_argument("OperationRegistry - operation '" + spec.id().canonical() +
+                                    "' belongs to a sealed catalogue");
+    }
     order_.push_back(spec.id());
     try {
         registrations_.emplace(order_.back(),

@@ -61,11 +61,12 @@ void validate_outputs(std::span<const OperationOperandSpec> outputs) {
 
 OperationSpec::OperationSpec(OperationId id, std::vector<OperationOperandSpec> operands,
                              OperationValidator validator,
-                             std::optional<OperationNumerics> numerics)
+                             std::optional<OperationNumerics> numerics, InPlaceUse in_place_use)
     : id_(std::move(id)),
       operands_(std::move(operands)),
       input_count_(count_leading_inputs(operands_)),
-      validator_(std::move(validator)) {
+      validator_(std::move(validator)),
+      in_place_use_(in_place_use) {
     validate_outputs(outputs());
     if (numerics) {
         numerics_ = canonicalise_operation_numerics(std::move(*numerics), operands_);
@@ -96,7 +97,7 @@ bool OperationSpec::preserves_output(OperandRole role) const {
 }
 
 OperationHandle OperationSpec::handle() const {
-    if (handle_ == OperationHandle::unassigned) {
+    if (!has_handle()) {
         throw std::logic_error("OperationSpec::handle - operation catalogue has not been sealed");
     }
     return handle_;

@@ -43,14 +43,32 @@ SymbolicExpression make_expression(SymbolicExpression::Node node) {
     return SymbolicExpression(std::make_shared<const SymbolicExpression::Node>(std::move(node)));
 }
 
+/// A field that belongs to the operator of its node, which only a hand-made node can lack.
+template <typename Value>
+const Value& field(const std::optional<Value>& value, SymbolicOperator op) {
+    if (!value) {
+        throw std::invalid_argument("SymbolicExpression - " +
+                                    std::string(symbolic_operator_name(op)) +
+                                    " was made without its fields");
+    }
+    return *value;
+}
+
 std::string role_number(const SymbolicExpression& expression) {
-    return std::to_string(static_cast<std::uint32_t>(expression.role().value()));
+    return std::to_string(static_cast<std::uint32_t>(field(expression.role(), expression.op())));
 }
 
 } // namespace
 
 const char* symbolic_operator_name(SymbolicOperator op) {
     return operator_row(op).word;
+}
+
+SymbolicExpression::SymbolicExpression(std::shared_ptr<const Node> node) : node_(std::move(node)) {
+    for (const SymbolicExpression& operand : operands()) {
+        node_count_ += operand.node_count_;
+    }
+    require(node_count_ <= most_nodes, "SymbolicExpression - expression has more than 4096 nodes");
 }
 
 SymbolicExpression SymbolicExpression::unknown() {
@@ -118,11 +136,11 @@ std::string SymbolicExpression::canonical() const {
     case SymbolicOperator::unknown:
         return "unknown";
     case SymbolicOperator::constant:
-        return std::to_string(integer().value());
+        return std::to_string(field(integer(), op()));
     case SymbolicOperator::symbol:
-        return name().value();
+        return field(name(), op());
     case SymbolicOperator::dimension:
-        return "dim(" + role_number(*this) + "," + std::to_string(axis().value()) + ")";
+        return "dim(" + role_number(*this) + "," + std::to_string(field(axis(), op())) + ")";
     case SymbolicOperator::value:
         return "value(" + role_number(*this) + ")";
     default:

@@ -133,6 +133,18 @@ void BackendRegistry::seal(const OperationRegistry& operations) {
     sealed_ = true;
 }
 
+bool BackendRegistry::is_sealed_against(const OperationRegistry& operations) const {
+    const auto is_found_under = [&](OperationHandle handle, const SealedBackendSignature& row) {
+        const OperationId& op = row.key->op();
+        return operations.contains(op) && operations.operation(op).handle() == handle;
+    };
+    return sealed_ && std::ranges::all_of(index_, [&](const auto& rows) {
+               return std::ranges::all_of(rows.second, [&](const SealedBackendSignature& row) {
+                   return is_found_under(rows.first, row);
+               });
+           });
+}
+
 std::span<const BackendRegistry::SealedBackendSignature>
 BackendRegistry::signatures(OperationHandle op) const {
     const auto found = index_.find(op);

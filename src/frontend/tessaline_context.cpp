@@ -34,6 +34,10 @@ OperationRegistry&& seal(OperationRegistry& operations) {
 
 BackendRegistry&& seal(BackendRegistry& backends, const OperationRegistry& operations) {
     backends.seal(operations);
+    if (!backends.is_sealed_against(operations)) {
+        throw std::invalid_argument(
+            "TessalineContext - backend catalogue was sealed against another operation catalogue");
+    }
     return std::move(backends);
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessaline/frontend/tessaline_executor.h"
 
+#include "frontend/shared_memory.h"
+
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -50,9 +52,10 @@ TessalineExecutor::TessalineExecutor(const TessalineContext& context, BackendExe
 
 void TessalineExecutor::execute(BackendExecutionBindings& bindings, const OperationId& id,
                                 BackendExecutor::ExecutionOptions options) const {
-    const OperationDescriptor request =
-        describe_request(context_->operation(id), bindings, executor_.cross_device_policy(),
-                         executor_.gpu_scheduling_options());
+    const OperationSpec& spec = context_->operation(id);
+    const OperationDescriptor request = describe_request(
+        spec, bindings, executor_.cross_device_policy(), executor_.gpu_scheduling_options());
+    refuse_shared_memory(spec, request, bindings);
     const BackendProcess process = context_->dispatcher().dispatch(request);
     executor_.execute(process, bindings, options);
 }

@@ -224,6 +224,10 @@ TEST(Numerics, ChecksEachNodeOfAnExpression) {
         std::string in_cost;
     };
     const auto dim = Expression::dimension;
+    const auto made_by_hand = [](Expression::Node node) {
+        return Expression(std::make_shared<const Expression::Node>(std::move(node)));
+    };
+    const std::string lacking = "SymbolicExpression - constant was made without its fields";
     const Case cases[] = {
         {Expression::unknown(), bad_unknown, ""},
         {Expression::symbol("iterations"), "", ""},
@@ -239,6 +243,9 @@ TEST(Numerics, ChecksEachNodeOfAnExpression) {
         {Expression::value(in0), bad_value, bad_value},
         {Expression::value(in2), bad_value, bad_value},
         {Expression::value(nowhere), undeclared, unregistered},
+        {made_by_hand({.op = SymbolicOperator::value}), undeclared, unregistered},
+        {made_by_hand({.op = SymbolicOperator::dimension, .role = in0}), bad_axis, bad_axis},
+        {made_by_hand({.op = SymbolicOperator::constant}), lacking, lacking},
     };
     const auto expect = [](const auto& record, const std::string& message) {
         if (message.empty()) {
@@ -254,7 +261,7 @@ TEST(Numerics, ChecksEachNodeOfAnExpression) {
         const auto followed = Expression::operation(
             SymbolicOperator::add,
             {nested, row.in_cost.empty() ? Expression::constant(1) : dim(nowhere, 0)});
-        SCOPED_TRACE(followed.canonical());
+        SCOPED_TRACE(&row - cases);
         auto operation = valid_operation();
         operation.constraints.push_back({dim(in0, 0), ShapeRelation::less_equal, followed});
         expect(operation, row.in_shape);

@@ -170,6 +170,11 @@ TEST(OperationRegistry, AssignsDenseHandlesInOrderOfRegistration) {
         expect_error<std::logic_error>([&] { spec.assign_handle(handle); },
                                        "OperationSpec::assign_handle - invalid handle assignment");
     }
+    OperationRegistry open;
+    expect_error<std::invalid_argument>(
+        [&] { open.register_operation(spec, provenance); },
+        "OperationRegistry - operation 'z.last@1' belongs to a sealed catalogue");
+    EXPECT_EQ(open.size(), 0U);
 }
 
 TEST(OperationRegistry, FailedRegistrationsLeaveNoTrace) {

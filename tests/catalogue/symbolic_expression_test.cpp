@@ -132,6 +132,44 @@ TEST(SymbolicExpression, EqualTreesAreThoseOfEqualText) {
     EXPECT_LT(equal_pairs, 300 * 300 / 2);
 }
 
+// Each sum doubles the text; a tree without a limit would soon be too large to print or compare.
+TEST(SymbolicExpression, BoundsTreesOfSharedNodes) {
+    const auto twice = [](const Expression& expression) {
+        return Expression::operation(Operator::add, {expression, expression});
+    };
+    Expression sum = rows;
+    for (std::size_t nodes = 1; 2 * nodes + 1 <= Expression::most_nodes; nodes = 2 * nodes + 1) {
+        sum = twice(sum);
+    }
+    EXPECT_EQ(sum.canonical().size(), 2048 * std::size("dim(0,0)") - 2048 + 2047 * 6);
+    EXPECT_EQ(sum, twice(sum.operands()[0]));
+    const std::string message = "SymbolicExpression - expression has more than 4096 nodes";
+    expect_error<std::invalid_argument>([&] { twice(sum); }, message);
+    const auto node = std::make_shared<Expression::Node>();
+    node->operands = {sum, rows};
+    expect_error<std::invalid_argument>([&] { Expression{node}; }, message);
+    node->operands.pop_back();
+    EXPECT_NO_THROW(Expression{node});
+}
+
+TEST(SymbolicExpression, NamesTheLeafThatLacksItsFields) {
+    const auto made_by_hand = [](Expression::Node node) {
+        return Expression(std::make_shared<const Expression::Node>(std::move(node)));
+    };
+    const std::pair<Expression::Node, const char*> cases[] = {
+        {{.op = Operator::constant}, "constant"},
+        {{.op = Operator::symbol}, "symbol"},
+        {{.op = Operator::value}, "value"},
+        {{.op = Operator::dimension, .axis = 0}, "dimension"},
+        {{.op = Operator::dimension, .role = input_role(0)}, "dimension"},
+    };
+    for (const auto& [node, word] : cases) {
+        expect_error<std::invalid_argument>(
+            [&, &node = node] { static_cast<void>(made_by_hand(node).canonical()); },
+            std::string("SymbolicExpression - ") + word + " was made without its fields");
+    }
+}
+
 TEST(SymbolicExpression, NamesItsOperators) {
     std::string words;
     for (int op = -1; op <= 12; ++op) {

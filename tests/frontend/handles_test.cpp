@@ -9,6 +9,7 @@
 
 #include <bit>
 #include <cstring>
+#include <functional>
 #include <vector>
 
 namespace Tessaline {
@@ -38,6 +39,30 @@ TEST(Handles, RefuseNullStorage) {
     expect_null_refused<Matrix, MatrixEntity>("Matrix");
     expect_null_refused<LuFactorisation, LuDecompEntity>("LuFactorisation");
     expect_null_refused<EigenValues, EigenValsEntity>("EigenValues");
+}
+
+TEST(Handles, BorrowNoElementsWithoutMemory) {
+    float* const null = nullptr;
+    std::complex<float>* const complex_null = nullptr;
+    float one = 1;
+    const std::pair<std::function<void()>, std::string> refused[] = {
+        {[&] { BorrowedDenseHostRealScalar<float, float>{null}; }, "RealScalar - data"},
+        {[&] { BorrowedDenseHostRealVector<float, float>(null, 2); }, "RealVector - data"},
+        {[&] { BorrowedDenseHostRealMatrix<float, float>(null, 2, 1); }, "RealMatrix - data"},
+        {[&] { BorrowedDenseHostComplexSplitScalar<float, float>(null, &one); },
+         "ComplexSplitScalar - real"},
+        {[&] { BorrowedDenseHostComplexSplitScalar<float, float>(&one, null); },
+         "ComplexSplitScalar - imaginary"},
+        {[&] {
+             BorrowedDenseHostComplexInterleavedVector<std::complex<float>, std::complex<float>>(
+                 complex_null, 1);
+         },
+         "ComplexInterleavedVector - data"},
+    };
+    for (const auto& [borrow, what] : refused) {
+        expect_error<std::invalid_argument>(borrow, "BorrowedDenseHost" + what + " buffer is null");
+    }
+    EXPECT_EQ((BorrowedDenseHostRealMatrix<float, float>(null, 0, 3).element_count()), 0U);
 }
 
 template <typename Handle>

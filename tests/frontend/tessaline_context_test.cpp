@@ -155,6 +155,42 @@ TEST(TessalineContext, DescriptionsDoNotDependOnTheOrderOfRegistration) {
     EXPECT_EQ(description.implementations[5].operands[1].key.storage, ScalarType::Int32);
 }
 
+TEST(TessalineContext, TakesNoRowsThatWereSealedAgainstOtherHandles) {
+    StepLog log;
+    const auto make = [&](std::vector<const char*> names) {
+        OperationRegistry operations;
+        BackendRegistry backends;
+        for (const char* name : names) {
+            operations.register_operation(test_operation(1, 1, name),
+                                          RegistrationProvenance::extension("test"));
+            backends.register_backend(
+                {BackendKind::cpu_simd, OperationId(name, 1), {vector_key()}, vector_key()},
+                named_entry(log, name), RegistrationProvenance::extension("test"), std::nullopt);
+        }
+        operations.seal();
+        backends.seal(operations);
+        return std::pair(std::move(operations), std::move(backends));
+    };
+    for (const auto& [names, is_accepted] : std::vector<std::pair<std::vector<const char*>, bool>>{
+             {{"test.f", "test.g"}, true},
+             {{"test.f", "test.g", "test.h"}, true},
+             {{"test.g", "test.f"}, false},
+             {{"test.f"}, false}}) {
+        OperationRegistry operations = make(names).first;
+        BackendRegistry backends = make({"test.f", "test.g"}).second;
+        const auto construct = [&] {
+            TessalineContext(std::move(operations), std::move(backends));
+        };
+        if (is_accepted) {
+            EXPECT_NO_THROW(construct());
+        } else {
+            expect_error<std::invalid_argument>(
+                construct, "TessalineContext - backend catalogue was sealed against another "
+                           "operation catalogue");
+        }
+    }
+}
+
 TEST(TessalineContext, MovesWithItsDispatcher) {
     TessalineContext context;
     const TessalineContext moved = std::move(context);

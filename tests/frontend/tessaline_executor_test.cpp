@@ -17,6 +17,19 @@ namespace {
 using ::testing::ElementsAre;
 using Testing::expect_error;
 
+// What a run refers to has to outlive the statement that names it.
+template <typename... Handle>
+constexpr bool are_bindable = (requires(OperationBindings bindings, Handle&& handle) {
+    bindings.bind(OperandRole{}, std::forward<Handle>(handle));
+} && ...);
+template <typename... Handle>
+constexpr bool are_bindable_while_they_live =
+    are_bindable<Handle&...>&& are_bindable<const Handle&...> && !(are_bindable<Handle> || ...) &&
+    !(are_bindable<const Handle> || ...);
+static_assert(are_bindable_while_they_live<Scalar, Vector, Matrix, LuFactorisation, EigenValues>);
+static_assert(std::is_constructible_v<TessalineExecutor, TessalineContext&, BackendExecutor>);
+static_assert(!std::is_constructible_v<TessalineExecutor, TessalineContext, BackendExecutor>);
+
 CpuRuntimeOptions unpinned() {
     CpuRuntimeOptions options;
     options.pinning_policy = CpuPinningPolicy::disabled;

@@ -14,4 +14,6 @@ run(${CMAKE_COMMAND} -S "${CMAKE_CURRENT_LIST_DIR}/consumer" -B "${consumer_buil
     -D CMAKE_CXX_COMPILER=${COMPILER} -D CMAKE_BUILD_TYPE=${BUILD_TYPE}
     -D CMAKE_PREFIX_PATH=${prefix} -D TESSALINE_VERSION=${VERSION})
 run(${CMAKE_COMMAND} --build "${consumer_build}")
-run("${consumer_build}/consumer")
+foreach(program consumer program_first library_first)
+    run("${consumer_build}/${program}")
+endforeach()

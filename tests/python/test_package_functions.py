@@ -230,7 +230,7 @@ def test_results_may_overwrite_an_operand_where_that_is_safe() -> None:
 def refusals() -> list[Any]:
     t, f4, f8 = tessaline, np.float32, np.float64
     x, m = np.ones(2), np.eye(2)
-    memory = np.ones(9)
+    memory, z = np.ones(9), np.ones(9, complex)
     read_only = np.ones(2)
     read_only.flags.writeable = False
     masked = np.ma.masked_array(x)
@@ -276,11 +276,18 @@ def refusals() -> list[Any]:
         (lambda: t.add(x, x, out=read_only), ValueError, "out is read-only"),
         (lambda: t.add(x, x, out=memory[:4:2]), ValueError, "out is not C-contiguous"),
         (lambda: t.transpose(m, out=np.eye(2, order="F")), ValueError, "not C-contiguous"),
-        (lambda: t.matmul(m, m, out=m), ValueError, "out overlaps"),
-        (lambda: t.add(memory[:4], memory[:4], out=memory[1:5]), ValueError, "out overlaps"),
-        (lambda: t.sum(memory, out=memory[3:4].reshape(())), ValueError, "out overlaps"),
+        (lambda: t.matmul(m, m + 0, out=m), ValueError, "^matmul: out overlaps a$"),
+        (lambda: t.add(memory[4:8], memory[:4], out=memory[1:5]), ValueError, "out overlaps x$"),
+        (lambda: t.matrix_power(m, 2, out=m), ValueError, "out overlaps a"),
+        (lambda: t.matrix_power(m, 2**40, out=m), ValueError, "out overlaps"),
+        (lambda: t.sum(memory, out=memory[3:4].reshape(())), ValueError, "out overlaps x"),
         (lambda: t.eigh(m, out=m), TypeError, "tuple of 2 arrays"),
-        (lambda: t.eigh(m, out=(memory[:2], memory[1:5].reshape(2, 2))), ValueError, "overlaps"),
+        (lambda: t.eigh(m, out=(memory[:2], memory[1:5].reshape(2, 2))), ValueError,
+         r"out\[1\] overlaps out\[0\]"),
+        (lambda: t.eig(m, out=(z[:2], z[1:5].reshape(2, 2))), ValueError, r"out\[0\] overlaps"),
+        (lambda: t.conjugate(z[:4], out=z[1:5]), ValueError, "out overlaps"),
+        (lambda: t.norm(z, out=z.view(f8)[:1].reshape(())), ValueError, "out overlaps"),
+        (lambda: t.Context(1).call("transpose", m, out=m), ValueError, "Output0 overlaps Input0"),
         (lambda: factor().solve(np.ones(3)), ValueError, r"b has shape \(3,\)"),
         (lambda: factor().solve(np.ones(2, f4)), TypeError, "a is float64 and b is float32"),
         (lambda: t.solve(factor(), x, dtype=f4), TypeError, "a factor of float64 .* float32"),

@@ -20,9 +20,7 @@ class FakeAccess final : public ErasedBufferAccess {
 
     std::size_t buffer_count() const override { return views_.size(); }
     MutableBufferView buffer(std::size_t index) override { return views_.at(index); }
-    ConstBufferView buffer(std::size_t index) const override {
-        return BufferAccessDetail::as_const_view(views_.at(index));
-    }
+    ConstBufferView buffer(std::size_t index) const override { return views_.at(index); }
 
   private:
     std::vector<MutableBufferView> views_;

@@ -63,8 +63,8 @@ void expect_buffer_count(ErasedBufferAccess& access, std::size_t count) {
 /// for which the heap hands out the used memory again, and checks class and buffer.
 template <typename Class, typename Stored, typename Make>
 void expect_single(std::uint64_t count, const Make& make) {
-    const auto contents = patterned<Stored>(count);
-    const auto view = make_buffer_view(BufferRole::data, contents.data(), count);
+    auto contents = patterned<Stored>(count);
+    const MutableBufferView view = make_buffer_view(BufferRole::data, contents.data(), count);
     for (const bool from_contents : {true, false}) {
         const auto entity = make(from_contents ? StorageInitialiser(view) : StorageInitialiser());
         auto* storage = dynamic_cast<Class*>(entity.get());
@@ -79,7 +79,7 @@ void expect_single(std::uint64_t count, const Make& make) {
 /// The same for storage of two buffers.
 template <typename Class, typename Part, typename Make>
 void expect_split(std::uint64_t count, const Make& make) {
-    const auto real = patterned<Part>(count, 1);
+    auto real = patterned<Part>(count, 1);
     const auto imag = patterned<Part>(count, 101);
     const StorageInitialiser views{make_buffer_view(BufferRole::real, real.data(), count),
                                    make_buffer_view(BufferRole::imaginary, imag.data(), count)};

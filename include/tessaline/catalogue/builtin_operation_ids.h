@@ -7,43 +7,50 @@
 
 #include "tessaline/catalogue/operation_id.h"
 
+/// Calls OPERATION with the last segment of each name.
+#define TESSALINE_BUILTIN_OPERATIONS(OPERATION)                                                    \
+    OPERATION(sqrt)                                                                                \
+    OPERATION(conjugate)                                                                           \
+    OPERATION(multiply)                                                                            \
+    OPERATION(add)                                                                                 \
+    OPERATION(subtract)                                                                            \
+    OPERATION(sum)                                                                                 \
+    OPERATION(norm)                                                                                \
+    OPERATION(scale)                                                                               \
+    OPERATION(divide)                                                                              \
+    OPERATION(transpose)                                                                           \
+    OPERATION(adjoint)                                                                             \
+    OPERATION(matmul)                                                                              \
+    OPERATION(matvec)                                                                              \
+    OPERATION(kron)                                                                                \
+    OPERATION(inner)                                                                               \
+    OPERATION(outer)                                                                               \
+    OPERATION(lu_factor)                                                                           \
+    OPERATION(solve)                                                                               \
+    OPERATION(logdet)                                                                              \
+    OPERATION(trace)                                                                               \
+    OPERATION(eig)                                                                                 \
+    OPERATION(principal_eigenvector)                                                               \
+    OPERATION(partial_trace_left)                                                                  \
+    OPERATION(partial_trace_right)                                                                 \
+    OPERATION(matrix_power)                                                                        \
+    OPERATION(is_unitary)                                                                          \
+    OPERATION(eye)                                                                                 \
+    OPERATION(vector_equal)                                                                        \
+    OPERATION(eigh)                                                                                \
+    OPERATION(eigvalsh)                                                                            \
+    OPERATION(slogdet)                                                                             \
+    OPERATION(logdet_positive_definite)
+
 namespace Tessaline {
 
-// Inline rather than extern: a constant of another file may be built from them at start-up.
+// Constructed before every static object of ordinary priority, whichever file that is in, so that a
+// program may hold a context, or ids of its own made of these, in such an object.
 namespace TESSALINE_API BuiltinOperations {
 
-inline const OperationId sqrt{"tessaline.sqrt", 1};
-inline const OperationId conjugate{"tessaline.conjugate", 1};
-inline const OperationId multiply{"tessaline.multiply", 1};
-inline const OperationId add{"tessaline.add", 1};
-inline const OperationId subtract{"tessaline.subtract", 1};
-inline const OperationId sum{"tessaline.sum", 1};
-inline const OperationId norm{"tessaline.norm", 1};
-inline const OperationId scale{"tessaline.scale", 1};
-inline const OperationId divide{"tessaline.divide", 1};
-inline const OperationId transpose{"tessaline.transpose", 1};
-inline const OperationId adjoint{"tessaline.adjoint", 1};
-inline const OperationId matmul{"tessaline.matmul", 1};
-inline const OperationId matvec{"tessaline.matvec", 1};
-inline const OperationId kron{"tessaline.kron", 1};
-inline const OperationId inner{"tessaline.inner", 1};
-inline const OperationId outer{"tessaline.outer", 1};
-inline const OperationId lu_factor{"tessaline.lu_factor", 1};
-inline const OperationId solve{"tessaline.solve", 1};
-inline const OperationId logdet{"tessaline.logdet", 1};
-inline const OperationId trace{"tessaline.trace", 1};
-inline const OperationId eig{"tessaline.eig", 1};
-inline const OperationId principal_eigenvector{"tessaline.principal_eigenvector", 1};
-inline const OperationId partial_trace_left{"tessaline.partial_trace_left", 1};
-inline const OperationId partial_trace_right{"tessaline.partial_trace_right", 1};
-inline const OperationId matrix_power{"tessaline.matrix_power", 1};
-inline const OperationId is_unitary{"tessaline.is_unitary", 1};
-inline const OperationId eye{"tessaline.eye", 1};
-inline const OperationId vector_equal{"tessaline.vector_equal", 1};
-inline const OperationId eigh{"tessaline.eigh", 1};
-inline const OperationId eigvalsh{"tessaline.eigvalsh", 1};
-inline const OperationId slogdet{"tessaline.slogdet", 1};
-inline const OperationId logdet_positive_definite{"tessaline.logdet_positive_definite", 1};
+#define TESSALINE_DECLARE_OPERATION_ID(name) extern const OperationId name;
+TESSALINE_BUILTIN_OPERATIONS(TESSALINE_DECLARE_OPERATION_ID)
+#undef TESSALINE_DECLARE_OPERATION_ID
 
 } // namespace BuiltinOperations
 

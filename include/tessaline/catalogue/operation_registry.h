@@ -34,7 +34,8 @@ class TESSALINE_API OperationRegistry {
     using Registrations = std::unordered_map<OperationId, OperationRegistration, OperationId::Hash>;
 
     /// Adds an operation; a failed call changes nothing. Raises std::logic_error once sealed and
-    /// std::invalid_argument for an id that is registered already.
+    /// std::invalid_argument for an id that is registered already, and for a contract taken from
+    /// another, sealed catalogue.
     void register_operation(OperationSpec spec, RegistrationProvenance provenance);
 
     /// Assigns handles, from 1 in registration order, and closes the registry; a second call has no

@@ -37,10 +37,15 @@ class TESSALINE_API SymbolicExpression {
   public:
     struct Node;
 
+    /// A tree has at most so many nodes, one that several operands share counted for each of them.
+    /// It bounds the time and stack of whatever walks a tree, and the length of its text.
+    static constexpr std::size_t most_nodes = 4096;
+
     /// The expression `unknown`.
     SymbolicExpression() = default;
-    /// Wraps a node without checking it; null is `unknown`.
-    explicit SymbolicExpression(std::shared_ptr<const Node> node) : node_(std::move(node)) {}
+    /// Wraps a node without checking its fields; null is `unknown`. Raises std::invalid_argument
+    /// for a tree of too many nodes, as all that make an expression do.
+    explicit SymbolicExpression(std::shared_ptr<const Node> node);
 
     static SymbolicExpression unknown();
     /// Raises std::invalid_argument for a negative value: every figure is a size.
@@ -69,7 +74,7 @@ class TESSALINE_API SymbolicExpression {
     const std::optional<std::uint64_t>& axis() const;
 
     /// One text for one tree, without blanks: "multiply(dim(0,0),dim(1,0))". Roles appear as plain
-    /// numbers.
+    /// numbers. Raises std::invalid_argument for a leaf that was made without its fields.
     std::string canonical() const;
 
     /// Structural equality.
@@ -79,6 +84,7 @@ class TESSALINE_API SymbolicExpression {
     const Node& node() const;
 
     std::shared_ptr<const Node> node_;
+    std::size_t node_count_ = 1; ///< of the whole tree
 };
 
 /// One node of the tree. Each field after the first belongs to the operators named beside it.

@@ -110,6 +110,9 @@ class TESSALINE_API BackendRegistry {
     void seal(const OperationRegistry& operations);
 
     bool sealed() const { return sealed_; }
+    /// Whether this sealed catalogue gives the operation of every row the handle under which a
+    /// search finds the row; false before sealing.
+    bool is_sealed_against(const OperationRegistry& operations) const;
     std::size_t size() const { return registrations_.size(); }
     /// In hash order.
     const Registrations& registrations() const { return registrations_; }

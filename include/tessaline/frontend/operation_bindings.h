@@ -5,6 +5,8 @@
 
 #include "tessaline/execution/backend_execution_bindings.h"
 
+#include <type_traits>
+
 namespace Tessaline {
 
 class EigenValues;
@@ -29,6 +31,10 @@ class TESSALINE_API OperationBindings {
     OperationBindings& bind(OperandRole role, const LuFactorisation& operand);
     OperationBindings& bind(OperandRole role, EigenValues& operand);
     OperationBindings& bind(OperandRole role, const EigenValues& operand);
+    /// A temporary would be gone before the run.
+    template <typename Handle>
+    requires(!std::is_lvalue_reference_v<Handle>)
+        OperationBindings& bind(OperandRole role, Handle&& operand) = delete;
     OperationBindings& insert(OperandRole role, OperandBinding binding);
 
     bool contains(OperandRole role) const { return operands_.contains(role); }

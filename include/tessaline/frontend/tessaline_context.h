@@ -21,7 +21,8 @@ class TESSALINE_API TessalineContext {
     TessalineContext();
 
     /// Seals what is given and owns it. `plugin_libraries` stay loaded while the context lives.
-    /// Raises what sealing raises.
+    /// Raises what sealing raises, and std::invalid_argument for implementations that were sealed
+    /// against a catalogue with other handles.
     TessalineContext(OperationRegistry&& operations, BackendRegistry&& backends,
                      BackendAdaptationRegistry&& adaptations,
                      std::vector<std::shared_ptr<void>> plugin_libraries = {});

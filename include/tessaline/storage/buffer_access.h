@@ -14,10 +14,6 @@ namespace Tessaline {
 
 namespace BufferAccessDetail {
 
-inline ConstBufferView as_const_view(const MutableBufferView& view) {
-    return {view.role, view.data, view.count, view.element_size, view.scalar_type, view.type};
-}
-
 /// Two copies of a type's identity, one in each of two shared objects, differ in address but not in
 /// name.
 TESSALINE_API bool have_one_name(const std::type_info* found, const std::type_info& wanted);

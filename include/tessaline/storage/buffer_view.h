@@ -36,6 +36,7 @@ struct ConstBufferView {
     const std::type_info* type; ///< the exact element type
 };
 
+/// Converts to the view for reading.
 struct MutableBufferView {
     BufferRole role;            ///< what this buffer is
     void* data;                 ///< first element; null only when `count` is 0
@@ -43,6 +44,10 @@ struct MutableBufferView {
     std::uint64_t element_size; ///< bytes per element
     ScalarType scalar_type;     ///< the element's scalar type
     const std::type_info* type; ///< the exact element type
+
+    operator ConstBufferView() const {
+        return {role, data, count, element_size, scalar_type, type};
+    }
 };
 
 /// The list of an object's buffers. Concurrent readers need no lock.

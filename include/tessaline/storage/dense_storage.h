@@ -27,6 +27,14 @@ inline std::uint64_t element_count(const MatrixDescriptor& descriptor) {
 TESSALINE_API void check_sizes(bool agree, const char* class_name,
                                const char* complaint = "data size mismatch");
 
+/// Raises std::invalid_argument for elements without memory, which a caller can lend by mistake.
+template <typename Buffer>
+void check_data(const Buffer& buffer, BufferRole role, const char* class_name) {
+    if (buffer.size() != 0 && buffer.data() == nullptr) {
+        BufferAccessDetail::fail_without_data(role, class_name);
+    }
+}
+
 template <typename Interface>
 using DescriptorOf = std::remove_cvref_t<decltype(std::declval<const Interface&>().descriptor())>;
 
@@ -48,6 +56,7 @@ class OneBuffer : public Interface, public Access {
         : descriptor_(std::move(descriptor)),
           data_(std::move(data)) {
         check_sizes(data_.size() == DenseStorageDetail::element_count(descriptor_), class_name);
+        check_data(std::as_const(data_), BufferRole::data, class_name);
     }
 
   private:
@@ -79,6 +88,8 @@ class TwoBuffers : public Interface, public Access {
           imag_(std::move(imag)) {
         const std::uint64_t count = DenseStorageDetail::element_count(descriptor_);
         check_sizes(real_.size() == count && imag_.size() == count, class_name, complaint...);
+        check_data(std::as_const(real_), BufferRole::real, class_name);
+        check_data(std::as_const(imag_), BufferRole::imaginary, class_name);
     }
 
   private:

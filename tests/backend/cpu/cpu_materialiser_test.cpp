@@ -8,7 +8,6 @@
 #include "tessaline/catalogue/errors.h"
 #include "tessaline/execution/backend_execution_bindings.h"
 #include "tessaline/execution/backend_execution_session.h"
-#include "tessaline/storage/borrowed_host_entities.h"
 #include "tessaline/storage/buffer_access.h"
 #include "tessaline/storage/host_eigen_vals.h"
 #include "tessaline/storage/host_lu_decomp.h"
@@ -345,48 +344,6 @@ TEST(CpuMaterialiserTest, TheExponentIsReadAsUnsigned) {
     expect_step(STEP(matrix_exp_host_complex_split_float_rowmaj),
                 {matrix(Form::split, 2, {-1, 0, 0, 1}), scalar(Form::integer, -1)}, to_s2x2,
                 {-1, 0, 0, 1});
-}
-
-TEST(CpuMaterialiserTest, AdaptedOperandsMayOverlap) {
-    // Vectors of 4 and matrices of 2 by 2, the result one element after the inputs or in their
-    // place.
-    const auto check = [](const char* name, CpuMaterialiser::Step (*make)(), OperandKind kind,
-                          std::size_t inputs, std::size_t output_start, bool makes_planes,
-                          const std::vector<Complex>& expected) {
-        SCOPED_TRACE(name);
-        std::vector<Complex> memory{1, 2, 3, 4, 5};
-        using Vector = BorrowedDenseHostComplexInterleavedVector<Complex, Complex>;
-        using Matrix = BorrowedDenseHostComplexInterleavedMatrix<Complex, Complex>;
-        Complex* const output = memory.data() + output_start;
-        Vector in_vector(memory.data(), 4);
-        Vector out_vector(output, 4);
-        Matrix in_matrix(memory.data(), 2, 2);
-        Matrix out_matrix(output, 2, 2);
-        BackendExecutionBindings bindings;
-        AdaptedRun run;
-        const auto bind = [&](OperandRole role, Vector& vector, Matrix& matrix) {
-            if (kind == OperandKind::Vector) {
-                bindings.operands.insert(role, std::ref<VectorEntity>(vector));
-            } else {
-                bindings.operands.insert(role, std::ref<MatrixEntity>(matrix));
-            }
-            bindings.roles.push_back(role);
-            run.adapt(bindings, role, !is_output_role(role));
-        };
-        for (std::size_t input = 0; input < inputs; ++input) {
-            bind(input_role(input), in_vector, in_matrix);
-        }
-        bind(output_role(0), out_vector, out_matrix);
-        EXPECT_EQ(run.run(*make(), bindings), makes_planes);
-        EXPECT_EQ(memory, expected);
-    };
-    constexpr auto vectors = OperandKind::Vector;
-    constexpr auto matrices = OperandKind::Matrix;
-    check(STEP(add_host_dense_complex_split_float_vect), vectors, 2, 0, false, {2, 4, 6, 8, 5});
-    check(STEP(add_host_dense_complex_split_float_vect), vectors, 2, 1, true, {1, 2, 4, 6, 8});
-    check(STEP(transpose_host_dense_complex_split_float), matrices, 1, 0, true, {1, 3, 2, 4, 5});
-    check(STEP(matmul_host_dense_complex_split_float_rowmaj), matrices, 2, 0, true,
-          {7, 10, 15, 22, 5});
 }
 
 /// Bindings for the solvers, and their runs.

@@ -199,8 +199,7 @@ class FaultyVector final : public VectorEntity, public ErasedBufferAccess {
 
     float contents[2] = {1, 2};
     std::size_t count = 1;
-    ConstBufferView view =
-        BufferAccessDetail::as_const_view(make_buffer_view(BufferRole::data, contents, 2));
+    ConstBufferView view = make_buffer_view(BufferRole::data, contents, 2);
     void (*change_mutable)(MutableBufferView&) = [](MutableBufferView&) {};
 
   private:

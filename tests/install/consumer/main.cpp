@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include <tessaline/frontend/elements.h>
-#include <tessaline/frontend/operation_bindings.h>
-#include <tessaline/frontend/tessaline_context.h>
-#include <tessaline/frontend/tessaline_executor.h>
+#include <tessaline/tessaline.h>
 
 int main() {
     using namespace Tessaline;
