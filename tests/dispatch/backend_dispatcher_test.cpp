@@ -184,14 +184,9 @@ TEST_F(BackendDispatcherTest, ReportsMissingImplementationsAndFickleRules) {
     const auto expect_refusal = [&](const BackendAdaptationRegistry& rules,
                                     const std::string& stage, ErrorReason reason,
                                     const std::string& what) {
-        try {
-            dispatch(rules, host, host);
-            ADD_FAILURE() << "nothing raised";
-        } catch (const DispatchError& error) {
-            EXPECT_EQ(error.operation(), "BackendDispatcher::" + stage);
-            EXPECT_EQ(error.reason(), reason);
-            EXPECT_EQ(error.what(), "BackendDispatcher::" + stage + " - " + what);
-        }
+        const std::string operation = "BackendDispatcher::" + stage;
+        expect_dispatch_error([&] { dispatch(rules, host, host); }, operation, reason,
+                              operation + " - " + what);
     };
     expect_refusal({}, "dispatch", ErrorReason::no_backend_available, "no backend entry available");
     // Rules that say yes while prices are asked and no afterwards.
