@@ -128,13 +128,8 @@ TEST_F(BackendRegistryTest, RefusesTiesAtTheLowestCostOnly) {
     const auto find = [&] {
         static_cast<void>(registry_.find(handle_, BackendKind::cpu_simd, tied, pageable, rules));
     };
-    expect_error<DispatchError>(find, message);
-    try {
-        find();
-    } catch (const DispatchError& error) {
-        EXPECT_EQ(error.operation(), "BackendRegistry::find");
-        EXPECT_EQ(error.reason(), ErrorReason::registry_contract_mismatch);
-    }
+    expect_dispatch_error(find, "BackendRegistry::find", ErrorReason::registry_contract_mismatch,
+                          message);
 }
 
 TEST_F(BackendRegistryTest, OperationWithoutInputsIsPricedByItsOutputs) {
@@ -216,20 +211,27 @@ TEST_F(BackendRegistryTest, CopiesAnswerFromTheirOwnStorage) {
 
 class ResultPolicyTest : public BackendRegistryTest {
   protected:
-    void expect_dispatch_error(const DenseResultRequest& request, ErrorReason reason,
-                               const std::string& message,
-                               std::span<const BackendKind> backends) const {
-        const auto infer = [&] {
-            static_cast<void>(registry_.infer_dense_result_policy(handle_, backends, {pageable},
-                                                                  request, rules_));
-        };
-        expect_error<DispatchError>(infer, message);
-        try {
-            infer();
-        } catch (const DispatchError& error) {
-            EXPECT_EQ(error.operation(), "result policy");
-            EXPECT_EQ(error.reason(), reason);
-        }
+    void expect_unsupported(const DenseResultRequest& request,
+                            std::span<const BackendKind> backends = cpu) const {
+        expect_refused(request, ErrorReason::no_backend_available,
+                       "unsupported result policy: no viable implementation for the input policies "
+                       "and output layout",
+                       backends);
+    }
+    void expect_ambiguous(const DenseResultRequest& request) const {
+        expect_refused(request, ErrorReason::registry_contract_mismatch,
+                       "ambiguous result policy: supply an output dtype or use Context.execute "
+                       "with explicit operand policies",
+                       cpu);
+    }
+    void expect_refused(const DenseResultRequest& request, ErrorReason reason,
+                        const std::string& message, std::span<const BackendKind> backends) const {
+        expect_dispatch_error(
+            [&] {
+                static_cast<void>(registry_.infer_dense_result_policy(handle_, backends, {pageable},
+                                                                      request, rules_));
+            },
+            "result policy", reason, message);
     }
 
     static constexpr BackendKind cpu[] = {BackendKind::cpu_scalar, BackendKind::cpu_simd};
@@ -249,10 +251,6 @@ TEST_F(ResultPolicyTest, AnswersTheOnePairThatRemains) {
     add(BackendKind::cpu_simd, {pageable}, {vector_key(ScalarType::Int32), pageable});
     add(BackendKind::cuda, {pageable}, {vector_key(ScalarType::Float64)});
     registry_.seal(operations_);
-    const std::string unsupported = "unsupported result policy: no viable implementation for the "
-                                    "input policies and output layout";
-    const std::string ambiguous = "ambiguous result policy: supply an output dtype or use "
-                                  "Context.execute with explicit operand policies";
     const auto infer = [&](ScalarType storage) {
         auto request = vector_request_;
         request.storage = storage;
@@ -261,18 +259,18 @@ TEST_F(ResultPolicyTest, AnswersTheOnePairThatRemains) {
     EXPECT_EQ(infer(ScalarType::Float32), DataTypeDescriptor::real_float());
     // A complex result is made interleaved and reaches the split row through a rule.
     EXPECT_EQ(infer(ScalarType::Complex64), DataTypeDescriptor::complex_float());
-    expect_dispatch_error(vector_request_, ErrorReason::registry_contract_mismatch, ambiguous, cpu);
-    expect_dispatch_error(vector_request_, ErrorReason::no_backend_available, unsupported, {});
+    expect_ambiguous(vector_request_);
+    expect_unsupported(vector_request_, {});
     auto other = vector_request_;
     other.storage = ScalarType::Int32;
-    expect_dispatch_error(other, ErrorReason::no_backend_available, unsupported, cpu);
+    expect_unsupported(other);
     other = vector_request_;
     other.storage = ScalarType::Float32;
     other.location = DataLocation::cuda_device;
-    expect_dispatch_error(other, ErrorReason::no_backend_available, unsupported, cpu);
+    expect_unsupported(other);
     const DenseResultRequest column_major{OperandKind::Matrix, DataLocation::pageable_host,
                                           DataMatrixLayout::column_major, ScalarType::Float32};
-    expect_dispatch_error(column_major, ErrorReason::no_backend_available, unsupported, cpu);
+    expect_unsupported(column_major);
 }
 
 TEST_F(ResultPolicyTest, DifferingComputeTypesAreAmbiguousEvenForANamedType) {
@@ -283,10 +281,7 @@ TEST_F(ResultPolicyTest, DifferingComputeTypesAreAmbiguousEvenForANamedType) {
     registry_.seal(operations_);
     auto request = vector_request_;
     request.storage = ScalarType::Float32;
-    expect_dispatch_error(request, ErrorReason::registry_contract_mismatch,
-                          "ambiguous result policy: supply an output dtype or use "
-                          "Context.execute with explicit operand policies",
-                          cpu);
+    expect_ambiguous(request);
 }
 
 TEST_F(ResultPolicyTest, ChecksTheRequestBeforeAnySearch) {

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/expect_error.h"
 #include "support/numerics_text.h"
-#include "tessaline/dispatch/builtin_capability.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace Tessaline {
 namespace {
@@ -12,34 +11,12 @@ using namespace BackendRegistration;
 using Testing::expect_error;
 using Testing::key_of;
 
-// The golden catalogue holds the records of real rows and of profiles that are native or mixed.
-DenseNumericsProfile widened_tree_profile() {
-    return {.algorithm_prefix = "p.",
-            .reduction_prefix = "r.",
-            .gemm_algorithm = "g.mm",
-            .gemv_algorithm = "g.mv",
-            .accumulation_type = ScalarType::Complex64,
-            .norm_accumulation_type = ScalarType::Float32,
-            .precision_mode = PrecisionMode::widened,
-            .reduction_order = ReductionOrder::pairwise,
-            .tree_reduction = true,
-            .absolute_tolerance = 0.5,
-            .relative_tolerance = 0.25};
-}
-
-TEST(BuiltinDenseNumerics, AWideningBackendConvertsLikeAMixedOne) {
-    const auto record = builtin_dense_numerics(key_of("sqrt", "v > v", ScalarType::Complex32),
-                                               widened_tree_profile());
-    EXPECT_EQ(record.precision.accumulation_dtype, "complex64");
-    EXPECT_THAT(record.precision.notes,
-                ::testing::ElementsAre(
-                    "Values are loaded from complex32 storage, computed in complex64, and rounded "
-                    "once to the output storage type."));
-}
+// The golden catalogue holds the records; here is what no row of it shows.
+const DenseNumericsProfile tree_profile = Testing::made_up_profile(PrecisionMode::mixed, true);
 
 TEST(BuiltinDenseNumerics, ComplexIntegersNeedAnIntermediateMatrixAsWell) {
     const auto space = [](ScalarType storage) {
-        return builtin_dense_numerics(key_of("matmul", "m m > m", storage), widened_tree_profile())
+        return builtin_dense_numerics(key_of("matmul", "m m > m", storage), tree_profile)
             .complexity.auxiliary_space.canonical();
     };
     EXPECT_EQ(space(ScalarType::ComplexInt32), "multiply(dim(2147483648,0),dim(2147483648,1))");
@@ -52,7 +29,7 @@ TEST(BuiltinDenseNumerics, RefusesWhatItDoesNotDescribe) {
         expect_error<std::logic_error>(
             [&] {
                 builtin_dense_numerics({add.backend(), id, add.inputs(), add.output()},
-                                       widened_tree_profile());
+                                       tree_profile);
             },
             "builtin_dense_numerics - unsupported built-in operation");
     };
@@ -63,16 +40,13 @@ TEST(BuiltinDenseNumerics, RefusesWhatItDoesNotDescribe) {
     refused(OperationId("tessaline.add", 2));
     refused(OperationId("acme.add", 1));
 
-    DenseNumericsProfile profile = widened_tree_profile();
+    DenseNumericsProfile profile = tree_profile;
     profile.accumulation_type = ScalarType{99};
     const std::string unknown = "scalar_metadata - unknown scalar type";
     expect_error<std::invalid_argument>(
         [&] { builtin_dense_numerics(key_of("sum", "v > s"), profile); }, unknown);
     expect_error<std::invalid_argument>(
-        [&] {
-            builtin_dense_numerics(key_of("add", "v v > v", ScalarType{99}),
-                                   widened_tree_profile());
-        },
+        [&] { builtin_dense_numerics(key_of("add", "v v > v", ScalarType{99}), tree_profile); },
         unknown);
 }
 

@@ -6,6 +6,7 @@
 
 #include "backend/cpu/cpu_capabilities.h"
 #include "support/key_text.h"
+#include "support/numerics_text.h"
 #include "tessaline/catalogue/builtin_operations.h"
 #include "tessaline/frontend/tessaline_context.h"
 
@@ -34,8 +35,9 @@ I0, I1, O0, O1  inputs and outputs; I0.1 is the length of the second axis of I0
 context         the rows that a context registers; the other ones yield to rows of the engine
 floating        complex32 float16 bfloat16 float64 complex128 float32 complex64, named by storage
 simd:TYPE       rows of the engine
-plain, tree     records under made-up profiles: a plain one, on the key of float64, and one of a
-                backend that converts and reduces by trees, on the keys of float16 and complex64
+plain, tree     records under made-up profiles: a native one, on the key of float64, and two of
+                backends that reduce by trees, a mixed one on the key of float16 and a widening one
+                on that of complex64
 [...]           the rows of which a line holds; every row where there is none. In each row notes and
                 parameters are sorted.
 key             inputs > outputs: s scalar, v vector, m matrix, l LU factors, e eigenvalue set, each
@@ -183,21 +185,6 @@ std::string text_of(const std::vector<Row>& rows) {
     return text;
 }
 
-/// No two fields have one value, so that a row shows which one it took.
-BackendRegistration::DenseNumericsProfile profile(bool tree) {
-    return {.algorithm_prefix = "p.",
-            .reduction_prefix = "r.",
-            .gemm_algorithm = "g.mm",
-            .gemv_algorithm = "g.mv",
-            .accumulation_type = ScalarType::Float64,
-            .norm_accumulation_type = ScalarType::Float32,
-            .precision_mode = tree ? PrecisionMode::mixed : PrecisionMode::native,
-            .reduction_order = ReductionOrder::pairwise,
-            .tree_reduction = tree,
-            .absolute_tolerance = 0.5,
-            .relative_tolerance = 0.25};
-}
-
 /// Calls `visit` with the type of each floating policy.
 template <typename Visitor>
 void for_each_floating_policy(const Visitor& visit) {
@@ -233,13 +220,15 @@ std::vector<Row> all_rows() {
             add_all("simd:", Policy::type(), CpuCapabilities<Policy>::legacy_records());
         }
     });
-    for (const auto& [name, type, is_tree] :
-         {std::tuple{"plain", DataTypeDescriptor::real_double(), false},
-          std::tuple{"tree:float16", DataTypeDescriptor::real_float16(), true},
-          std::tuple{"tree:complex64", DataTypeDescriptor::complex_float(), true}}) {
+    for (const auto& [name, type, mode] :
+         {std::tuple{"plain", DataTypeDescriptor::real_double(), PrecisionMode::native},
+          std::tuple{"tree:float16", DataTypeDescriptor::real_float16(), PrecisionMode::mixed},
+          std::tuple{"tree:complex64", DataTypeDescriptor::complex_float(),
+                     PrecisionMode::widened}}) {
+        const auto profile = Testing::made_up_profile(mode, mode != PrecisionMode::native);
         for (const BuiltinCapability& row : cpu_floating_capabilities(type)) {
             try {
-                add(name, row.key, type, builtin_dense_numerics(row.key, profile(is_tree)));
+                add(name, row.key, type, builtin_dense_numerics(row.key, profile));
             } catch (const std::logic_error&) { // a solver, which writes its own record
             }
         }

@@ -124,6 +124,9 @@ def test_predicates_tell_true_from_false(dtype: Any) -> None:
     assert tessaline.is_unitary(np.full((2, 2), 1, dtype)) is False
 
 
+FACTORS = ("lu_factor", "solve", "logdet")
+
+
 @pytest.mark.parametrize("identifier", tessaline.operations())
 def test_letters_stand_for_exactly_the_equalities_of_the_contract(identifier: str) -> None:
     record = tessaline.describe(identifier).record
@@ -154,9 +157,6 @@ def test_letters_stand_for_exactly_the_equalities_of_the_contract(identifier: st
     # Each equality takes away one of the sizes that a caller may choose, and letters are the rest.
     free = {letter for letter in axes if "*" not in letter}
     assert len(axes) - len(free) == len(equalities)
-
-
-FACTORS = ("lu_factor", "solve", "logdet")
 
 
 # Copies in all the ways in which an array can lie in memory.

@@ -59,40 +59,38 @@ void expect_buffer_count(ErasedBufferAccess& access, std::size_t count) {
     expect_error<std::out_of_range>([&] { std::as_const(access).buffer(count); }, message);
 }
 
-/// Makes storage of whole elements through `make(initialiser)`, from contents and then from zeros,
-/// for which the heap hands out the used memory again, and checks class and buffer.
-template <typename Class, typename Stored, typename Make>
-void expect_single(std::uint64_t count, const Make& make) {
-    auto contents = patterned<Stored>(count);
-    const MutableBufferView view = make_buffer_view(BufferRole::data, contents.data(), count);
+/// Makes storage of one buffer of elements for each role, through `make(initialiser)`, from
+/// contents and then from zeros, for which the heap hands out the used memory again, and checks
+/// class and buffers.
+template <typename Class, typename Element, typename Make>
+void expect_storage(const std::vector<BufferRole>& roles, std::uint64_t count, const Make& make) {
+    const std::vector<Element> contents[] = {patterned<Element>(count, 1),
+                                             patterned<Element>(count, 101)};
+    const auto first = make_buffer_view(roles[0], contents[0].data(), count);
+    const ConstBufferView second =
+        make_buffer_view(roles.back(), std::as_const(contents[1]).data(), count);
+    const StorageInitialiser given =
+        roles.size() == 1 ? StorageInitialiser(first) : StorageInitialiser(first, second);
     for (const bool from_contents : {true, false}) {
-        const auto entity = make(from_contents ? StorageInitialiser(view) : StorageInitialiser());
+        const auto entity = make(from_contents ? given : StorageInitialiser());
         auto* storage = dynamic_cast<Class*>(entity.get());
         ASSERT_NE(storage, nullptr);
         EXPECT_EQ(storage->element_count(), count);
-        expect_buffer_count(*storage, 1);
-        expect_buffer(*storage, 0, BufferRole::data,
-                      from_contents ? contents : std::vector<Stored>(count));
+        expect_buffer_count(*storage, roles.size());
+        for (std::size_t index = 0; index < roles.size(); ++index) {
+            expect_buffer(*storage, index, roles[index],
+                          from_contents ? contents[index] : std::vector<Element>(count));
+        }
     }
 }
 
-/// The same for storage of two buffers.
+template <typename Class, typename Stored, typename Make>
+void expect_single(std::uint64_t count, const Make& make) {
+    expect_storage<Class, Stored>({BufferRole::data}, count, make);
+}
 template <typename Class, typename Part, typename Make>
 void expect_split(std::uint64_t count, const Make& make) {
-    auto real = patterned<Part>(count, 1);
-    const auto imag = patterned<Part>(count, 101);
-    const StorageInitialiser views{make_buffer_view(BufferRole::real, real.data(), count),
-                                   make_buffer_view(BufferRole::imaginary, imag.data(), count)};
-    for (const bool from_contents : {true, false}) {
-        const auto entity = make(from_contents ? views : StorageInitialiser());
-        auto* storage = dynamic_cast<Class*>(entity.get());
-        ASSERT_NE(storage, nullptr);
-        EXPECT_EQ(storage->element_count(), count);
-        expect_buffer_count(*storage, 2);
-        const std::vector<Part> zeros(count);
-        expect_buffer(*storage, 0, BufferRole::real, from_contents ? real : zeros);
-        expect_buffer(*storage, 1, BufferRole::imaginary, from_contents ? imag : zeros);
-    }
+    expect_storage<Class, Part>({BufferRole::real, BufferRole::imaginary}, count, make);
 }
 
 void expect_unplaced_host(const DataTopologyDescriptor& topology, HostMemoryOptions options) {

@@ -3,7 +3,9 @@
 
 // Operations and registry rows for tests of dispatch, whose processes only say which row they are.
 
+#include "support/expect_error.h"
 #include "support/operands.h"
+#include "tessaline/catalogue/errors.h"
 #include "tessaline/dispatch/backend_dispatcher.h"
 
 #include <string>
@@ -74,6 +76,22 @@ inline OperationSpec test_operation(std::size_t inputs, std::size_t outputs,
              std::nullopt});
     }
     return {OperationId(name, 1), std::move(operands), {}, std::nullopt};
+}
+
+/// Expects `call` to raise exactly this DispatchError.
+template <typename Call>
+void expect_dispatch_error(const Call& call, const std::string& operation, ErrorReason reason,
+                           const std::string& message) {
+    const auto checked = [&] {
+        try {
+            call();
+        } catch (const DispatchError& error) {
+            EXPECT_EQ(error.operation(), operation);
+            EXPECT_EQ(error.reason(), reason);
+            throw;
+        }
+    };
+    expect_error<DispatchError>(checked, message);
 }
 
 } // namespace Tessaline::Testing

@@ -9,7 +9,6 @@
 #include "backend/cpu/eigen_test_matrices.h"
 #include "backend/cpu/floating_test_support.h"
 #include "backend/cpu/hypotenuse.h"
-#include "backend/cpu/simd/x86_simd.h"
 
 #include <gmock/gmock.h>
 
@@ -150,39 +149,16 @@ TEST(EigenQrStep, HasTheBitsOfProductsOfWholeMatrices) {
     }
 }
 
-double distance_from_orthonormal(const std::vector<Complex>& columns, std::size_t m) {
-    long double largest = 0;
-    for (std::size_t j = 0; j < m; ++j) {
-        for (std::size_t k = 0; k <= j; ++k) {
-            WideComplex inner = j == k ? -1 : 0;
-            for (std::size_t i = 0; i < m; ++i) {
-                inner +=
-                    std::conj(WideComplex(columns[j * m + i])) * WideComplex(columns[k * m + i]);
-            }
-            largest = std::max(largest, std::abs(inner));
-        }
-    }
-    return static_cast<double>(largest);
-}
-
 /// Calls `body` with the kernels of each instruction set that the machine has.
 template <typename Body>
-void for_each_instruction_set(const Body& body) {
-    const X86Features features = detect_x86_features();
-    const auto run = [&](const char* name, const SimdKernels::GramSchmidtKernels& kernels) {
-        SCOPED_TRACE(name);
-        body(kernels);
-    };
-    ASSERT_TRUE(supports(features, X86Simd::avx256)) << "nothing was tested";
-    run("AVX2", SimdKernels::avx256_gram_schmidt_kernels);
-    if (supports(features, X86Simd::avx512)) {
-        run("AVX512", SimdKernels::avx512_gram_schmidt_kernels);
-    }
+void for_each_kernels(const Body& body) {
+    for_each_instruction_set(SimdKernels::avx256_gram_schmidt_kernels,
+                             SimdKernels::avx512_gram_schmidt_kernels, body);
 }
 
 void expect_same_in_vectors(const std::vector<Complex>& given, const std::vector<Complex>& expected,
                             std::size_t m) {
-    for_each_instruction_set([&](const SimdKernels::GramSchmidtKernels& kernels) {
+    for_each_kernels([&](const SimdKernels::GramSchmidtKernels& kernels) {
         auto columns = given;
         // Room for more columns than there are, as in an iteration on a deflated matrix.
         GramSchmidt(m + 5, &kernels).orthonormalise(columns, m, unit);
@@ -220,7 +196,7 @@ TEST(EigenQrStep, TakesHypotenusesAndTheirChainsAsTheLibraryDoes) {
         }
         inlined[m] = plain[m];
         EXPECT_TRUE(same_bits(inlined, plain));
-        for_each_instruction_set([&](const SimdKernels::GramSchmidtKernels& kernels) {
+        for_each_kernels([&](const SimdKernels::GramSchmidtKernels& kernels) {
             std::vector<double> found(m + 3 * SimdKernels::column_group);
             kernels.magnitudes(column.at(0, 0), column.shape().imaginary, m, found.data());
             const double norm = kernels.chain_norm(found.data(), m);

@@ -155,4 +155,21 @@ double pair_residual(const SquareMatrix<C>& A, WideComplex lambda, const std::ve
     return static_cast<double>(scale == 0 ? norm : norm / scale);
 }
 
+/// The largest element of V* V - 1, for the matrix of order n with these columns; or of V V* - 1,
+/// for that with these rows.
+template <typename C>
+double distance_from_orthonormal(const std::vector<C>& lines, std::size_t n) {
+    long double largest = 0;
+    for (std::size_t j = 0; j < n; ++j) {
+        for (std::size_t k = 0; k <= j; ++k) {
+            WideComplex inner = j == k ? -1 : 0;
+            for (std::size_t i = 0; i < n; ++i) {
+                inner += std::conj(WideComplex(lines[j * n + i])) * WideComplex(lines[k * n + i]);
+            }
+            largest = std::max(largest, std::abs(inner));
+        }
+    }
+    return static_cast<double>(largest);
+}
+
 } // namespace Tessaline::Testing

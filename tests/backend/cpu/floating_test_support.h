@@ -8,8 +8,8 @@
 #include "backend/cpu/element_bits.h"
 #include "backend/cpu/floating_dispatcher.h"
 #include "backend/cpu/floating_policies.h"
+#include "backend/cpu/instruction_sets.h"
 #include "backend/cpu/simd/simd_unfused_kernels.h"
-#include "backend/cpu/simd/x86_simd.h"
 #include "support/counter_random.h"
 #include "tessaline/storage/buffer_access.h"
 #include "tessaline/storage/storage_factory.h"
@@ -238,16 +238,8 @@ std::span<const std::byte> bytes_of(const Grid<T>& grid) {
 /// Calls `body` with the unfused kernels of each instruction set that the machine has.
 template <typename Body>
 void for_each_unfused_table(const Body& body) {
-    const X86Features features = detect_x86_features();
-    ASSERT_TRUE(supports(features, X86Simd::avx256)) << "nothing was tested";
-    {
-        SCOPED_TRACE("AVX2");
-        body(SimdKernels::avx256_unfused_table);
-    }
-    if (supports(features, X86Simd::avx512)) {
-        SCOPED_TRACE("AVX512");
-        body(SimdKernels::avx512_unfused_table);
-    }
+    for_each_instruction_set(SimdKernels::avx256_unfused_table, SimdKernels::avx512_unfused_table,
+                             body);
 }
 
 /// Calls `body` with the plain loops in force, and with the kernels of each instruction set.

@@ -2,7 +2,6 @@
 #include "backend/cpu/eigen_test_matrices.h"
 #include "backend/cpu/floating_test_support.h"
 #include "backend/cpu/planar_matrix.h"
-#include "backend/cpu/simd/x86_simd.h"
 #include "backend/cpu/structured_solver.h"
 #include "support/expect_error.h"
 
@@ -128,21 +127,12 @@ class PlainJacobi {
     }
 };
 
-/// Calls `body` with the rotations of each instruction set that the machine has.
+/// Calls `body` with the plain rotations and those of each instruction set that the machine has.
 template <typename Body>
 void for_each_rotation_table(const Body& body) {
-    const X86Features features = detect_x86_features();
-    const auto run = [&](const char* name, const SimdKernels::RotationTable& kernels) {
-        SCOPED_TRACE(name);
-        body(kernels);
-    };
-    run("baseline", SimdKernels::baseline_rotation_table);
-    if (supports(features, X86Simd::avx256)) {
-        run("AVX2", SimdKernels::avx256_rotation_table);
-    }
-    if (supports(features, X86Simd::avx512)) {
-        run("AVX512", SimdKernels::avx512_rotation_table);
-    }
+    body(SimdKernels::baseline_rotation_table);
+    for_each_instruction_set(SimdKernels::avx256_rotation_table, SimdKernels::avx512_rotation_table,
+                             body);
 }
 
 /// A power of two from the range of double to multiply a matrix with: one that leaves room for sums
@@ -246,23 +236,6 @@ std::vector<C> column(const HermitianEigenResult<C>& result, std::size_t k) {
     return v;
 }
 
-template <typename C>
-double distance_from_orthonormal(const HermitianEigenResult<C>& result) {
-    const std::size_t n = result.values.size();
-    long double largest = 0;
-    for (std::size_t j = 0; j < n; ++j) {
-        for (std::size_t k = 0; k <= j; ++k) {
-            WideComplex inner = j == k ? -1 : 0;
-            for (std::size_t i = 0; i < n; ++i) {
-                inner += std::conj(WideComplex(result.vectors[i * n + j])) *
-                         WideComplex(result.vectors[i * n + k]);
-            }
-            largest = std::max(largest, std::abs(inner));
-        }
-    }
-    return static_cast<double>(largest);
-}
-
 TYPED_TEST(HermitianJacobi, FindsOrthonormalVectorsWithSmallResiduals) {
     for (const auto& family : families<TypeParam>) {
         for (const std::size_t n : eigen_orders) {
@@ -272,7 +245,8 @@ TYPED_TEST(HermitianJacobi, FindsOrthonormalVectorsWithSmallResiduals) {
             ASSERT_EQ(result.values.size(), n);
             ASSERT_EQ(result.vectors.size(), n * n);
             EXPECT_TRUE(std::ranges::is_sorted(result.values)) << family.name << " of " << n;
-            EXPECT_LE(distance_from_orthonormal(result), limit) << family.name << " of " << n;
+            EXPECT_LE(distance_from_orthonormal(result.vectors, n), limit)
+                << family.name << " of " << n;
             for (std::size_t k = 0; k < n; ++k) {
                 EXPECT_LE(pair_residual(A, result.values[k], column(result, k)), limit)
                     << family.name << ", pair " << k << " of " << n;

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/factor.h"
 #include "backend/cpu/floating_policies.h"
+#include "backend/cpu/instruction_sets.h"
 #include "backend/cpu/logdet.h"
 #include "backend/cpu/lu_problems.h"
-#include "backend/cpu/simd/x86_simd.h"
 #include "backend/cpu/solve.h"
 #include "support/expect_error.h"
 
@@ -177,13 +177,9 @@ TYPED_TEST(Lu, VanishingMultiplierStopsElimination) {
 /// Calls `body` with the parts of blocked methods of each instruction set that the machine has.
 template <typename T, typename Body>
 void for_each_parts(const Body& body) {
-    using namespace SimdKernels;
-    const X86Features features = detect_x86_features();
-    ASSERT_TRUE(supports(features, X86Simd::avx256)) << "nothing was tested";
-    body("AVX2", CpuFallback::EliminationParts<T>{&avx256_elimination_table});
-    if (supports(features, X86Simd::avx512)) {
-        body("AVX512", CpuFallback::EliminationParts<T>{&avx512_elimination_table});
-    }
+    for_each_instruction_set(
+        SimdKernels::avx256_elimination_table, SimdKernels::avx512_elimination_table,
+        [&](const auto& table) { body(CpuFallback::EliminationParts<T>{&table}); });
 }
 
 /// What an elimination leaves, with one NaN for all.
@@ -273,9 +269,9 @@ TYPED_TEST(Lu, BlocksEndLikePlainElimination) {
                 const Outcome<T> plain(A, layout,
                                        [&](auto lu) { CpuFallback::plain_lu_factor(lu, layout); });
                 was_raised |= plain.error.find(disturbance.error) != std::string::npos;
-                for_each_parts<T>([&](const char* name, const auto& parts) {
+                for_each_parts<T>([&](const auto& parts) {
                     SCOPED_TRACE(std::string(disturbance.name) + ", order " +
-                                 std::to_string(order) + ", " + name);
+                                 std::to_string(order));
                     const Outcome<T> blocked(A, layout, [&](auto lu) {
                         CpuFallback::blocked_lu_factor(lu, layout, parts);
                     });
@@ -327,8 +323,8 @@ TYPED_TEST(Lu, SubstitutionsByBlocksHavePlainBits) {
                 solution([&](T* x) { CpuFallback::plain_substitute_forward(factors, x); });
             const auto backward =
                 solution([&](T* x) { CpuFallback::plain_substitute_backward(factors, x); });
-            for_each_parts<T>([&](const char* name, const auto& parts) {
-                SCOPED_TRACE(std::to_string(order) + ", " + name);
+            for_each_parts<T>([&](const auto& parts) {
+                SCOPED_TRACE(order);
                 EXPECT_TRUE(same_bits(forward, solution([&](T* x) {
                                           CpuFallback::substitute_forward(factors, x, parts);
                                       })));

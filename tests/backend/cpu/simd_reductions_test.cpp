@@ -56,14 +56,9 @@ TYPED_TEST(SimdComplexReductionsTest, SumsGoByLanesAndThenInOrder) {
 
 TEST(SimdReductionsTest, TracesGoByEightLanesOnEitherEngine) {
     for_each_engine([](auto engine) {
-        for (const auto& [rows, cols] : {std::pair<std::uint64_t, std::uint64_t>{0, 0},
-                                         {1, 1},
-                                         {7, 7},
-                                         {8, 8},
-                                         {9, 9},
-                                         {33, 33},
-                                         {40, 17},
-                                         {5, 31}}) {
+        const std::uint64_t shapes[][2] = {{0, 0}, {1, 1},   {7, 7},   {8, 8},
+                                           {9, 9}, {33, 33}, {40, 17}, {5, 31}};
+        for (const auto& [rows, cols] : shapes) {
             for (const auto layout :
                  {DataMatrixLayout::row_major, DataMatrixLayout::column_major}) {
                 CounterRandom random(rows + cols);

@@ -18,13 +18,9 @@ auto at(const Data& matrix, std::uint64_t rows, std::uint64_t cols, DataMatrixLa
 
 TEST(SimdStructureTest, TransposesServeEveryPairOfLayouts) {
     for_each_engine([](auto engine) {
-        for (const auto& [rows, cols] : {std::pair<std::uint64_t, std::uint64_t>{0, 3},
-                                         {1, 1},
-                                         {1, 17},
-                                         {16, 16},
-                                         {8, 31},
-                                         {33, 7},
-                                         {47, 50}}) {
+        const std::uint64_t shapes[][2] = {{0, 3},  {1, 1},  {1, 17}, {16, 16},
+                                           {8, 31}, {33, 7}, {47, 50}};
+        for (const auto& [rows, cols] : shapes) {
             for (const auto from : {row_major, column_major}) {
                 for (const auto to : {row_major, column_major}) {
                     SCOPED_TRACE(::testing::Message() << rows << " x " << cols);
@@ -65,15 +61,9 @@ TYPED_TEST_SUITE(SimdComplexStructureTest, Forms);
 
 TYPED_TEST(SimdComplexStructureTest, PartialTracesSumInIncreasingOrder) {
     for_each_engine([](auto engine) {
-        for (const auto& [m, k] : {std::pair<std::uint64_t, std::uint64_t>{1, 0},
-                                   {3, 0},
-                                   {1, 1},
-                                   {1, 9},
-                                   {9, 1},
-                                   {2, 3},
-                                   {17, 3},
-                                   {16, 4},
-                                   {5, 13}}) {
+        const std::uint64_t orders[][2] = {{1, 0}, {3, 0},  {1, 1},  {1, 9}, {9, 1},
+                                           {2, 3}, {17, 3}, {16, 4}, {5, 13}};
+        for (const auto& [m, k] : orders) {
             SCOPED_TRACE(::testing::Message() << "order " << m << " times " << k);
             const std::uint64_t n = m * k;
             CounterRandom random(n);

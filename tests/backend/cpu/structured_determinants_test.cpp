@@ -55,6 +55,14 @@ double unrooted_logdet_of(std::vector<C> rows) {
     return unrooted_positive_definite_logdet<C>(rows, order_of(rows));
 }
 
+/// Expects a failure of `slogdet`, or of the way given, of `logdet_positive_definite`.
+template <typename Call>
+void expect_failed(const char* operation, const Call& call, int status, const std::string& detail,
+                   const std::string& message) {
+    expect_solver_error(call, status, detail, std::string("tessaline.") + operation, message,
+                        ErrorReason::solver_failure);
+}
+
 /// The determinant of a matrix, and how far it moves when every element moves by one rounding: the
 /// sum of |a_ij| times its minor, times epsilon.
 template <typename C>
@@ -182,24 +190,13 @@ TYPED_TEST(StructuredDeterminant, SubnormalEntriesKeepTheirDigits) {
 
 TYPED_TEST(StructuredDeterminant, VanishingMultiplierAndOverflowAreErrors) {
     using C = TypeParam;
-    expect_solver_error(
-        [] {
-            signed_logdet_of<C>({1e300, 1, 1e-300, 1});
-        },
-        -1, "LU multiplier underflow", "tessaline.slogdet",
-        "slogdet - LU multiplier range cannot be preserved", ErrorReason::solver_failure);
-    expect_error<std::runtime_error>(
-        [] {
-            signed_logdet_of<C>({1, 1.7e308, -1, 1.7e308});
-        },
-        "slogdet - non-finite LU pivot");
-    expect_solver_error(
-        [] {
-            signed_logdet_of<C>({1e-320, 1, 1, 1e300});
-        },
-        -1, "determinant scaling would overflow", "tessaline.slogdet",
-        "tessaline.slogdet - subnormal factorisation range cannot be preserved",
-        ErrorReason::solver_failure);
+    const auto of = [](const std::vector<C>& rows) { return [=] { signed_logdet_of(rows); }; };
+    expect_failed("slogdet", of({1e300, 1, 1e-300, 1}), -1, "LU multiplier underflow",
+                  "slogdet - LU multiplier range cannot be preserved");
+    expect_failed("slogdet", of({1e-320, 1, 1, 1e300}), -1, "determinant scaling would overflow",
+                  "tessaline.slogdet - subnormal factorisation range cannot be preserved");
+    expect_error<std::runtime_error>(of({1, 1.7e308, -1, 1.7e308}),
+                                     "slogdet - non-finite LU pivot");
 }
 
 TEST(SlogdetComplex, PartOfAMultiplierThatDivisionLosesDecides) {
@@ -257,13 +254,11 @@ TYPED_TEST(StructuredDeterminant, PivotWithinRoundingOfZeroIsDecidedUnrooted) {
     EXPECT_EQ(positive_definite_logdet_of<C>({1, 1, 1, 1 + epsilon}, &reloads), std::log(epsilon));
     EXPECT_EQ(reloads, 1);
     // (1 + 2^-30)^2 > 1 + 2^-29 by less than rounding can show.
-    expect_solver_error(
-        [] {
-            positive_definite_logdet_of<C>({1, 1 + 0x1p-30, 1 + 0x1p-30, 1 + 0x1p-29});
-        },
-        2, "non-positive unrooted pivot", "tessaline.logdet_positive_definite",
-        "logdet_positive_definite - matrix is not positive definite at pivot 1",
-        ErrorReason::solver_failure);
+    const std::vector<C> beyond{1, 1 + 0x1p-30, 1 + 0x1p-30, 1 + 0x1p-29};
+    expect_failed(
+        "logdet_positive_definite", [&] { positive_definite_logdet_of(beyond); }, 2,
+        "non-positive unrooted pivot",
+        "logdet_positive_definite - matrix is not positive definite at pivot 1");
     // One unit less off the diagonal, and the pivot is positive.
     const double off = 1 + 0x1p-30 - epsilon;
     const Quad pivot = Quad(1 + 0x1p-29) - Quad(off) * off;
@@ -305,9 +300,9 @@ TYPED_TEST(StructuredDeterminant, RangeOfThePositiveDefinitePaths) {
         "logdet_positive_definite - matrix is not positive definite at pivot ";
     const auto refused = [](const std::vector<C>& rows, int status, const char* detail,
                             const std::string& message) {
-        expect_solver_error([&] { positive_definite_logdet_of(rows); }, status, detail,
-                            "tessaline.logdet_positive_definite", message,
-                            ErrorReason::solver_failure);
+        expect_failed(
+            "logdet_positive_definite", [&] { positive_definite_logdet_of(rows); }, status, detail,
+            message);
     };
     refused({-1}, 1, "non-positive unrooted pivot", pivot + "0");
     refused({1, 0, 0, 0}, 2, "non-positive unrooted pivot", pivot + "1");
@@ -318,13 +313,11 @@ TYPED_TEST(StructuredDeterminant, RangeOfThePositiveDefinitePaths) {
             "unrepresentable unrooted scaling",
             "logdet_positive_definite - unrooted scaling range cannot be preserved");
     // A Schur complement off the diagonal overflows while its diagonal entries do not.
-    expect_solver_error(
-        [] {
-            unrooted_logdet_of<C>({1, 1e150, 1e160, 1e150, 2e300, 0, 1e160, 0, 1});
-        },
-        -1, "unrepresentable unrooted scaling", "tessaline.logdet_positive_definite",
-        "logdet_positive_definite - unrooted scaling range cannot be preserved",
-        ErrorReason::solver_failure);
+    const std::vector<C> overflowing{1, 1e150, 1e160, 1e150, 2e300, 0, 1e160, 0, 1};
+    expect_failed(
+        "logdet_positive_definite", [&] { unrooted_logdet_of(overflowing); }, -1,
+        "unrepresentable unrooted scaling",
+        "logdet_positive_definite - unrooted scaling range cannot be preserved");
     refused({1e-320, 1, 1, 1e300}, -1, "determinant scaling would overflow",
             "tessaline.logdet_positive_definite - subnormal factorisation range cannot be "
             "preserved");
@@ -429,40 +422,32 @@ TEST(PositiveDefiniteComplex, PhasesOffTheDiagonalCancel) {
 
 TYPED_TEST(StructuredDeterminant, ValidateNamesTheFirstOffendingPair) {
     using C = TypeParam;
-    const auto check = [](const std::vector<C>& rows, bool hermitian, double tolerance) {
-        validate<C>(rows, order_of(rows), hermitian, tolerance, "some.operation");
+    constexpr bool hermitian = true;
+    const auto check = [](const std::vector<C>& rows, bool is_hermitian, double tolerance,
+                          const std::string& fault) {
+        const auto call = [&] {
+            validate<C>(rows, order_of(rows), is_hermitian, tolerance, "some.operation");
+        };
+        if (fault.empty()) {
+            EXPECT_NO_THROW(call());
+        } else {
+            expect_error<std::invalid_argument>(call, "some.operation - input must " + fault);
+        }
     };
-    check({}, true, 0);
-    check({1, 2, 3, 4}, false, 0);
+    const std::string at = "be symmetric/Hermitian at ";
+    const std::string finite = "contain only finite entries";
+    check({}, hermitian, 0, "");
+    check({1, 2, 3, 4}, !hermitian, 0, "");
     // Relative to the larger of a pair, whatever its scale.
-    check({1, 1e-300, 1e-300 * (1 + 2 * epsilon), 1}, true, 4 * epsilon);
-    expect_error<std::invalid_argument>(
-        [&] {
-            check({1, 0, 5, 0, 1, 2, 5, 2.5, 1}, true, 0.1);
-        },
-        "some.operation - input must be symmetric/Hermitian at (2, 1)");
-    expect_error<std::invalid_argument>(
-        [&] {
-            check({1, 0, 4 * smallest, 1}, true, 0.5);
-        },
-        "some.operation - input must be symmetric/Hermitian at (1, 0)");
-    for (const double bad : {Limits::infinity(), Limits::quiet_NaN()}) {
-        expect_error<std::invalid_argument>(
-            [&] {
-                check({1, 0, bad, 1}, false, 0);
-            },
-            "some.operation - input must contain only finite entries");
-    }
+    check({1, 1e-300, 1e-300 * (1 + 2 * epsilon), 1}, hermitian, 4 * epsilon, "");
+    check({1, 0, 5, 0, 1, 2, 5, 2.5, 1}, hermitian, 0.1, at + "(2, 1)");
+    check({1, 0, 4 * smallest, 1}, hermitian, 0.5, at + "(1, 0)");
+    check({1, 0, Limits::infinity(), 1}, !hermitian, 0, finite);
+    check({1, 0, Limits::quiet_NaN(), 1}, !hermitian, 0, finite);
     if constexpr (is_complex_element<C>) {
-        check({1, C(2, 3), C(2, -3), 1}, true, 0);
-        expect_error<std::invalid_argument>(
-            [&] {
-                check({1, C(2, 3), C(2, 3), 1}, true, 0.1);
-            },
-            "some.operation - input must be symmetric/Hermitian at (1, 0)");
-        expect_error<std::invalid_argument>(
-            [&] { check({C(1, 0.5)}, true, 0.1); },
-            "some.operation - input must be symmetric/Hermitian at (0, 0)");
+        check({1, C(2, 3), C(2, -3), 1}, hermitian, 0, "");
+        check({1, C(2, 3), C(2, 3), 1}, hermitian, 0.1, at + "(1, 0)");
+        check({C(1, 0.5)}, hermitian, 0.1, at + "(0, 0)");
     }
 }
 
