@@ -249,9 +249,12 @@ def main() -> int:
     print_lines({function.name: function for function, _, _ in cases})
     sys.stdout.flush()
     survey = Survey(libraries, QUICK if options.quick else FULL, offsets)
-    with tessaline.Context(thread_count=1):
-        for case in cases:
-            survey.add(*case)
+    try:
+        with tessaline.Context(thread_count=1):
+            for case in cases:
+                survey.add(*case)
+    except KeyboardInterrupt:
+        survey.left_out.append("what comes after the interrupt")
     if survey.rows:
         print_rows(survey.rows, peers + [at_name(offset) for offset in offsets])
         print_summary(survey.rows, peers)
