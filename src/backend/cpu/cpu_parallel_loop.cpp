@@ -32,11 +32,19 @@ class ParallelGroup {
     ParallelGroup(std::size_t jobs, CpuChunkBody body) : remaining_(jobs), body_(body) {}
 
     void run(std::size_t begin, std::size_t end) noexcept {
+        std::exception_ptr error;
         try {
             const ParallelDepthScope depth;
             body_(begin, end);
         } catch (...) {
-            store_error(std::current_exception());
+            error = std::current_exception();
+        }
+        if (generation_ != process_generation()) {
+            leave_forked_child(error);
+            return;
+        }
+        if (error) {
+            store_error(std::move(error));
         }
         if (remaining_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
             const std::lock_guard lock(mutex_);
@@ -67,6 +75,15 @@ class ParallelGroup {
     }
 
   private:
+    // The body forked, and nobody waits for it in the child, where the mutexes may be held for
+    // ever.
+    static void leave_forked_child(const std::exception_ptr& error) {
+        if (error) {
+            std::rethrow_exception(error); // ends the process, as any error that nobody catches
+        }
+    }
+
+    const std::uint32_t generation_ = process_generation();
     std::atomic<std::size_t> remaining_;
     const CpuChunkBody body_;
     std::mutex mutex_;
