@@ -2,6 +2,7 @@
 // Children of a process with live workers. Each has a time limit, since what is wrong here hangs.
 
 #include "backend/cpu/cpu_test_support.h"
+#include "backend/cpu/run_stop.h"
 #include "tessaline/backend/cpu/cpu_worker_pool.h"
 
 #include <algorithm>
@@ -155,6 +156,35 @@ TEST_F(Fork, ChildOfALoopsBodyEndsWithTheBody) {
         });
         EXPECT_EQ(exit_code_of(child), raises ? -1 : 0);
     }
+}
+
+// The function that a run asks on its thread forks while workers run a loop: the child, which has
+// lost them, gets an error and not a hang.
+TEST_F(Fork, InTheMiddleOfALoopFailsInTheChildAlone) {
+    std::atomic<pid_t> child{-1};
+    const std::stop_token token;
+    const std::function<void()> interrupt = [&] {
+        if (child == -1) {
+            child = fork();
+        }
+    };
+    RunStop stop(token, interrupt, RunStop::Interval(1));
+    bool failed = false;
+    try {
+        const RunStop::Scope scope(&stop);
+        parent->parallel_for_chunks(0, threads, 1, [&](std::size_t, std::size_t) {
+            while (child == -1) {
+                std::this_thread::yield();
+            }
+        });
+    } catch (const std::runtime_error&) {
+        failed = true;
+    }
+    if (child == 0) {
+        std::exit(failed && loop_is_complete(*parent) ? success : 1);
+    }
+    EXPECT_FALSE(failed);
+    EXPECT_EQ(exit_code_of(child), success);
 }
 
 } // namespace
