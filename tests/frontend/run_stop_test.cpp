@@ -160,10 +160,10 @@ const struct {
     {"matrix_power complex64", [] { return power<Complex64>(20); }, 10},
     {"lu_factor float32", [] { return factorisation<float>(200); }, 20},
     {"lu_factor complex64", [] { return factorisation<Complex64>(200); }, 20},
-    {"eigvalsh float64", [] { return hermitian_values<double>(80); }, 80},
-    {"eigvalsh float32", [] { return hermitian_values<float>(80); }, 80},
-    {"eig float32", [] { return pairs<float>(40); }, 400},
-    {"eig complex128", [] { return pairs<Complex128>(40); }, 400},
+    {"eigvalsh float64", [] { return hermitian_values<double>(80); }, 40},
+    {"eigvalsh float32", [] { return hermitian_values<float>(80); }, 40},
+    {"eig float32", [] { return pairs<float>(40); }, 100},
+    {"eig complex128", [] { return pairs<Complex128>(40); }, 100},
     {"principal_eigenvector complex64", [] { return principal<Complex64>(40); }, 100},
     {"logdet_positive_definite float64",
      [] {
@@ -172,9 +172,9 @@ const struct {
      },
      20},
     {"is_unitary float64",
-     [] { return scalar<int, double>(BuiltinOperations::is_unitary, 40, Kind::identity); }, 40},
+     [] { return scalar<int, double>(BuiltinOperations::is_unitary, 40, Kind::identity); }, 30},
     {"is_unitary complex64",
-     [] { return scalar<int, Complex64>(BuiltinOperations::is_unitary, 40, Kind::identity); }, 40},
+     [] { return scalar<int, Complex64>(BuiltinOperations::is_unitary, 40, Kind::identity); }, 30},
 };
 
 // Asked at every stop point, it counts, runs a product in the middle of the operation at some, and

@@ -123,7 +123,9 @@ class HermitianJacobi {
         found_.start(group);
         const std::size_t steps = phases_ == 0 ? 0 : blocks_ - group + phases_ - 1;
         for (std::size_t step = 0; step < steps; ++step) {
-            stop_point();
+            if (step % block == 0) {
+                stop_point();
+            }
             for_each_phase(step, [this](std::size_t i, std::size_t b) { enter_block(i, b); });
             find_rotations(group + step);
             for_each_phase(step, [this](std::size_t i, std::size_t b) { leave_block(i, b); });

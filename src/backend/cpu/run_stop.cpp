@@ -51,6 +51,11 @@ void RunStop::check() {
 // The interrupt function may wait for a lock that other threads hold most of the time, so the next
 // question comes the later the longer one takes.
 void RunStop::ask_caller() {
+    // A small run has two stop points, at its head and at that of its loop.
+    if (stop_points_without_clock_ != 0) {
+        --stop_points_without_clock_;
+        return;
+    }
     const std::int64_t shortest = std::chrono::nanoseconds(interval_).count();
     const std::int64_t longest = 4 * shortest;
     constexpr std::int64_t times_away = 40;

@@ -63,7 +63,8 @@ class RunStop {
     const Interval interval_;
     const std::thread::id caller_ = std::this_thread::get_id();
     std::atomic<bool> stopped_{false};
-    std::int64_t next_question_ = 0; ///< coarse time in nanoseconds; the calling thread's own
+    int stop_points_without_clock_ = 2; ///< that are still to come
+    std::int64_t next_question_ = 0;    ///< coarse time in nanoseconds; the calling thread's own
 };
 
 } // namespace Tessaline
