@@ -11,12 +11,6 @@
 #include <thread>
 #include <unistd.h>
 
-// What threads of the parent own, and what is the parent's alone, a child can only leak.
-extern "C" const char* __lsan_default_options();
-extern "C" const char* __lsan_default_options() {
-    return "detect_leaks=0";
-}
-
 namespace Tessaline::Test {
 namespace {
 
