@@ -3,6 +3,7 @@
 
 #include "array_policy.h"
 #include "host_array.h"
+#include "interrupts.h"
 #include "native_errors.h"
 #include "structured_operands.h"
 #include "text.h"
@@ -357,7 +358,7 @@ nb::object execute_operation(const NativeContext& context, std::string_view oper
     const Call call(context.context().describe(id), bindings, locations, compute_dtypes);
     {
         const UnlockedInterpreter unlocked;
-        context.executor().execute(id, call.bindings());
+        context.executor().execute(id, call.bindings(), interruptible());
         call.export_booleans();
     }
     return call.results();

@@ -2,6 +2,7 @@
 
 // The definition of the extension module, and its entry.
 
+#include "interrupts.h"
 #include "module_facts.h"
 #include "native_catalogue.h"
 #include "native_context.h"
@@ -21,6 +22,7 @@ NB_MODULE(_native_contents, module) {
     static_cast<void>(Tessaline::cpu_simd_implementation()); // or an import that says why not
     Tessaline::Python::define_numeric_policies(module);
     module.doc() = "Private native implementation for tessaline";
+    Tessaline::Python::find_main_thread();
     Tessaline::Python::define_native_error(module);
     Tessaline::Python::define_catalogue(module);
     Tessaline::Python::define_context(module);

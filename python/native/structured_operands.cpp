@@ -3,6 +3,7 @@
 
 #include "array_policy.h"
 #include "host_array.h"
+#include "interrupts.h"
 #include "native_errors.h"
 #include "unlocked_interpreter.h"
 
@@ -182,7 +183,7 @@ void define_common_properties(nb::class_<Class>& type) {
 void run_unlocked(const NativeContext& context, const OperationId& id,
                   const OperationBindings& bindings) {
     const UnlockedInterpreter unlocked;
-    context.executor().execute(id, bindings);
+    context.executor().execute(id, bindings, interruptible());
 }
 
 template <typename Operand>

@@ -31,6 +31,16 @@ _KNOWN_RESULTS = 4096
 _OVERLAP = re.compile(r"Output(\d+) overlaps (Input|Output)(\d+)")
 
 _lock = threading.RLock()
+
+
+def _replace_lock() -> None:
+    """In a forked child the lock's holder may be a thread that does not exist there."""
+    global _lock
+    _lock = threading.RLock()
+
+
+os.register_at_fork(after_in_child=_replace_lock)
+
 _catalogue: Any = None
 _default: "Context | None" = None
 #: The contexts of the enclosing ``with`` blocks, innermost last.

@@ -54,6 +54,9 @@ SolverError::SolverError(std::string library, std::int32_t status, std::string d
       status_(status),
       detail_(std::move(detail)) {}
 
+OperationStopped::OperationStopped()
+    : std::runtime_error("BackendExecutor::execute - the run was stopped") {}
+
 // Out of line, so that each class has one type identity across shared objects.
 ErrorContext::~ErrorContext() = default;
 ArgumentError::~ArgumentError() = default;
@@ -61,5 +64,6 @@ RuntimeError::~RuntimeError() = default;
 DispatchError::~DispatchError() = default;
 BackendLibraryError::~BackendLibraryError() = default;
 SolverError::~SolverError() = default;
+OperationStopped::~OperationStopped() = default;
 
 } // namespace Tessaline

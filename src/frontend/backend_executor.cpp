@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessaline/frontend/backend_executor.h"
 
+#include "backend/cpu/run_stop.h"
+#include "backend/cpu/stop_point.h"
+
 #include <exception>
 #include <optional>
 #include <stdexcept>
@@ -49,12 +52,12 @@ BackendExecutor BackendExecutor::cpu_only(CpuRuntimeOptions options) {
 
 void BackendExecutor::execute(const BackendProcess& process, BackendExecutionBindings& bindings,
                               ExecutionOptions options) const {
-    submit_borrowed(process, bindings, options).wait();
+    run(process, bindings, options, std::make_unique<Execution::State>()).wait();
 }
 
 BackendExecutor::Execution BackendExecutor::submit(BackendProcess process,
                                                    BackendExecutionBindings bindings,
-                                                   ExecutionOptions) const {
+                                                   ExecutionOptions options) const {
     if (!bindings.adapted.empty()) {
         throw std::invalid_argument(
             "BackendExecutor::submit - pre-adapted bindings are unsupported");
@@ -62,17 +65,18 @@ BackendExecutor::Execution BackendExecutor::submit(BackendProcess process,
     auto state = std::make_unique<Execution::State>();
     const BackendProcess& owned_process = state->owned_process.emplace(std::move(process));
     BackendExecutionBindings& owned_bindings = state->owned_bindings.emplace(std::move(bindings));
-    return run(owned_process, owned_bindings, std::move(state));
+    return run(owned_process, owned_bindings, options, std::move(state));
 }
 
 BackendExecutor::Execution BackendExecutor::submit_borrowed(const BackendProcess& process,
                                                             BackendExecutionBindings& bindings,
-                                                            ExecutionOptions) const {
-    return run(process, bindings, std::make_unique<Execution::State>());
+                                                            ExecutionOptions options) const {
+    return run(process, bindings, options, std::make_unique<Execution::State>());
 }
 
 BackendExecutor::Execution BackendExecutor::run(const BackendProcess& process,
                                                 BackendExecutionBindings& bindings,
+                                                const ExecutionOptions& options,
                                                 std::unique_ptr<Execution::State> state) const {
     const auto& plan = process.execution_plan();
     if (plan && plan->backend == BackendKind::cuda) {
@@ -80,7 +84,12 @@ BackendExecutor::Execution BackendExecutor::run(const BackendProcess& process,
                                  "CPU-only executor");
     }
     BackendExecutionSession session(cpu_runtime_);
+    RunStop stop(options.stop, options.interrupt);
+    // A run inside another one that sets nothing of its own ends with the outer one.
+    const bool may_end_early = options.stop.stop_possible() || options.interrupt;
+    const RunStop::Scope scope(may_end_early ? &stop : RunStop::current());
     try {
+        stop_point();
         process.execute_deferred(session, bindings);
     } catch (...) {
         state->error = std::current_exception();

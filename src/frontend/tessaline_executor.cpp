@@ -57,7 +57,7 @@ void TessalineExecutor::execute(BackendExecutionBindings& bindings, const Operat
         spec, bindings, executor_.cross_device_policy(), executor_.gpu_scheduling_options());
     refuse_shared_memory(spec, request, bindings);
     const BackendProcess process = context_->dispatcher().dispatch(request);
-    executor_.execute(process, bindings, options);
+    executor_.execute(process, bindings, std::move(options));
 }
 
 void TessalineExecutor::execute(BackendExecutionBindings& bindings, const OperationId& id) const {
@@ -67,7 +67,7 @@ void TessalineExecutor::execute(BackendExecutionBindings& bindings, const Operat
 void TessalineExecutor::execute(const OperationId& id, const OperationBindings& bindings,
                                 BackendExecutor::ExecutionOptions options) const {
     BackendExecutionBindings run_bindings = bindings.make_backend_bindings();
-    execute(run_bindings, id, options);
+    execute(run_bindings, id, std::move(options));
 }
 
 void TessalineExecutor::execute(const OperationId& id, const OperationBindings& bindings) const {

@@ -64,9 +64,9 @@ void expect_buffer_count(ErasedBufferAccess& access, std::size_t count) {
 /// class and buffers.
 template <typename Class, typename Element, typename Make>
 void expect_storage(const std::vector<BufferRole>& roles, std::uint64_t count, const Make& make) {
-    const std::vector<Element> contents[] = {patterned<Element>(count, 1),
-                                             patterned<Element>(count, 101)};
-    const auto first = make_buffer_view(roles[0], contents[0].data(), count);
+    std::vector<Element> contents[] = {patterned<Element>(count, 1),
+                                       patterned<Element>(count, 101)};
+    const MutableBufferView first = make_buffer_view(roles[0], contents[0].data(), count);
     const ConstBufferView second =
         make_buffer_view(roles.back(), std::as_const(contents[1]).data(), count);
     const StorageInitialiser given =

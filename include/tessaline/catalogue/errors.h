@@ -111,4 +111,11 @@ class TESSALINE_API SolverError : public RuntimeError {
     std::string detail_;
 };
 
+/// A run that ended early because its caller asked for that. It says nothing about the operands.
+class TESSALINE_API OperationStopped : public std::runtime_error {
+  public:
+    OperationStopped();
+    ~OperationStopped() override;
+};
+
 } // namespace Tessaline

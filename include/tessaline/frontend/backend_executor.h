@@ -6,7 +6,9 @@
 #include "tessaline/backend/cpu/cpu_runtime_context.h"
 #include "tessaline/execution/backend_process.h"
 
+#include <functional>
 #include <memory>
+#include <stop_token>
 
 namespace Tessaline {
 
@@ -17,7 +19,19 @@ class TESSALINE_API BackendExecutor {
     struct CpuOnlyTag {};
 
     /// What a caller may choose about one run.
-    struct ExecutionOptions {};
+    ///
+    /// Either field may end a run before its end: before its first step, or between two sweeps,
+    /// iterations, panels or blocks of a long operation. The content of the outputs is then
+    /// unspecified; everything else is as after any run. A run that is about to end may still
+    /// succeed. The kernels of plugins run to their end.
+    struct ExecutionOptions {
+        /// The run ends with OperationStopped once a stop has been requested, from any thread.
+        std::stop_token stop;
+        /// Called some twenty times a second while a long operation runs, less often where it takes
+        /// long itself, on the thread that submitted the run. What it raises ends the run and is
+        /// the run's failure. It may run operations.
+        std::function<void()> interrupt;
+    };
 
     /// Stands for submitted work. Movable; used by one thread at a time.
     class TESSALINE_API Execution {
@@ -48,7 +62,7 @@ class TESSALINE_API BackendExecutor {
 
     /// Runs a process and waits for its end; raises the failure of the run. The caller's bindings
     /// are given back in every case. Raises std::runtime_error, before anything ran, for a CUDA
-    /// plan in an executor without devices.
+    /// plan in an executor without devices, and OperationStopped.
     void execute(const BackendProcess& process, BackendExecutionBindings& bindings,
                  ExecutionOptions options = {}) const;
 
@@ -70,7 +84,7 @@ class TESSALINE_API BackendExecutor {
 
   private:
     Execution run(const BackendProcess& process, BackendExecutionBindings& bindings,
-                  std::unique_ptr<Execution::State> state) const;
+                  const ExecutionOptions& options, std::unique_ptr<Execution::State> state) const;
 
     std::shared_ptr<CpuRuntimeContext> cpu_runtime_;
     GpuSchedulingOptions gpu_scheduling_;

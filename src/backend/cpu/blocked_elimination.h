@@ -7,6 +7,7 @@
 // elimination in their order, so that it gets the same bits.
 
 #include "backend/cpu/complex_panel.h"
+#include "backend/cpu/stop_point.h"
 #include "backend/cpu/unit_triangle.h"
 
 #include <bit>
@@ -82,6 +83,7 @@ class BlockedElimination {
 
     void factor_columns(Index first, Index count) {
         if (count <= block) {
+            stop_point();
             factor_panel(first, count);
             return;
         }

@@ -2,6 +2,8 @@
 #include "tessaline/backend/cpu/cpu_runtime_context.h"
 
 #include "backend/cpu/cpu_spinning.h"
+#include "backend/cpu/run_stop.h"
+#include "backend/cpu/stop_point.h"
 #include "execution/default_floating_environment.h"
 #include "tessaline/backend/cpu/cpu_worker_pool.h"
 
@@ -9,6 +11,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <exception>
+#include <stdexcept>
 #include <utility>
 
 namespace Tessaline {
@@ -32,11 +35,21 @@ class ParallelGroup {
     ParallelGroup(std::size_t jobs, CpuChunkBody body) : remaining_(jobs), body_(body) {}
 
     void run(std::size_t begin, std::size_t end) noexcept {
+        std::exception_ptr error;
         try {
             const ParallelDepthScope depth;
+            const RunStop::Scope of_run(stop_);
+            stop_point();
             body_(begin, end);
         } catch (...) {
-            store_error(std::current_exception());
+            error = std::current_exception();
+        }
+        if (generation_ != process_generation()) {
+            leave_forked_child(error);
+            return;
+        }
+        if (error) {
+            store_error(std::move(error));
         }
         if (remaining_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
             const std::lock_guard lock(mutex_);
@@ -58,15 +71,61 @@ class ParallelGroup {
     // Waits for every job. The error of the loop then belongs to the caller alone.
     std::exception_ptr wait(bool polls) {
         const auto done = [this] { return remaining_.load(std::memory_order_acquire) == 0; };
-        if (!polls || !spin_until(done)) {
-            std::unique_lock lock(mutex_);
-            finished_.wait(lock, done);
+        if (polls && spin_until(done)) {
+            return take_error();
         }
+        std::unique_lock lock(mutex_);
+        while (stop_ != nullptr && stop_->asks_caller() &&
+               !finished_.wait_for(lock, stop_->interval(), done)) {
+            lock.unlock();
+            const std::exception_ptr interruption = interruption_of_caller();
+            if (generation_ != process_generation()) {
+                return interruption ? interruption : loss_of_workers();
+            }
+            lock.lock();
+            if (interruption) {
+                finished_.wait(lock, done);
+                return interruption;
+            }
+        }
+        finished_.wait(lock, done);
+        lock.unlock();
+        return take_error();
+    }
+
+  private:
+    // The body forked, and nobody waits for it in the child, where the mutexes may be held for
+    // ever.
+    static void leave_forked_child(const std::exception_ptr& error) {
+        if (error) {
+            std::rethrow_exception(error); // ends the process, as any error that nobody catches
+        }
+    }
+
+    std::exception_ptr take_error() {
         const std::lock_guard lock(error_mutex_);
         return std::exchange(error_, nullptr);
     }
 
-  private:
+    // What ends the run by the caller's wish, of which the workers learn; null if nothing does.
+    std::exception_ptr interruption_of_caller() {
+        try {
+            stop_->check();
+        } catch (...) {
+            stop_->stop();
+            return std::current_exception();
+        }
+        return nullptr;
+    }
+
+    // The interrupt function forked: the workers go on in the parent alone.
+    static std::exception_ptr loss_of_workers() {
+        return std::make_exception_ptr(std::runtime_error(
+            "CpuRuntimeContext::parallel_for - the process was forked from within the loop"));
+    }
+
+    RunStop* const stop_ = RunStop::current();
+    const std::uint32_t generation_ = process_generation();
     std::atomic<std::size_t> remaining_;
     const CpuChunkBody body_;
     std::mutex mutex_;
@@ -93,6 +152,7 @@ void CpuRuntimeContext::run_chunks(std::size_t first, std::size_t last, std::siz
     if (first >= last) {
         return;
     }
+    stop_point();
     const std::size_t count = last - first;
     const bool serial =
         options_.thread_count < 2 || count == 1 || work < options_.min_parallel_work;

@@ -5,6 +5,8 @@
 #include "tessaline/backend/cpu/cpu_worker_pool.h"
 
 #include <algorithm>
+#include <atomic>
+#include <mutex>
 #include <stdexcept>
 #include <utility>
 
@@ -18,6 +20,13 @@ namespace {
 }
 
 } // namespace
+
+struct CpuRuntimeContext::Workers {
+    std::mutex mutex; ///< guards the members below; taken before the list of pools
+    std::vector<CachedLocalRuntime> local_runtimes;
+    std::unique_ptr<const ParallelImplementation> parallel;
+    std::atomic<const ParallelImplementation*> ready_parallel{nullptr};
+};
 
 CpuRuntimeContext::CpuRuntimeContext(BackendKind backend)
     : CpuRuntimeContext(CpuRuntimeOptions{}, backend) {}
@@ -51,15 +60,16 @@ CpuRuntimeContext::CpuRuntimeContext(CpuRuntimeOptions options, CpuTopology topo
 CpuRuntimeContext::~CpuRuntimeContext() = default;
 
 const CpuRuntimeContext::ParallelImplementation& CpuRuntimeContext::parallel_impl() const {
-    if (const auto* ready = ready_parallel_.load(std::memory_order_acquire)) {
+    Workers& workers = workers_.get();
+    if (const auto* ready = workers.ready_parallel.load(std::memory_order_acquire)) {
         return *ready;
     }
-    const std::lock_guard lock(mutex_);
-    if (!parallel_) {
-        parallel_ = start_parallel();
-        ready_parallel_.store(parallel_.get(), std::memory_order_release);
+    const std::lock_guard lock(workers.mutex);
+    if (!workers.parallel) {
+        workers.parallel = start_parallel();
+        workers.ready_parallel.store(workers.parallel.get(), std::memory_order_release);
     }
-    return *parallel_;
+    return *workers.parallel;
 }
 
 std::unique_ptr<const CpuRuntimeContext::ParallelImplementation>
@@ -86,15 +96,17 @@ CpuRuntimeContext::start_parallel() const {
 std::shared_ptr<CpuRuntimeContext>
 CpuRuntimeContext::local_runtime_for_numa_node(int node, CpuRuntimeOptions options,
                                                BackendKind backend) const {
-    const std::lock_guard lock(mutex_);
-    const auto found = std::ranges::find_if(local_runtimes_, [&](const CachedLocalRuntime& cached) {
+    Workers& workers = workers_.get();
+    const std::lock_guard lock(workers.mutex);
+    auto& known = workers.local_runtimes;
+    const auto found = std::ranges::find_if(known, [&](const CachedLocalRuntime& cached) {
         return cached.numa_node == node && cached.backend == backend && cached.options == options;
     });
-    if (found != local_runtimes_.end()) {
+    if (found != known.end()) {
         return found->runtime;
     }
     auto runtime = std::make_shared<CpuRuntimeContext>(options, topology_, backend, budget_);
-    local_runtimes_.push_back({node, backend, std::move(options), runtime});
+    known.push_back({node, backend, std::move(options), runtime});
     return runtime;
 }
 

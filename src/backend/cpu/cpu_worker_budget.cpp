@@ -11,22 +11,24 @@ void CpuWorkerBudget::acquire() {
     if (limit_ == 0) {
         return;
     }
-    std::unique_lock lock = lock_briefly_held(mutex_);
-    released_.wait(lock, [this] { return active_ < limit_; });
-    ++active_;
+    Count& count = count_.get();
+    std::unique_lock lock = lock_briefly_held(count.mutex);
+    count.released.wait(lock, [&] { return count.active < limit_; });
+    ++count.active;
 }
 
 void CpuWorkerBudget::release() {
     if (limit_ == 0) {
         return;
     }
+    Count& count = count_.get();
     {
-        const std::unique_lock lock = lock_briefly_held(mutex_);
-        if (active_ > 0) {
-            --active_;
+        const std::unique_lock lock = lock_briefly_held(count.mutex);
+        if (count.active > 0) {
+            --count.active;
         }
     }
-    released_.notify_one();
+    count.released.notify_one();
 }
 
 CpuWorkerBudgetScope::CpuWorkerBudgetScope(std::shared_ptr<CpuWorkerBudget> budget)

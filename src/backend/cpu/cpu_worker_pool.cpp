@@ -71,7 +71,11 @@ void CpuWorkerPool::worker_entry(const CpuWorkerBinding& binding) {
 }
 
 void CpuWorkerPool::worker_loop() {
-    while (const std::function<void()> job = next_job()) {
+    while (is_of_this_process()) {
+        const std::function<void()> job = next_job();
+        if (!job) {
+            return;
+        }
         const CpuWorkerBudgetScope budget(budget_);
         // A thread inherits the modes of the one that starts it, and a job may leave others behind.
         DefaultFloatingEnvironment::restore_default();

@@ -37,8 +37,15 @@ struct Registry {
 };
 
 Registry& registry() {
-    static Registry instance;
-    return instance;
+    static PerProcess<Registry> instance;
+    return instance.get();
+}
+
+// A child has no workers to join, and its parent's may hold the pool's mutexes for ever.
+void end_pool_of_this_process(const CpuWorkerPool* pool) {
+    if (pool->is_of_this_process()) {
+        delete pool;
+    }
 }
 
 template <typename Entry, typename Matches>
@@ -78,7 +85,7 @@ std::shared_ptr<CpuWorkerPool> shared_cpu_worker_pool(const CpuWorkerPoolConfig&
     auto pool = find_shared(lists.pools,
                             [&config](const PoolEntry& entry) { return entry.serves(config); });
     if (!pool) {
-        pool = std::make_shared<CpuWorkerPool>(config);
+        pool.reset(new CpuWorkerPool(config), end_pool_of_this_process);
         lists.pools.push_back({config.worker_count, config.bindings, config.budget.get(),
                                config.strict_pinning, pool});
     }

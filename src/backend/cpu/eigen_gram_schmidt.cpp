@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/eigen_gram_schmidt.h"
 
+#include "backend/cpu/stop_point.h"
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -58,6 +60,13 @@ class OrthonormalBasis {
     std::size_t count_;
 };
 
+// Columns of small matrices take about as long as some stop points.
+void stop_at_group(std::size_t column) {
+    if (column % column_group == 0) {
+        stop_point();
+    }
+}
+
 constexpr std::size_t columns_at_once = 4 * column_group;
 
 /// No chain of hypotenuses over these values is larger than their sum.
@@ -74,6 +83,7 @@ std::size_t whole_groups(std::size_t columns) {
 
 void plain_orthonormalise_columns(std::span<Complex> columns, std::size_t m, double epsilon) {
     for (std::size_t j = 0; j < m; ++j) {
+        stop_at_group(j);
         const OrthonormalBasis basis(columns.data(), m, j);
         const auto v = columns.subspan(j * m, m);
         const double before = chain_norm(v);
@@ -115,6 +125,7 @@ bool GramSchmidt::orthonormalise_in_vectors(std::span<Complex> columns, std::siz
         }
     }
     for (std::size_t j = 0; j < m; ++j) {
+        stop_at_group(j);
         for (std::size_t i = 0; i < m; ++i) {
             basis_.set(j, i, set_.get(i, j));
         }

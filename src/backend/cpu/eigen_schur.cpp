@@ -4,6 +4,7 @@
 #include "backend/cpu/eigen_failures.h"
 #include "backend/cpu/eigen_qr_step.h"
 #include "backend/cpu/eigen_shift.h"
+#include "backend/cpu/stop_point.h"
 
 namespace Tessaline::CpuFallback {
 
@@ -12,6 +13,7 @@ void reduce_to_triangular(SchurForm& schur, Deflation& deflation, double epsilon
     ShiftSequence shifts;
     std::size_t active = deflation.deflate(schur, schur.n);
     while (active > 1) {
+        stop_point();
         step.iterate(schur, active, shifts.next(schur, active), epsilon);
         if (!are_finite(schur.H)) {
             throw_solver_failure("QR iteration produced a non-finite intermediate");

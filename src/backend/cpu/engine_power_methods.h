@@ -8,6 +8,7 @@
 // the functions are static and use no inline function of the standard library, or the linker would
 // merge copies across instruction sets.
 
+#include "backend/cpu/stop_point.h"
 #include "tessaline/storage/kernel_views.h"
 
 #include <complex>
@@ -94,6 +95,7 @@ static void principal_eigenvect(DenseComplexIntlvMatrixView<const std::complex<f
     normalise(x, n);
     bool is_settled = false;
     for (int iteration = 0; iteration < maximum_iterations && !is_settled; ++iteration) {
+        stop_point();
         for (std::uint64_t i = 0; i < n; ++i) {
             Kernels::multiply_row(rows + 2 * i * n, x, n, y + 2 * i);
         }

@@ -9,6 +9,7 @@
 #include "backend/cpu/blocked_elimination.h"
 #include "backend/cpu/factor_matrix.h"
 #include "backend/cpu/square_transpose.h"
+#include "backend/cpu/stop_point.h"
 #include "tessaline/storage/checked_size_cast.h"
 #include "tessaline/storage/kernel_views.h"
 
@@ -82,6 +83,7 @@ void plain_lu_factor(LuDecompView<P, T> lu, DataMatrixLayout layout) {
     *lu.swap_count = 0;
     visit_factor_matrix(lu.factors, lu.size, layout, [&](auto a) {
         for (std::uint64_t k = 0; k < a.order; ++k) {
+            stop_point();
             const std::uint64_t pivot_row = find_pivot_row(a, k);
             lu.pivots[k] = checked_size_cast<P>(pivot_row + 1);
             if (pivot_row != k) {

@@ -6,6 +6,7 @@
 #include "backend/cpu/eigen_limits.h"
 #include "backend/cpu/eigen_pair_recovery.h"
 #include "backend/cpu/eigen_schur.h"
+#include "backend/cpu/stop_point.h"
 
 #include <cmath>
 #include <limits>
@@ -72,6 +73,7 @@ class EigenSolver {
         Deflation deflation(tolerance, guard, exponents_);
         reduce_to_triangular(schur_, deflation, Limits::epsilon());
         for (std::size_t k = 0; k < schur_.n; ++k) {
+            stop_point();
             const Complex lambda = eigenvalue(k);
             recover_vector(lambda, k);
             check_pair(lambda);

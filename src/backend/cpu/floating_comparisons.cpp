@@ -2,6 +2,7 @@
 #include "backend/cpu/floating_comparisons.h"
 
 #include "backend/cpu/floating_widened.h"
+#include "backend/cpu/stop_point.h"
 
 #include <algorithm>
 #include <cmath>
@@ -43,6 +44,7 @@ bool has_orthonormal_lines(const FloatingMatrix<const T>& matrix) {
     // The product of lines j and i is the conjugate of that of i and j, rounding included: one of
     // the two decides for both.
     for (std::uint64_t i = 0; i < matrix.rows && orthonormal; ++i) {
+        stop_point();
         sum_side_by_side<Compute>(
             i, matrix.rows, matrix.cols,
             [&lines, line = lines[i]](std::uint64_t j, std::uint64_t k) {

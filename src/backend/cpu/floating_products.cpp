@@ -86,12 +86,13 @@ void multiply_by_kernels(const Kernels<T>& kernels, const FloatingMatrix<const T
     }
     const WidenedRows<T> rows_of_b(B);
     const bool all_at_once = std::is_same_v<T, ComputeOf<T>> && A.is_row_major();
-    for_chunks(C.rows, work, [&](std::uint64_t begin, std::uint64_t end) {
+    const auto multiply = [&](std::uint64_t begin, std::uint64_t end) {
         const std::uint64_t step = all_at_once ? end - begin : rows_in_flight;
         for (std::uint64_t i = begin; i < end; i += step) {
             multiply_rows(kernels, A, rows_of_b, C, i, std::min(end, i + step));
         }
-    });
+    };
+    for_chunks(C.rows, work, multiply, least_rows_of_product);
 }
 
 template <typename T>

@@ -5,6 +5,7 @@
 // their way at once.
 
 #include "backend/cpu/late_rotations.h"
+#include "backend/cpu/stop_point.h"
 #include "backend/cpu/structured_solver.h"
 
 #include <algorithm>
@@ -122,6 +123,9 @@ class HermitianJacobi {
         found_.start(group);
         const std::size_t steps = phases_ == 0 ? 0 : blocks_ - group + phases_ - 1;
         for (std::size_t step = 0; step < steps; ++step) {
+            if (step % block == 0) {
+                stop_point();
+            }
             for_each_phase(step, [this](std::size_t i, std::size_t b) { enter_block(i, b); });
             find_rotations(group + step);
             for_each_phase(step, [this](std::size_t i, std::size_t b) { leave_block(i, b); });

@@ -8,6 +8,7 @@
 #include "backend/cpu/number_parts.h"
 #include "backend/cpu/quotient_range.h"
 #include "backend/cpu/square_transpose.h"
+#include "backend/cpu/stop_point.h"
 #include "backend/cpu/structured_input.h"
 #include "tessaline/catalogue/errors.h"
 #include "tessaline/storage/checked_size_cast.h"
@@ -207,6 +208,7 @@ template <typename C>
 std::optional<std::size_t> plain_eliminate(std::span<C> data, std::size_t order) {
     std::size_t swaps = 0;
     for (std::size_t k = 0; k < order; ++k) {
+        stop_point();
         const Pivot pivot = find_pivot<C>(data, order, k);
         if (pivot.magnitude == 0) {
             return std::nullopt;
@@ -287,6 +289,7 @@ double root_of_pivot(double pivot, double diagonal, std::size_t k, double& total
 template <typename C>
 bool plain_cholesky(std::span<C> data, std::size_t order, double& total) {
     for (std::size_t k = 0; k < order; ++k) {
+        stop_point();
         C* pivot_row = &data[k * order];
         const double diagonal = real_part(pivot_row[k]);
         double pivot = diagonal;
@@ -335,6 +338,7 @@ class BlockedCholesky {
 
     bool factor_columns(std::size_t first, std::size_t count, double& total) {
         if (count <= block) {
+            stop_point();
             return factor_panel(first, first + count, total);
         }
         const std::size_t middle = first + std::bit_floor(count - 1);
@@ -473,6 +477,7 @@ double unrooted_positive_definite_logdet(std::span<C> data, std::size_t order) {
     const double shift = normalise_determinant(data, order, positive_definite_name);
     double total = 0;
     for (std::size_t k = 0; k < order; ++k) {
+        stop_point();
         const double pivot = real_part(data[k * order + k]);
         if (!(pivot > 0) || !std::isfinite(pivot)) {
             fail_at_pivot(k, "non-positive unrooted pivot");

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "backend/cpu/cpu_chunks.h"
 #include "backend/cpu/cpu_test_support.h"
+#include "backend/cpu/run_stop.h"
 #include "tessaline/backend/cpu/cpu_worker_pool.h"
+#include "tessaline/catalogue/errors.h"
 
 #include <algorithm>
 #include <cfenv>
 #include <limits>
 #include <set>
+#include <stop_token>
 #include <thread>
 
 namespace Tessaline::Test {
@@ -194,6 +198,78 @@ TEST(ParallelForChunks, ComputesInTheDefaultFloatingPointEnvironment) {
         EXPECT_EQ(std::fegetround(), FE_UPWARD);
         std::fesetenv(&before);
         EXPECT_EQ(rounding_to_nearest, 3 * threads);
+    }
+}
+
+// Bodies that end by a stop alone, which comes by the token or by what is called on the caller's
+// thread while it waits.
+TEST(ParallelForChunks, EndsWithTheRunThatItIsPartOf) {
+    const CpuRuntimeContext runtime = unpinned_runtime(3);
+    const auto caller = std::this_thread::get_id();
+    for (const bool by_token : {true, false}) {
+        std::stop_source source;
+        const std::stop_token token = source.get_token();
+        int asked = 0;
+        const std::function<void()> interrupt = [&] {
+            EXPECT_EQ(std::this_thread::get_id(), caller);
+            if (++asked == 3) {
+                throw std::domain_error("interrupted");
+            }
+        };
+        const std::function<void()> none;
+        RunStop stop(token, by_token ? none : interrupt, RunStop::Interval(1));
+        const RunStop::Scope scope(&stop);
+        std::atomic<int> started{0};
+        const auto loop = [&] {
+            runtime.parallel_for_chunks(0, 3, 1, [&](std::size_t, std::size_t) {
+                if (++started == 3 && by_token) {
+                    source.request_stop();
+                }
+                while (true) {
+                    stop_point();
+                }
+            });
+        };
+        if (by_token) {
+            EXPECT_THROW(loop(), OperationStopped);
+            EXPECT_THROW(loop(), OperationStopped);
+            EXPECT_EQ(started, 3) << "no body starts after the stop";
+        } else {
+            EXPECT_EQ(message_of<std::domain_error>(loop), "interrupted");
+        }
+    }
+    Calls calls;
+    runtime.parallel_for_chunks(0, 3, 1, calls);
+    EXPECT_EQ(calls.sorted().size(), 3U);
+}
+
+TEST(ForChunks, CutsLongLoopsIntoPiecesThatCoverEachIndexOnce) {
+    const std::uint64_t huge = std::numeric_limits<std::uint64_t>::max();
+    const struct {
+        std::uint64_t count, work, least;
+        std::size_t pieces;
+    } cases[] = {
+        {0, 0, 64, 1},
+        {1, huge, 64, 1},
+        {1000, work_of_piece - 1, 64, 1},
+        {1000, huge, 64, 16},
+        {128, 4 * work_of_piece, 64, 2},
+        {65, huge, 64, 2},
+        {10000, huge, 4096, 3},
+    };
+    for (const auto& [count, work, least, pieces] : cases) {
+        Ranges ranges;
+        for_chunks(
+            count, work,
+            [&](std::size_t begin, std::size_t end) { ranges.emplace_back(begin, end); }, least);
+        ASSERT_EQ(ranges.size(), pieces) << count << " of work " << work;
+        std::uint64_t next = 0;
+        for (const auto& [begin, end] : ranges) {
+            EXPECT_EQ(begin, next);
+            EXPECT_TRUE(end == count || (end - begin) % least == 0);
+            next = end;
+        }
+        EXPECT_EQ(next, count);
     }
 }
 

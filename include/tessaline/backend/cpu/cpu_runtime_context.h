@@ -8,12 +8,11 @@
 #include "tessaline/backend/cpu/cpu_chunk_body.h"
 #include "tessaline/backend/cpu/cpu_runtime_options.h"
 #include "tessaline/backend/cpu/cpu_topology.h"
+#include "tessaline/backend/cpu/per_process.h"
 #include "tessaline/execution/backend_context.h"
 
-#include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <type_traits>
 #include <vector>
 
@@ -25,7 +24,8 @@ class CpuWorkerPool;
 } // namespace CpuWorkerPoolDetail
 
 /// The CPU runtime. The first selected CPU belongs to the thread that calls; workers run on the
-/// others. All members are thread safe.
+/// others. All members are thread safe. A forked child may use the context of its parent: it starts
+/// workers of its own with its first loop that needs them.
 class TESSALINE_API CpuRuntimeContext : public BackendRuntimeContext {
   public:
     class CurrentThreadAffinityScope;
@@ -75,13 +75,13 @@ class TESSALINE_API CpuRuntimeContext : public BackendRuntimeContext {
         run_chunks(first, last, work, CpuChunkBody(body));
     }
 
-    /// The workers, started at the first call. Raises std::runtime_error when strict pinning fails;
-    /// a later call tries again.
+    /// The workers, started at the first call of a process. Raises std::runtime_error when strict
+    /// pinning fails; a later call tries again.
     const ParallelImplementation& parallel_impl() const;
 
     /// The runtime with these options on this topology that shares this context's budget: one for
-    /// each distinct request, living as long as this context. `node` is part of the request only;
-    /// the options say where the runtime runs. Raises what the constructor raises.
+    /// each distinct request and process, living as long as this context. `node` is part of the
+    /// request only; the options say where the runtime runs. Raises what the constructor raises.
     std::shared_ptr<CpuRuntimeContext>
     local_runtime_for_numa_node(int node, CpuRuntimeOptions options, BackendKind backend) const;
 
@@ -92,6 +92,7 @@ class TESSALINE_API CpuRuntimeContext : public BackendRuntimeContext {
         CpuRuntimeOptions options; ///< as asked for
         std::shared_ptr<CpuRuntimeContext> runtime;
     };
+    struct Workers;
 
     bool pins_threads() const { return options_.pinning_policy != CpuPinningPolicy::disabled; }
     void run_chunks(std::size_t first, std::size_t last, std::size_t work, CpuChunkBody body) const;
@@ -104,10 +105,7 @@ class TESSALINE_API CpuRuntimeContext : public BackendRuntimeContext {
     CpuRuntimeOptions options_;
     std::vector<std::size_t> selected_logical_cpus_;
     std::shared_ptr<CpuWorkerPoolDetail::CpuWorkerBudget> budget_;
-    mutable std::mutex mutex_; ///< guards the members below; taken before the list of pools
-    mutable std::vector<CachedLocalRuntime> local_runtimes_;
-    mutable std::unique_ptr<const ParallelImplementation> parallel_;
-    mutable std::atomic<const ParallelImplementation*> ready_parallel_{nullptr};
+    mutable PerProcess<Workers> workers_;
 };
 
 /// The workers of a context.

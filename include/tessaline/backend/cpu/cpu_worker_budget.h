@@ -4,6 +4,8 @@
 // How many jobs of the CPU workers run at once. A context and its NUMA-local runtimes have pools of
 // their own but one budget, so that together they do not oversubscribe the machine.
 
+#include "tessaline/backend/cpu/per_process.h"
+
 #include <condition_variable>
 #include <cstddef>
 #include <memory>
@@ -11,7 +13,7 @@
 
 namespace Tessaline::CpuWorkerPoolDetail {
 
-/// A counting semaphore. A limit of 0 stands for no limit.
+/// A counting semaphore. A limit of 0 stands for no limit. In a forked child nothing is active yet.
 class CpuWorkerBudget {
   public:
     explicit CpuWorkerBudget(std::size_t limit) : limit_(limit) {}
@@ -26,10 +28,14 @@ class CpuWorkerBudget {
     std::size_t limit() const { return limit_; }
 
   private:
-    std::mutex mutex_;
-    std::condition_variable released_;
+    struct Count {
+        std::mutex mutex;
+        std::condition_variable released;
+        std::size_t active = 0;
+    };
+
     const std::size_t limit_;
-    std::size_t active_ = 0;
+    PerProcess<Count> count_;
 };
 
 /// One unit of a budget, held from construction to destruction. A null budget holds nothing.

@@ -6,6 +6,7 @@
 
 #include "tessaline/backend/cpu/cpu_affinity.h"
 #include "tessaline/backend/cpu/cpu_worker_budget.h"
+#include "tessaline/backend/cpu/per_process.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -38,6 +39,9 @@ struct CpuWorkerPoolConfig {
 
 /// A fixed number of threads and one queue, first in first out. A job runs with the default
 /// floating-point environment and one unit of the budget.
+///
+/// A forked child may neither use nor end its parent's pool; shared_cpu_worker_pool sees to that.
+/// In a child that a job forked, the worker ends with that job, and with it the process.
 class CpuWorkerPool {
   public:
     /// Returns when every worker has started and bound itself. Raises std::runtime_error under
@@ -53,6 +57,9 @@ class CpuWorkerPool {
     /// Whether there are processors enough for the workers and their callers to poll a while
     /// instead of sleeping at once.
     bool polls() const { return polls_; }
+
+    /// Whether this process started the workers, and not one that it was forked from.
+    bool is_of_this_process() const { return generation_ == process_generation(); }
 
     /// Refuses further jobs, runs those queued and joins the workers. Not from a worker.
     void stop_workers();
@@ -70,6 +77,7 @@ class CpuWorkerPool {
     std::size_t pending_startups_;
     bool pin_failed_ = false;
     const bool strict_pinning_;
+    const std::uint32_t generation_ = process_generation();
     const std::shared_ptr<CpuWorkerBudget> budget_;
     /// What the creating thread has when not pinned, and unbound workers get; empty if it was not.
     const std::optional<CpuAffinityMask> pinned_creator_mask_;
@@ -86,7 +94,8 @@ class CpuWorkerPool {
 };
 
 /// The process's one pool of this configuration, the budget compared by identity; it lives while
-/// somebody holds it. Null below 2 workers. Raises what the pool's constructor raises. Thread safe.
+/// somebody holds it, and in a forked child of the process for ever. Null below 2 workers. Raises
+/// what the pool's constructor raises. Thread safe.
 std::shared_ptr<CpuWorkerPool> shared_cpu_worker_pool(const CpuWorkerPoolConfig& config);
 
 } // namespace Tessaline::CpuWorkerPoolDetail

@@ -11,6 +11,7 @@
 #include "backend/cpu/simd/simd_infinity_recovery.h"
 #include "backend/cpu/simd/simd_packing_memory.h"
 #include "backend/cpu/simd/simd_unfused_kernels.h"
+#include "backend/cpu/stop_point.h"
 
 namespace Tessaline::SimdKernels {
 
@@ -64,6 +65,9 @@ class Matmul {
         for (Index vector = 0; vector < vectors; vector += block_vectors) {
             const Index end = least(vector + block_vectors, vectors);
             for (Index k = 0; k < extents_.inner; k += block_terms) {
+                if (vector + k != 0) {
+                    stop_point();
+                }
                 multiply_block({k, least(extents_.inner - k, block_terms), vector, end});
             }
         }

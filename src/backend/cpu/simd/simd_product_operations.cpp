@@ -22,8 +22,9 @@ bool multiplies(const Input& A, const Input& B, const Output& C) {
 
 template <typename Input, typename Output>
 void multiply(void (*kernel)(Input, Input, Output, Index, Index), Input A, Input B, Output C) {
-    for_chunks(C.rows, matmul_work(C.rows, A.cols, C.cols),
-               [=](Index begin, Index end) { kernel(A, B, C, begin, end); });
+    for_chunks(
+        C.rows, matmul_work(C.rows, A.cols, C.cols),
+        [=](Index begin, Index end) { kernel(A, B, C, begin, end); }, least_rows_of_product);
 }
 
 template <typename Matrix, typename Input, typename Output>

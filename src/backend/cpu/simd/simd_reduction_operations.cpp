@@ -3,6 +3,7 @@
 #include "backend/cpu/floating_policies.h"
 #include "backend/cpu/simd/simd_operations.h"
 #include "backend/cpu/simd/simd_planes.h"
+#include "backend/cpu/stop_point.h"
 
 #include <algorithm>
 #include <cmath>
@@ -101,6 +102,7 @@ bool is_orthonormal(const Table& kernels, SplitMatrixInput A, Index i, SplitOutp
 bool rows_are_orthonormal(const Table& kernels, SplitMatrixInput A) {
     std::vector<float> products(2 * A.rows);
     for (Index i = 0; i < A.rows; ++i) {
+        stop_point();
         if (!is_orthonormal(kernels, A, i, {products.data(), products.data() + A.rows, A.rows})) {
             return false;
         }
