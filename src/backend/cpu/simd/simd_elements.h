@@ -123,6 +123,8 @@ struct SplitElements : PackedPlanes<InstructionSet> {
     using Input = SplitPlanes<const Component>;
     using Output = SplitPlanes<Component>;
     static constexpr Packing packing = Packing::where_it_pays;
+    /// No kernel forms products of split operands anew.
+    static_assert(InstructionSet::lost_product == LostProduct::stays);
     static constexpr bool recovers_infinities = false;
 
     static Input offset(Input elements, Index index) {
