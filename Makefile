@@ -13,6 +13,8 @@ export JOBS
 WARNINGS_AS_ERRORS := $(if $(filter true,$(CI)),ON,OFF)
 
 CLANG_FORMAT ?= $(firstword $(shell command -v clang-format-14 clang-format))
+RUFF = .venv/bin/ruff
+PYTHON_FOLDERS = python tests bench examples
 CXX_FILES = $(shell git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp' '*.c')
 
 # ThreadSanitizer of g++ 12 cannot map its memory where addresses are randomised widely.
@@ -104,12 +106,16 @@ fuzz: ## fuzz the registration of plugins' kernels for a minute
 	    -print_final_stats=1 -artifact_prefix=build/fuzz/ build/fuzz/found tests/fuzz/corpus/register_kernel
 
 .PHONY: format
-format: .venv/.ready ## lay out every C++ file
+format: .venv/.ready ## lay out every C++ and Python file
 	@$(CLANG_FORMAT) -i $(CXX_FILES)
+	@$(RUFF) check --quiet --fix $(PYTHON_FOLDERS)
+	@$(RUFF) format --quiet $(PYTHON_FOLDERS)
 
 .PHONY: format-check
 format-check: .venv/.ready ## fail where `make format` would change a file
 	@$(CLANG_FORMAT) --dry-run --Werror $(CXX_FILES)
+	@$(RUFF) check --quiet $(PYTHON_FOLDERS)
+	@$(RUFF) format --quiet --check $(PYTHON_FOLDERS)
 
 .PHONY: lint
 lint: format-check configure-release ## check layout and names (needs clang-tidy)

@@ -10,9 +10,8 @@ import sys
 from pathlib import Path
 
 import numpy as np
-from interleaving import Effort, interleaved_medians
-
 import tessaline
+from interleaving import Effort, interleaved_medians
 from tessaline import _native
 
 REPETITIONS = 9
@@ -101,7 +100,9 @@ def print_user_calls() -> int:
 
 
 def print_row(figure: str, value: float, unit: str, target: float | None = None) -> None:
-    aim = "" if target is None else f"at most {target:.3g}" + ("" if value <= target else "  MISSED")
+    aim = (
+        "" if target is None else f"at most {target:.3g}" + ("" if value <= target else "  MISSED")
+    )
     print(f"{figure:<52}{value:>9.2f} {unit:<12}{aim}")
 
 

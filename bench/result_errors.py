@@ -11,7 +11,6 @@ from collections.abc import Mapping
 from typing import Any
 
 import numpy as np
-
 import tessaline
 
 Operands = Mapping[str, Any]
@@ -34,7 +33,7 @@ def of_elements(found: Any, expected: Any, _: Operands) -> float:
     return float(errors.max(initial=0))
 
 
-def relative(found: Any, expected: Any, _: Operands = {}) -> float:
+def relative(found: Any, expected: Any, _: Operands | None = None) -> float:
     """Each set against the root mean square of all: sums may cancel in some elements."""
     found, expected = wide(found), wide(expected)
     if found.shape != expected.shape:

@@ -26,11 +26,10 @@ import numpy as np
 import scipy
 import scipy.linalg
 import scipy.sparse.linalg
+import tessaline
 from interleaving import Effort, interleaved_medians
 from user_cases import ELEMENT_TYPES, FUNCTIONS, ElementType, Function, widened
 from user_table import OURS, USER, Row, print_rows, print_summary
-
-import tessaline
 
 #: NumPy, SciPy and the libraries read these when they are loaded.
 ONE_THREAD = {

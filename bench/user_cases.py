@@ -14,7 +14,6 @@ from typing import Any
 import ml_dtypes
 import numpy as np
 import result_errors
-
 import tessaline
 
 Array = np.ndarray[Any, Any]

@@ -8,7 +8,6 @@ data and of the certified values: NIST, Statistical Reference Datasets, linear r
 from pathlib import Path
 
 import numpy as np
-
 import tessaline as ts
 
 DATA = Path(__file__).resolve().parent / "data"
@@ -32,7 +31,9 @@ def main() -> None:
     expected = CERTIFIED | {"deviation": CERTIFIED_DEVIATION}
     for name, certified in expected.items():
         digits = -np.log10(abs(found[name] - certified) / abs(certified) + 1e-16)
-        print(f"  {name:<10}{found[name]:>20.13f}  certified {certified:>20.13f}  {digits:4.1f} digits")
+        print(
+            f"  {name:<10}{found[name]:>20.13f}  certified {certified:>20.13f}  {digits:4.1f} digits"
+        )
 
 
 if __name__ == "__main__":

@@ -15,7 +15,6 @@ from collections.abc import Callable
 from pathlib import Path
 
 import numpy as np
-
 import tessaline
 
 DATA = Path(__file__).resolve().parent / "data"
@@ -102,8 +101,10 @@ def run(files: list[Path], program: Path | None) -> None:
     for index in range(min(SHOWN, out.size)):
         print(f"  {a[index]!s} + {b[index]!s} = {out[index]!s}  (bits {bits[index]:08x})")
     microseconds = best_microseconds_per_call(add)
-    print(f"Python: {out.size} sums, {microseconds:.2f} us a call, "
-          f"peak memory {peak_megabytes():.1f} MB")
+    print(
+        f"Python: {out.size} sums, {microseconds:.2f} us a call, "
+        f"peak memory {peak_megabytes():.1f} MB"
+    )
     if program is not None:
         cpp_bits, closing_line = run_program(program, files)
         print(f"C++:    {closing_line}")

@@ -11,7 +11,6 @@ import time
 from pathlib import Path
 
 import numpy as np
-
 import tessaline as ts
 
 X = np.array([[0.0, 1.0], [1.0, 0.0]])

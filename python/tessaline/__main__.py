@@ -65,9 +65,7 @@ def _parser() -> argparse.ArgumentParser:
         prog="python -m tessaline" if as_module else "tessaline",
         description="Typed dense linear algebra with published numerics.",
     )
-    parser.add_argument(
-        "--version", action="version", version=f"tessaline {tessaline.__version__}"
-    )
+    parser.add_argument("--version", action="version", version=f"tessaline {tessaline.__version__}")
     commands = parser.add_subparsers(required=True, metavar="COMMAND")
 
     info = commands.add_parser("info", help="facts of this build and machine")
@@ -81,9 +79,7 @@ def _parser() -> argparse.ArgumentParser:
     ops = commands.add_parser("ops", help="list the operations", parents=[plugins])
     ops.set_defaults(command=_ops)
 
-    describe = commands.add_parser(
-        "describe", help="what an operation promises", parents=[plugins]
-    )
+    describe = commands.add_parser("describe", help="what an operation promises", parents=[plugins])
     describe.add_argument("operation", metavar="OP", help="such as matmul or tessaline.matmul@1")
     describe.set_defaults(command=_describe)
 

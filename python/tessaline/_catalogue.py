@@ -38,7 +38,7 @@ def operations(context: Context | None = None) -> tuple[str, ...]:
     return tuple(_catalogue_of(context).operations())
 
 
-def describe(operation: str, context: Context | None = None) -> "Description":
+def describe(operation: str, context: Context | None = None) -> Description:
     """What an operation promises and how its implementations compute.
 
     `operation` is an id such as ``tessaline.matmul@1``, also without its version, or the bare name

@@ -42,9 +42,9 @@ def _replace_lock() -> None:
 os.register_at_fork(after_in_child=_replace_lock)
 
 _catalogue: Any = None
-_default: "Context | None" = None
+_default: Context | None = None
 #: The contexts of the enclosing ``with`` blocks, innermost last.
-_entered: ContextVar[tuple["Context", ...]] = ContextVar("tessaline_contexts", default=())
+_entered: ContextVar[tuple[Context, ...]] = ContextVar("tessaline_contexts", default=())
 
 
 def check_writable(name: str, label: str, array: np.ndarray[Any, Any]) -> None:
@@ -118,7 +118,9 @@ def _overlap_of_arguments(signature: Signature, message: str) -> str | None:
     found = _OVERLAP.search(message)
     if found is None:
         return None
-    outs = [f"out[{i}]" for i in range(len(signature.outputs))] if signature.outputs[1:] else ["out"]
+    outs = (
+        [f"out[{i}]" for i in range(len(signature.outputs))] if signature.outputs[1:] else ["out"]
+    )
     out, side, other = outs[int(found[1])], found[2], int(found[3])
     overlapped = outs[other] if side == "Output" else signature.names[other]
     return f"{signature.name}: {out} overlaps {overlapped}"
@@ -240,7 +242,7 @@ class Context:
         counts = (self._wanted_threads, self.min_parallel_work)
         return _restored_context, (*counts, self.pinning_policy, self.numa_policy, self._plugins)
 
-    def __enter__(self) -> "Context":
+    def __enter__(self) -> Context:
         _entered.set((*_entered.get(), self))
         return self
 
@@ -348,9 +350,7 @@ class Context:
                 raise
             raise ValueError(message) from None
 
-    def _execute(
-        self, operation: str, bindings: dict[int, Any], locations: dict[int, str]
-    ) -> None:
+    def _execute(self, operation: str, bindings: dict[int, Any], locations: dict[int, str]) -> None:
         """The one way into the runtime. Its failures become errors for people."""
         try:
             self._native.execute(operation, bindings, locations)
@@ -379,9 +379,7 @@ def _count(name: str, value: SupportsIndex) -> int:
 def _restored_context(
     thread_count: int, work: int, pinning: Policy, numa: Policy, plugins: tuple[str, ...]
 ) -> Context:
-    return Context(
-        thread_count, work, pinning_policy=pinning, numa_policy=numa, plugins=plugins
-    )
+    return Context(thread_count, work, pinning_policy=pinning, numa_policy=numa, plugins=plugins)
 
 
 def current_context(context: Context | None = None) -> Context:

@@ -116,9 +116,7 @@ class LUFactor:
         """
         rhs = self._right_hand_side(b, dtype)
         if rhs.ndim not in (1, 2) or rhs.shape[0] != self.size:
-            raise ValueError(
-                f"solve: b has shape {rhs.shape}, the matrix is of order {self.size}"
-            )
+            raise ValueError(f"solve: b has shape {rhs.shape}, the matrix is of order {self.size}")
         if out is not None:
             check_output("solve", out, rhs.shape, self.dtype)
             refuse_overlap("solve", out, (rhs,), elementwise=True)
@@ -143,9 +141,7 @@ class LUFactor:
         elif hasattr(b, "dtype"):
             own = array.dtype.newbyteorder("=")
             if own not in (self.dtype, self._source):
-                raise TypeError(
-                    f"solve: a is {self._source} and b is {own}; dtypes are not mixed"
-                )
+                raise TypeError(f"solve: a is {self._source} and b is {own}; dtypes are not mixed")
         return convert("solve", "b", array, self.dtype)
 
     def _own_dtype(self, name: str, dtype: DTypeLike) -> Dtype:
@@ -160,9 +156,7 @@ class LUFactor:
     def _solve_in_place(self, vector: Array, context: Context) -> None:
         context._run(_SOLVE, {INPUT: self._operand, OUTPUT: vector})
 
-    def logdet(
-        self, *, dtype: DTypeLike | None = None, context: Context | None = None
-    ) -> Any:
+    def logdet(self, *, dtype: DTypeLike | None = None, context: Context | None = None) -> Any:
         """The logarithm of the determinant, a complex number.
 
         Its imaginary part is the angle of the determinant: 0 or pi for a real matrix. It is not

@@ -28,7 +28,7 @@ def explain(function: Any, signature: Signature) -> None:
         return  # an interpreter that keeps no documentation
     several = "; a tuple of them for several results" if len(signature.outputs) > 1 else ""
     overlap = "It must not overlap an operand." if signature.names else ""
-    if signature.elementwise or signature.in_place and signature.names:
+    if signature.elementwise or (signature.in_place and signature.names):
         shared = signature.names[-1] if signature.in_place else "an operand"
         overlap = f"It may be the memory of {shared}."
     lines = ["Keyword arguments:"]

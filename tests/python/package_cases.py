@@ -6,9 +6,8 @@ from typing import Any, NamedTuple
 
 import ml_dtypes
 import numpy as np
-from numpy.typing import NDArray
-
 import tessaline
+from numpy.typing import NDArray
 
 DTYPES = sorted(tessaline._dtypes.INEXACT, key=str)
 Array = NDArray[Any]
@@ -107,15 +106,27 @@ CASES = [
     Case("outer", lambda n, d: (values((n,), d, 1), values((n + 1,), d, 2)), np.outer, lambda n: 8),
     Case("transpose", _tall, np.transpose, lambda n: 0),
     Case("adjoint", _tall, lambda a: a.conj().T, lambda n: 0),
-    Case("matmul", lambda n, d: (*_tall(n, d), values((n + 2, 3), d, 5)), np.matmul,
-         lambda n: 8 * n + 24),
-    Case("matvec", lambda n, d: (*_tall(n, d), values((n + 2,), d, 5)), np.matmul,
-         lambda n: 8 * n + 24),
+    Case(
+        "matmul",
+        lambda n, d: (*_tall(n, d), values((n + 2, 3), d, 5)),
+        np.matmul,
+        lambda n: 8 * n + 24,
+    ),
+    Case(
+        "matvec",
+        lambda n, d: (*_tall(n, d), values((n + 2,), d, 5)),
+        np.matmul,
+        lambda n: 8 * n + 24,
+    ),
     Case("kron", lambda n, d: (values((n, 2), d, 1), values((3, n), d, 2)), np.kron, lambda n: 8),
     Case("trace", _tall, np.trace, lambda n: n + 2),
     Case("partial_trace_left", _partial, _left, lambda n: 8),
     Case("partial_trace_right", _partial, _right, lambda n: 8),
-    Case("matrix_power", lambda n, d: (*_square(n, d), 3), np.linalg.matrix_power,
-         lambda n: 3 * (8 * n + 8)),
+    Case(
+        "matrix_power",
+        lambda n, d: (*_square(n, d), 3),
+        np.linalg.matrix_power,
+        lambda n: 3 * (8 * n + 8),
+    ),
     Case("eye", lambda n, d: (n, d), lambda n, d: np.eye(n), lambda n: 0),
 ]

@@ -4,7 +4,6 @@
 import json
 
 import pytest
-
 from tessaline import _native
 
 OUT = 1 << 31

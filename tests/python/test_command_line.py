@@ -9,7 +9,6 @@ from pathlib import Path
 
 import numpy as np
 import pytest
-
 import tessaline
 from tessaline import _files, _matrix_market
 from tessaline.__main__ import main

@@ -8,7 +8,6 @@ from collections.abc import Sequence
 from pathlib import Path
 
 import pytest
-
 import tessaline
 
 ROOT = Path(__file__).resolve().parents[2]
@@ -33,7 +32,7 @@ def test_demo_finds_equal_bits_within_its_memory(files: list[Path]) -> None:
 
 def test_demo_tells_of_bits_that_differ(tmp_path: Path) -> None:
     program = tmp_path / "add_vectors"
-    program.write_text("#!/bin/sh\nhead -c 144 /dev/zero > \"$3\"\n")
+    program.write_text('#!/bin/sh\nhead -c 144 /dev/zero > "$3"\n')
     program.chmod(0o755)
     outcome = run([*DEMO, "--program", program])
     assert outcome.returncode == 1

@@ -8,7 +8,6 @@ import sys
 
 import numpy as np
 import pytest
-
 from tessaline import NativeError, _native
 
 
@@ -55,7 +54,7 @@ def test_a_context_of_the_cpu_has_no_device():
     context = _native.Context(external_stream=7, scheduling="no such word")
     context.synchronise()
     with pytest.raises(ValueError, match="^CUDA operation requires a device-specific Context$"):
-        context.cuda_stream
+        _ = context.cuda_stream
     with pytest.raises(ValueError, match="^CUDA array requires a device-specific Context$"):
         context.await_binding(CudaArray())
     with pytest.raises(TypeError):
@@ -68,7 +67,9 @@ def test_a_context_of_the_cpu_has_no_device():
             {0: CudaArray(), 1: one, out: one},
             {0: "cuda", 1: "host", out: "host"},
         )
-    with pytest.raises(NativeError, match="^activate Python CUDA kernel device failed: ") as failure:
+    with pytest.raises(
+        NativeError, match="^activate Python CUDA kernel device failed: "
+    ) as failure:
         context.activate_cuda()
     assert failure.value.library == "CUDA runtime"
     assert failure.value.reason == "library_failure"

@@ -7,7 +7,6 @@ import threading
 import ml_dtypes
 import numpy as np
 import pytest
-
 from tessaline import NativeError, _native
 from tessaline._dtypes import complex32
 
@@ -58,7 +57,9 @@ def refused_calls():
         "array storage dtypes: bool, complex32, float16, bfloat16, float64, complex128, "
         "float32, int32, complex64"
     )
-    uncompiled = "Context.execute - uncompiled storage/compute dtype policy (compute={}); " + policies
+    uncompiled = (
+        "Context.execute - uncompiled storage/compute dtype policy (compute={}); " + policies
+    )
     floats = np.ones(2, np.float32)
     read_only = np.ones(2, np.float32)
     read_only.flags.writeable = False
@@ -75,13 +76,15 @@ def refused_calls():
         "TessalineContext - operation 'tessaline.add@2' is not registered",
     )
     yield case("too few", without(1), ValueError, count)
-    yield case(
-        "too few locations", lambda call: call["locations"].pop(1), ValueError, count
-    )
+    yield case("too few locations", lambda call: call["locations"].pop(1), ValueError, count)
     yield case("too many", binding(7, floats), ValueError, count)
     yield case(
         "other role",
-        lambda call: (without(1)(call), binding(7, floats)(call), call["locations"].update({7: "host"})),
+        lambda call: (
+            without(1)(call),
+            binding(7, floats)(call),
+            call["locations"].update({7: "host"}),
+        ),
         ValueError,
         "Context.execute - missing binding Input1",
     )
@@ -137,7 +140,10 @@ def refused_calls():
     )
     yield case(
         "bool with another compute dtype",
-        lambda call: (binding(OUT, np.array(True))(call), call["compute_dtypes"].update({OUT: "float32"})),
+        lambda call: (
+            binding(OUT, np.array(True))(call),
+            call["compute_dtypes"].update({OUT: "float32"}),
+        ),
         ValueError,
         "Context.execute - bool outputs require int32 compute dtype",
     )

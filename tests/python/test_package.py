@@ -7,7 +7,6 @@ from pathlib import Path
 
 import numpy as np
 import pytest
-
 import tessaline
 from tessaline import _dtypes, _native
 
@@ -35,7 +34,9 @@ def test_complex32_holds_two_halves_real_part_first() -> None:
 def test_module_exports_its_entry_and_the_namespace_only() -> None:
     symbols = subprocess.run(
         ["nm", "--dynamic", "--defined-only", "--format=posix", _native.__file__],
-        stdout=subprocess.PIPE, text=True, check=True,
+        stdout=subprocess.PIPE,
+        text=True,
+        check=True,
     ).stdout.splitlines()
     names = {line.split()[0] for line in symbols}
     assert "PyInit__native" in names

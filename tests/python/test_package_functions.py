@@ -17,10 +17,9 @@ from typing import Any
 
 import numpy as np
 import pytest
+import tessaline
 from hypothesis import given, settings
 from hypothesis import strategies as st
-
-import tessaline
 from package_cases import CASES, DTYPES, Case, eps, is_complex, least, strong, values, wide
 from tessaline import _signatures
 from tessaline._formulas import formula
@@ -282,8 +281,11 @@ def refusals() -> list[Any]:
         (lambda: t.matrix_power(m, 2**40, out=m), ValueError, "out overlaps"),
         (lambda: t.sum(memory, out=memory[3:4].reshape(())), ValueError, "out overlaps x"),
         (lambda: t.eigh(m, out=m), TypeError, "tuple of 2 arrays"),
-        (lambda: t.eigh(m, out=(memory[:2], memory[1:5].reshape(2, 2))), ValueError,
-         r"out\[1\] overlaps out\[0\]"),
+        (
+            lambda: t.eigh(m, out=(memory[:2], memory[1:5].reshape(2, 2))),
+            ValueError,
+            r"out\[1\] overlaps out\[0\]",
+        ),
         (lambda: t.eig(m, out=(z[:2], z[1:5].reshape(2, 2))), ValueError, r"out\[0\] overlaps"),
         (lambda: t.conjugate(z[:4], out=z[1:5]), ValueError, "out overlaps"),
         (lambda: t.norm(z, out=z.view(f8)[:1].reshape(())), ValueError, "out overlaps"),
@@ -305,8 +307,11 @@ def refusals() -> list[Any]:
         (lambda: t.Context(os.cpu_count()), ValueError, r"\d is more than the \d+ possible here"),
         (lambda: t.Context(pinning_policy="always"), ValueError, "pinning_policy 'always' is none"),
         (lambda: t.Context(catalogue=3), TypeError, "is no catalogue but int"),
-        (lambda: pickle.dumps(t.Context(catalogue=t._native.ContextBuilder().build())), TypeError,
-         "catalogue belongs to its process"),
+        (
+            lambda: pickle.dumps(t.Context(catalogue=t._native.ContextBuilder().build())),
+            TypeError,
+            "catalogue belongs to its process",
+        ),
     ]
 
 
@@ -350,7 +355,7 @@ def test_numerical_failures_are_numpys_and_ours() -> None:
         assert isinstance(failure, tessaline.NativeError) and failure.reason == reason, place
         factored = name in ("solve", "logdet")
         assert failure.operation == f"tessaline.{'lu_factor' if factored else name}@1", place
-        assert reason != "singular" or failure.detail and failure.library == "CPU", place
+        assert reason != "singular" or (failure.detail and failure.library == "CPU"), place
         again = pickle.loads(pickle.dumps(failure))
         assert type(again) is error and vars(again) == vars(failure) and str(again) == str(failure)
 

@@ -10,7 +10,6 @@ from pathlib import Path
 
 import numpy as np
 import pytest
-
 import tessaline
 from tessaline import NativeError, _native
 from tessaline.__main__ import main
@@ -119,7 +118,9 @@ def test_bytes_that_are_not_utf8_keep_what_they_say(tmp_path):
     assert tessaline.describe(EXPECTATION, context).record["provenance"] == "plugin:pauli@1.\ufffd"
     with pytest.raises(tessaline.Error, match="status 1: \ufffd a state of n qubits"):
         context.call(EXPECTATION, np.ones(3, np.float32), *masks("Z"), out=np.empty((), np.float32))
-    with pytest.raises(tessaline.Error, match=f"^failed to load native plugin '{tmp_path}/n\ufffd'"):
+    with pytest.raises(
+        tessaline.Error, match=f"^failed to load native plugin '{tmp_path}/n\ufffd'"
+    ):
         tessaline.Context(plugins=[tmp_path / os.fsdecode(b"n\xff")])
     with pytest.raises(ValueError, match="null"):
         _native.ContextBuilder().load_plugin(f"{tmp_path}/pauli.c\0")

@@ -7,7 +7,6 @@ import sys
 from pathlib import Path
 
 import pytest
-
 import tessaline
 
 PACKAGE = Path(tessaline.__file__).resolve().parent
@@ -104,7 +103,9 @@ for role in (0, 1, OUT):
 for _ in range(30): call(1, OUT, factors, "tessaline.solve@1")
 print(add())
 """
-LEAK = "import ctypes; ctypes.pythonapi.Py_IncRef(ctypes.py_object(tessaline.Context())); print(add())"
+LEAK = (
+    "import ctypes; ctypes.pythonapi.Py_IncRef(ctypes.py_object(tessaline.Context())); print(add())"
+)
 SUM = "[2.0, 2.0]\n"
 
 
@@ -140,7 +141,9 @@ def run(script, *options, **environment):
         pytest.param(HOSTILE, SUM, id="keys that clear dictionaries"),
         pytest.param(LEAK, SUM, id="leaked context"),
         *(
-            pytest.param(DAEMON.format(size=size, call=call), "", id=f"exit within {call} of {size}")
+            pytest.param(
+                DAEMON.format(size=size, call=call), "", id=f"exit within {call} of {size}"
+            )
             for size, call in [
                 (1, "adjoint(matrix)"),
                 (64, "matmul(matrix, matrix)"),

@@ -12,7 +12,6 @@ from contextlib import contextmanager
 
 import numpy as np
 import pytest
-
 import tessaline
 
 NOISE = np.random.default_rng(7)

@@ -6,7 +6,6 @@ import gc
 import ml_dtypes
 import numpy as np
 import pytest
-
 from tessaline import NativeError, _native
 from tessaline._dtypes import complex32
 
@@ -153,9 +152,7 @@ def test_factor_failures_have_their_reason(context):
 def test_eigenvalues_land_in_their_operand(context):
     matrix = np.array([[2, 1], [0, 3]], np.complex128)
     operand = _native.EigenOperand(2, dtype="complex128")
-    result = context.execute(
-        "tessaline.eig@1", {0: matrix, OUT: operand}, {0: "host", OUT: "host"}
-    )
+    result = context.execute("tessaline.eig@1", {0: matrix, OUT: operand}, {0: "host", OUT: "host"})
     assert result is operand
     residual = matrix @ operand.vectors - operand.vectors * operand.values
     limit = 10 * 2 * np.finfo(np.float64).eps * np.linalg.norm(matrix)
