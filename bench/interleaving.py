@@ -41,5 +41,7 @@ def _seconds(call: Callable[[], Any], number: int) -> float:
 
 
 def _calls_of_a_turn(call: Callable[[], Any], seconds: float) -> int:
-    once = min(_seconds(call, 1) for _ in range(2))
-    return max(1, math.ceil(seconds / max(once, 1e-7)))
+    once = _seconds(call, 1)
+    if once >= seconds:
+        return 1
+    return math.ceil(seconds / max(min(once, _seconds(call, 1)), 1e-7))
