@@ -2,7 +2,7 @@
 
 // Copies between layouts of complex operands of 16 MiB, beside a plain copy of as many bytes.
 
-#include "backend/cpu/cpu_layout_copy.h"
+#include "backend/cpu/steps/cpu_layout_copy.h"
 #include "tessaline/storage/storage_factory.h"
 
 #include <benchmark/benchmark.h>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessaline/frontend/backend_executor.h"
 
-#include "backend/cpu/run_stop.h"
-#include "backend/cpu/stop_point.h"
+#include "backend/cpu/runtime/run_stop.h"
+#include "backend/cpu/runtime/stop_point.h"
 
 #include <exception>
 #include <optional>

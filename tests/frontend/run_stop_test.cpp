@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Runs that end early, and runs that might have.
 
-#include "backend/cpu/run_stop.h"
+#include "backend/cpu/runtime/run_stop.h"
 #include "support/counter_random.h"
 #include "tessaline/catalogue/builtin_operation_ids.h"
 #include "tessaline/catalogue/errors.h"

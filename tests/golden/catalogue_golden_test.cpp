@@ -4,7 +4,7 @@
 // is published about each operation and each of its rows, and a change of it shows in its
 // difference. To renew it, run this test with TESSALINE_RENEW_GOLDEN=1.
 
-#include "backend/cpu/cpu_capabilities.h"
+#include "backend/cpu/rows/cpu_capabilities.h"
 #include "support/key_text.h"
 #include "support/numerics_text.h"
 #include "tessaline/catalogue/builtin_operations.h"

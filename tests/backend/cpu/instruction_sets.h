@@ -3,7 +3,7 @@
 
 // The instruction sets that the machine has, for tests that hold with each.
 
-#include "backend/cpu/simd/x86_simd.h"
+#include "backend/cpu/simd/tables/x86_simd.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The SIMD engine: its operations for one instruction set, and for the one chosen at run time. Both
+// have lu_decomp and the members that TESSALINE_SIMD_OPERATIONS lists, each with the operands and
+// the errors of the function of that name in operations.h.
+
+#include "backend/cpu/engine/operations.h"
+#include "backend/cpu/simd/tables/x86_simd.h"
+
+namespace Tessaline {
+
+#define TESSALINE_SIMD_OPERATIONS(OPERATION)                                                       \
+    OPERATION(sqrt)                                                                                \
+    OPERATION(conj)                                                                                \
+    OPERATION(add)                                                                                 \
+    OPERATION(sub)                                                                                 \
+    OPERATION(mul)                                                                                 \
+    OPERATION(scale)                                                                               \
+    OPERATION(divide)                                                                              \
+    OPERATION(matmul)                                                                              \
+    OPERATION(matvec)                                                                              \
+    OPERATION(kroneckerprod)                                                                       \
+    OPERATION(outerprod)                                                                           \
+    OPERATION(innerprod)                                                                           \
+    OPERATION(matrix_power)                                                                        \
+    OPERATION(transpose)                                                                           \
+    OPERATION(adjoint)                                                                             \
+    OPERATION(trace_out_left)                                                                      \
+    OPERATION(trace_out_right)                                                                     \
+    OPERATION(identity)                                                                            \
+    OPERATION(relayout)                                                                            \
+    OPERATION(sum)                                                                                 \
+    OPERATION(trace)                                                                               \
+    OPERATION(norm)                                                                                \
+    OPERATION(is_unitary)                                                                          \
+    OPERATION(vector_equal)                                                                        \
+    OPERATION(solve)                                                                               \
+    OPERATION(logdet)                                                                              \
+    OPERATION(eigen)                                                                               \
+    OPERATION(principal_eigenvect)
+
+/// The engine of one instruction set; the processor must have it.
+template <X86Simd Simd>
+class X86SimdEngine {
+  public:
+    static void lu_decomp(LuDecompView<long, std::complex<float>> lu) {
+        SimdOperations::lu_decomp(kernels, lu);
+    }
+#define TESSALINE_ENGINE_OPERATION(operation)                                                      \
+    template <typename... Operands>                                                                \
+    static void operation(Operands... operands) {                                                  \
+        SimdOperations::operation(kernels, operands...);                                           \
+    }
+    TESSALINE_SIMD_OPERATIONS(TESSALINE_ENGINE_OPERATION)
+#undef TESSALINE_ENGINE_OPERATION
+
+  private:
+    static constexpr const SimdKernels::Table& kernels =
+        Simd == X86Simd::avx512 ? SimdKernels::avx512_table : SimdKernels::avx256_table;
+};
+
+/// The engine that cpu_simd_implementation() names. The first call of an operation raises what that
+/// raises.
+class SimdEngine {
+  public:
+    template <typename Pivot, typename Element>
+    static void lu_decomp(LuDecompView<Pivot, Element> lu) {
+        static void (*const selected)(LuDecompView<Pivot, Element>) = select(
+            &X86SimdEngine<X86Simd::avx256>::lu_decomp, &X86SimdEngine<X86Simd::avx512>::lu_decomp);
+        selected(lu);
+    }
+#define TESSALINE_ENGINE_OPERATION(operation)                                                      \
+    template <typename... Operands>                                                                \
+    static void operation(Operands... operands) {                                                  \
+        static void (*const selected)(Operands...) =                                               \
+            select(&X86SimdEngine<X86Simd::avx256>::template operation<Operands...>,               \
+                   &X86SimdEngine<X86Simd::avx512>::template operation<Operands...>);              \
+        selected(operands...);                                                                     \
+    }
+    TESSALINE_SIMD_OPERATIONS(TESSALINE_ENGINE_OPERATION)
+#undef TESSALINE_ENGINE_OPERATION
+
+  private:
+    template <typename Function>
+    static Function select(Function avx256, Function avx512) {
+        return selected_x86_simd() == X86Simd::avx512 ? avx512 : avx256;
+    }
+};
+
+} // namespace Tessaline

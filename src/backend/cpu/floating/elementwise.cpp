@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "backend/cpu/floating/elementwise.h"
+
+#include "backend/cpu/numbers/element_bits.h"
+#include "backend/cpu/numbers/complex_division.h"
+#include "backend/cpu/floating/conversions.h"
+#include "backend/cpu/floating/loops.h"
+
+#include <algorithm>
+
+namespace Tessaline {
+
+namespace {
+
+/// out[i] = function(in[i]) over the first input and the output.
+template <typename T, typename Function>
+void map(BackendExecutionBindings& bindings, const Function& function) {
+    const auto in = input_vector<T>(bindings, input_role(0));
+    const auto out = output_vector<T>(bindings, output_role(0), in.size());
+    for_chunks(in.size(), in.size(), [&](std::uint64_t begin, std::uint64_t end) {
+        if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+            for (std::uint64_t i = begin; i < end; ++i) {
+                out[i] = result_as<T>(function(in[i]));
+            }
+        } else {
+            for_conversion_pieces(begin, end, [&](std::uint64_t first, std::uint64_t count) {
+                ComputeOf<T> piece[conversion_piece];
+                widen_elements(in.data() + first, piece, count);
+                std::transform(piece, piece + count, piece, function);
+                store_results(piece, out.data() + first, count);
+            });
+        }
+    });
+}
+
+/// out[i] = function(a[i], b[i]) over both inputs and the output.
+template <typename T, typename Function>
+void combine(BackendExecutionBindings& bindings, const Function& function) {
+    const auto a = input_vector<T>(bindings, input_role(0));
+    const auto b = input_vector<T>(bindings, input_role(1), a.size());
+    const auto out = output_vector<T>(bindings, output_role(0), a.size());
+    for_chunks(a.size(), a.size(), [&](std::uint64_t begin, std::uint64_t end) {
+        if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+            for (std::uint64_t i = begin; i < end; ++i) {
+                out[i] = result_as<T>(function(a[i], b[i]));
+            }
+        } else {
+            for_conversion_pieces(begin, end, [&](std::uint64_t first, std::uint64_t count) {
+                ComputeOf<T> of_a[conversion_piece];
+                ComputeOf<T> of_b[conversion_piece];
+                widen_elements(a.data() + first, of_a, count);
+                widen_elements(b.data() + first, of_b, count);
+                std::transform(of_a, of_a + count, of_b, of_a, function);
+                store_results(of_a, out.data() + first, count);
+            });
+        }
+    });
+}
+
+/// Each element is the Kronecker product of the factor and itself, as products commute bit for bit.
+template <typename T>
+void scale_by_kernel(BackendExecutionBindings& bindings,
+                     const SimdKernels::UnfusedKernels<T>& kernels, T factor) {
+    const auto in = input_vector<T>(bindings, input_role(0));
+    const auto out = output_vector<T>(bindings, output_role(0), in.size());
+    for_chunks(in.size(), in.size(), [&](std::uint64_t begin, std::uint64_t end) {
+        const std::uint64_t count = end - begin;
+        kernels.kron({&factor, 1}, {in.data() + begin, count}, out.data() + begin, {1, 1, count}, 0,
+                     1);
+    });
+}
+
+} // namespace
+
+template <typename T>
+void FloatingElementwise<T>::sqrt(BackendExecutionBindings& bindings) {
+    map<T>(bindings, [](ComputeOf<T> x) { return std::sqrt(x); });
+}
+
+template <typename T>
+void FloatingElementwise<T>::conjugate([[maybe_unused]] BackendExecutionBindings& bindings) {
+    if constexpr (is_complex_element<T>) {
+        const auto out = output_vector<T>(bindings, output_role(0));
+        auto* const bits = as_bits(out.data());
+        for_chunks(out.size(), out.size(), [&](std::uint64_t begin, std::uint64_t end) {
+            copy_flipped(bits + begin, bits + begin, end - begin, imaginary_sign<T>());
+        });
+    }
+}
+
+template <typename T>
+void FloatingElementwise<T>::multiply(BackendExecutionBindings& bindings) {
+    combine<T>(bindings, [](ComputeOf<T> a, ComputeOf<T> b) { return a * b; });
+}
+
+template <typename T>
+void FloatingElementwise<T>::add(BackendExecutionBindings& bindings) {
+    combine<T>(bindings, [](ComputeOf<T> a, ComputeOf<T> b) { return a + b; });
+}
+
+template <typename T>
+void FloatingElementwise<T>::subtract(BackendExecutionBindings& bindings) {
+    combine<T>(bindings, [](ComputeOf<T> a, ComputeOf<T> b) { return a - b; });
+}
+
+template <typename T>
+void FloatingElementwise<T>::scale(BackendExecutionBindings& bindings) {
+    const auto factor = input_scalar<T>(bindings, input_role(1));
+    if constexpr (is_complex_element<T> && std::is_same_v<T, ComputeOf<T>>) {
+        if (const auto* kernels = SimdKernels::unfused_kernels<T>()) {
+            scale_by_kernel(bindings, *kernels, factor);
+            return;
+        }
+    }
+    map<T>(bindings, [factor](ComputeOf<T> x) { return x * factor; });
+}
+
+template <typename T>
+void FloatingElementwise<T>::divide(BackendExecutionBindings& bindings) {
+    const auto scalar = input_scalar<T>(bindings, input_role(1));
+    if constexpr (is_complex_element<T>) {
+        const ComplexDivisor divisor(scalar);
+        map<T>(bindings, [&divisor](ComputeOf<T> x) { return divisor.quotient(x); });
+    } else {
+        map<T>(bindings, [scalar](ComputeOf<T> x) { return x / scalar; });
+    }
+}
+
+#define TESSALINE_INSTANTIATE(category, Stored, Compute)                                           \
+    TESSALINE_IF_FLOATING_##category(template struct FloatingElementwise<Stored>;)
+TESSALINE_COMPILED_POLICIES(TESSALINE_INSTANTIATE)
+#undef TESSALINE_INSTANTIATE
+
+} // namespace Tessaline

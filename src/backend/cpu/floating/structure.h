@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Floating kernels that move, combine or trace out elements of matrices by their position,
+// for every order of the operands' elements.
+
+#include "tessaline/execution/backend_execution_bindings.h"
+
+namespace Tessaline {
+
+/// Parallel over the rows of the result, `eye` over its elements; results are written in the order
+/// of their memory. Each element is computed in compute type and rounded once where it is stored.
+/// Operands are those of the operation of the same name; see operands.h for the errors.
+template <typename T>
+struct FloatingStructure {
+    static void transpose(BackendExecutionBindings& bindings);
+    static void adjoint(BackendExecutionBindings& bindings);
+    /// Element (i1 r + i2, j1 c + j2) is A[i1][j1] times B[i2][j2], for B of r rows and c columns.
+    static void kron(BackendExecutionBindings& bindings);
+    /// Element (i, j) is a[i] times b[j]; nothing is conjugated.
+    static void outer(BackendExecutionBindings& bindings);
+    /// For a matrix of order k m and a result of order m: element (i, j) is the sum over increasing
+    /// t below k of A[t m + i][t m + j].
+    static void partial_trace_left(BackendExecutionBindings& bindings);
+    /// The same of A[i k + t][j k + t].
+    static void partial_trace_right(BackendExecutionBindings& bindings);
+    static void eye(BackendExecutionBindings& bindings);
+};
+
+} // namespace Tessaline

@@ -1,9 +1,0 @@
-// SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/simd/simd_kernel_list.h"
-#include "backend/cpu/simd/simd_set_avx256.h"
-
-namespace Tessaline::SimdKernels {
-
-constinit const Table avx256_table = make_table<Avx256>();
-
-} // namespace Tessaline::SimdKernels

@@ -1,0 +1,270 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// What holds for every implementation on the CPU, whatever it computes: the caller's floating-point
+// environment, the number of threads and the bits of a NaN that comes in change no bit that comes
+// out, and the caller keeps its environment.
+
+#include "backend/cpu/rows/cpu_capabilities.h"
+#include "backend/cpu/floating/floating_test_support.h"
+#include "support/key_storage.h"
+#include "support/key_text.h"
+
+#include <cfenv>
+#include <cmath>
+#include <cstring>
+#include <immintrin.h>
+#include <limits>
+#include <set>
+
+namespace Tessaline {
+namespace {
+
+using namespace Testing;
+using BackendRegistration::BuiltinCapability;
+
+/// Of the inputs and outputs of an operation: three times seven for partial traces, less for a
+/// Kronecker product, whose result has the square. Vectors of every width leave a rest.
+struct Orders {
+    explicit Orders(const std::string& operation)
+        : of_inputs(operation == "tessaline.kron" ? 9 : 21),
+          of_outputs(operation == "tessaline.kron"                      ? 81
+                     : operation.starts_with("tessaline.partial_trace") ? 7
+                                                                        : 21) {}
+
+    std::uint64_t of_inputs;
+    std::uint64_t of_outputs;
+};
+
+/// What elements are: multiples of some magnitude, special values among them or not.
+struct Contents {
+    const char* name;
+    double (*magnitude)(double smallest_normal);
+    bool with_specials;
+};
+const Contents all_contents[] = {
+    {"ordinary", [](double) { return 1.0; }, false},
+    {"around the smallest normal", [](double smallest) { return smallest; }, false},
+    {"with such products", [](double smallest) { return std::sqrt(smallest); }, false},
+    {"special", [](double) { return 1.0; }, true},
+};
+
+/// Whether a part is a number or the one NaN of its type.
+template <typename Part>
+bool is_no_other_nan(Part part) {
+    const auto bits = std::bit_cast<PartBits<Part>>(part);
+    return static_cast<PartBits<Part>>(bits & ~sign_bit<Part>) <= infinity_bits<Part>() ||
+           bits == std::bit_cast<PartBits<Part>>(
+                       static_cast<Part>(std::numeric_limits<ComputeOf<Part>>::quiet_NaN()));
+}
+
+/// Calls `body(parts, count, parts_of_an_element)` with a buffer of floating elements of any type.
+template <typename Body>
+void visit_parts(const MutableBufferView& view, const Body& body) {
+    const ScalarMetadata& element = scalar_metadata(view.scalar_type);
+    const std::uint64_t parts = view.element_size / scalar_metadata(element.component).size;
+    const auto visit = [&]<typename Part>(std::type_identity<Part>) {
+        if (element.component == ElementTraits<Part>::scalar_type) {
+            body(static_cast<Part*>(view.data), parts * view.count, parts);
+        }
+    };
+    visit(std::type_identity<Float16>{});
+    visit(std::type_identity<BFloat16>{});
+    visit(std::type_identity<float>{});
+    visit(std::type_identity<double>{});
+}
+
+/// Fills matrices so that they are Hermitian with a heavy diagonal, but for special values: zeros,
+/// infinities, and NaN quiet and signalling, of either sign.
+class Filling {
+  public:
+    Filling(const Contents& contents, std::uint64_t order) : contents_(contents), order_(order) {}
+
+    void operator()(OperandRole role, ErasedBufferAccess& buffers) const {
+        for (std::size_t index = 0; index < buffers.buffer_count(); ++index) {
+            const MutableBufferView view = buffers.buffer(index);
+            visit_parts(view, [&](auto* parts, std::uint64_t count, std::uint64_t step) {
+                const bool imaginary = view.role == BufferRole::imaginary;
+                for (std::uint64_t i = 0; i < count; ++i) {
+                    const bool is_matrix = view.count == order_ * order_;
+                    const std::uint64_t element = i / step;
+                    set(parts[i], {is_matrix ? element / order_ : element,
+                                   is_matrix ? element % order_ : order_,
+                                   imaginary || i % step == 1, static_cast<std::uint64_t>(role)});
+                }
+            });
+            if (view.scalar_type == ElementTraits<int>::scalar_type) {
+                std::fill_n(static_cast<int*>(view.data), view.count, 3); // an exponent
+            } else if (view.scalar_type == ElementTraits<long>::scalar_type) {
+                std::fill_n(static_cast<long*>(view.data), view.count, 1); // pivots
+            }
+        }
+    }
+
+  private:
+    struct Place {
+        std::uint64_t row, col;
+        bool imaginary;
+        std::uint64_t operand;
+    };
+
+    template <typename Part>
+    void set(Part& part, const Place& place) const {
+        const auto [low, high] = std::minmax(place.row, place.col);
+        const std::uint64_t seed = 2 * place.operand + place.imaginary;
+        CounterRandom random((1000 * low + high) << 16U | seed);
+        double value = 0.5 + static_cast<double>(random.next() >> 11U) * 0x1p-54;
+        value = random.below(2) == 0 ? value : -value;
+        if (place.row == place.col) {
+            value = place.imaginary ? 0 : 2 * static_cast<double>(order_);
+        } else if (place.imaginary && place.row > place.col) {
+            value = -value;
+        }
+        const auto smallest = static_cast<double>(widened(range_of<Part>()[1]));
+        part =
+            static_cast<Part>(static_cast<ComputeOf<Part>>(value * contents_.magnitude(smallest)));
+        CounterRandom choice((1000 * place.row + place.col) << 16U | seed);
+        if (contents_.with_specials && choice.below(9) == 0) {
+            const auto special =
+                infinity_bits<Part>() +
+                PartBits<Part>{0x41} * static_cast<PartBits<Part>>(choice.below(2));
+            const bool is_negative = choice.below(2) != 0;
+            part = std::bit_cast<Part>(static_cast<PartBits<Part>>(
+                special | (is_negative ? sign_bit<Part> : PartBits<Part>{})));
+        }
+    }
+
+    const Contents& contents_;
+    std::uint64_t order_;
+};
+
+struct Environment {
+    const char* name;
+    void (*set)();
+};
+const Environment environments[] = {
+    {"the default one", [] {}},
+    {"flush to zero", [] { _mm_setcsr(_mm_getcsr() | 0x8000U); }},
+    {"denormals are zero", [] { _mm_setcsr(_mm_getcsr() | 0x0040U); }},
+    {"upward", [] { std::fesetround(FE_UPWARD); }},
+    {"downward", [] { std::fesetround(FE_DOWNWARD); }},
+    {"toward zero", [] { std::fesetround(FE_TOWARDZERO); }},
+    {"no exception masked",
+     [] {
+         feenableexcept(FE_ALL_EXCEPT);
+         _mm_setcsr(_mm_getcsr() & ~0x1f80U);
+     }},
+};
+
+struct ControlWords {
+    std::uint32_t sse = _mm_getcsr(); ///< sticky flags as well
+    std::uint16_t x87 = [] {
+        std::uint16_t word = 0;
+        asm volatile("fnstcw %0" : "=m"(word));
+        return word;
+    }();
+    friend bool operator==(const ControlWords&, const ControlWords&) = default;
+};
+
+/// What a run leaves behind.
+struct Outcome {
+    std::vector<std::byte> outputs;
+    std::string error;
+    bool keeps_environment = true;
+    bool has_one_nan = true; ///< in its outputs
+};
+
+class Row {
+  public:
+    explicit Row(const BuiltinCapability& row) : row_(row) {}
+
+    const std::string& operation() const { return row_.key.op().name(); }
+
+    Outcome run(const Contents& contents, const Environment& environment,
+                const std::shared_ptr<CpuRuntimeContext>& runtime) const {
+        const Orders orders(operation());
+        OperandsOfKeys operands(row_.key, orders.of_inputs, orders.of_outputs,
+                                Filling(contents, orders.of_inputs));
+        const BackendProcess process = row_.entry.materialise();
+        BackendExecutionSession session(runtime);
+        Outcome outcome;
+        std::fenv_t own;
+        std::fegetenv(&own);
+        environment.set();
+        const ControlWords before;
+        try {
+            process.execute(session, operands.bindings());
+        } catch (const std::exception& raised) {
+            outcome.error = raised.what();
+        }
+        outcome.keeps_environment = ControlWords() == before;
+        std::fesetenv(&own);
+        operands.for_each_output([&](const MutableBufferView& view) {
+            const auto* bytes = static_cast<const std::byte*>(view.data);
+            outcome.outputs.insert(outcome.outputs.end(), bytes,
+                                   bytes + view.count * view.element_size);
+            visit_parts(view, [&]<typename Part>(Part* parts, std::uint64_t count, auto) {
+                outcome.has_one_nan &= std::all_of(parts, parts + count, is_no_other_nan<Part>);
+            });
+        });
+        return outcome;
+    }
+
+  private:
+    const BuiltinCapability& row_;
+};
+
+/// Those of the engine and those of the floating kernels, but for the ones that take no operands.
+std::vector<BuiltinCapability> all_rows() {
+    std::vector<BuiltinCapability> rows =
+        CpuCapabilities<NumericPolicy<float, float>>::legacy_records();
+    const auto add = [&rows](const std::vector<BuiltinCapability>& more) {
+        rows.insert(rows.end(), more.begin(), more.end());
+    };
+    add(CpuCapabilities<NumericPolicy<Float16, float>>::legacy_records());
+    add(CpuCapabilities<NumericPolicy<std::complex<float>, std::complex<float>>>::legacy_records());
+    for_each_numeric_policy([&]<typename Policy>(Policy) {
+        if constexpr (!Policy::is_integer) {
+            add(cpu_floating_capabilities(Policy::type()));
+        }
+    });
+    std::erase_if(rows, [](const BuiltinCapability& row) {
+        const auto& key = row.key.inputs().empty() ? row.key.output() : row.key.get_input(0);
+        return key.kind == OperandKind::LuDecomp && key.storage != key.compute;
+    });
+    return rows;
+}
+
+std::shared_ptr<CpuRuntimeContext> runtime_of(std::size_t threads) {
+    return std::make_shared<CpuRuntimeContext>(Test::unpinned_options(threads),
+                                               Test::one_node(threads + 1), BackendKind::cpu_simd);
+}
+
+TEST(EveryRow, HasOneOutcomeInAnyEnvironmentOnAnyNumberOfThreads) {
+    // What moves elements, all or those of a first row, moves their NaN.
+    const std::set<std::string> moves{"tessaline.transpose", "tessaline.adjoint",
+                                      "tessaline.conjugate", "tessaline.lu_factor"};
+    const auto alone = runtime_of(1);
+    const auto several = runtime_of(3);
+    for (const BuiltinCapability& capability : all_rows()) {
+        const Row row(capability);
+        for (const Contents& contents : all_contents) {
+            SCOPED_TRACE(Testing::key_text(capability.key) + ", " + contents.name);
+            const Outcome expected = row.run(contents, environments[0], alone);
+            EXPECT_TRUE(expected.error.empty() || &contents != all_contents) << expected.error;
+            EXPECT_TRUE(expected.has_one_nan || !expected.error.empty() ||
+                        moves.contains(row.operation()));
+            for (const Environment& environment : environments) {
+                for (const auto& runtime : {alone, several}) {
+                    SCOPED_TRACE(environment.name);
+                    const Outcome found = row.run(contents, environment, runtime);
+                    EXPECT_EQ(found.error, expected.error);
+                    EXPECT_EQ(found.outputs, expected.outputs);
+                    EXPECT_TRUE(found.keeps_environment);
+                }
+            }
+        }
+    }
+}
+
+} // namespace
+} // namespace Tessaline
