@@ -117,8 +117,13 @@ format-check: .venv/.ready ## fail where `make format` would change a file
 	@$(RUFF) check --quiet $(PYTHON_FOLDERS)
 	@$(RUFF) format --quiet --check $(PYTHON_FOLDERS)
 
+.PHONY: includes
+includes: .venv/.ready ## fail where a file includes one of a floor above its own
+	@.venv/bin/python scripts/check_includes.py
+
 .PHONY: lint
-lint: format-check configure-release ## check layout and names (needs clang-tidy)
+lint: format-check includes configure-release ## check layout, includes and names
+	@scripts/setup.sh lint
 	@scripts/lint.sh
 
 .PHONY: bare

@@ -4,8 +4,8 @@
 // every policy, whose results are those of plain loops of unfused operations, and the SIMD
 // engine's. The 16-bit policies stand beside the peer's float32.
 
-#include "backend/cpu/floating/floating_dispatcher.h"
 #include "backend/cpu/engine/x86_simd_engine.h"
+#include "backend/cpu/floating/floating_dispatcher.h"
 #include "comparison.h"
 #include "machine_limits.h"
 #include "tessaline/storage/buffer_access.h"

@@ -3,13 +3,13 @@
 // Solvers beside OpenBLAS's LAPACK. The solvers give the bits of plain loops; the peer's eigenvalue
 // methods differ from ours in kind, so no ratio is asked of those.
 
-#include "backend/cpu/lu/factor.h"
-#include "backend/cpu/eigen_general/fallback_complex_eigen_solver.h"
-#include "backend/cpu/numbers/floating_policies.h"
-#include "backend/cpu/engine/x86_simd_engine.h"
-#include "backend/cpu/lu/solve.h"
 #include "backend/cpu/determinants/structured_determinants.h"
+#include "backend/cpu/eigen_general/fallback_complex_eigen_solver.h"
 #include "backend/cpu/eigen_hermitian/structured_solver.h"
+#include "backend/cpu/engine/x86_simd_engine.h"
+#include "backend/cpu/lu/factor.h"
+#include "backend/cpu/lu/solve.h"
+#include "backend/cpu/numbers/floating_policies.h"
 #include "comparison.h"
 #include "machine_limits.h"
 

@@ -3,6 +3,13 @@
 
 namespace Tessaline {
 
+namespace {
+
+// How many scopes this thread is inside of.
+constinit thread_local unsigned scopes = 0;
+
+} // namespace
+
 DefaultFloatingEnvironment::DefaultFloatingEnvironment()
     : mxcsr_(_mm_getcsr()),
       sets_x87_(x87_control() != default_x87_control) {
@@ -10,6 +17,7 @@ DefaultFloatingEnvironment::DefaultFloatingEnvironment()
         asm volatile("fnstenv %0" : "=m"(x87_));
     }
     restore_default();
+    ++scopes;
 }
 
 DefaultFloatingEnvironment::~DefaultFloatingEnvironment() {
@@ -18,6 +26,15 @@ DefaultFloatingEnvironment::~DefaultFloatingEnvironment() {
         asm volatile("fldenv %0" ::"m"(x87_) : "memory");
     }
     _mm_setcsr(mxcsr_);
+    --scopes;
+}
+
+bool DefaultFloatingEnvironment::restored_within_scope() {
+    if (scopes == 0) {
+        return false;
+    }
+    restore_default();
+    return true;
 }
 
 void DefaultFloatingEnvironment::restore_default() {

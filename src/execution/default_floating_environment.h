@@ -24,6 +24,9 @@ class DefaultFloatingEnvironment {
     /// own environment back lies around this; a worker has none to give back.
     static void restore_default();
 
+    /// Sets it once more if a scope of this thread keeps the caller's; tells whether one does.
+    static bool restored_within_scope();
+
     /// Whether the thread's control words are the default ones. Sticky flags are no difference.
     /// Inline for parallel loops: the store of the SSE word alone takes 5 ns where nothing else is
     /// under way.

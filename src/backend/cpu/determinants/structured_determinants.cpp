@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/determinants/structured_determinants.h"
 
+#include "backend/cpu/determinants/structured_input.h"
 #include "backend/cpu/lu/blocked_elimination.h"
 #include "backend/cpu/numbers/compensated_products.h"
 #include "backend/cpu/numbers/floating_policies.h"
 #include "backend/cpu/numbers/log_magnitude.h"
 #include "backend/cpu/numbers/number_parts.h"
 #include "backend/cpu/numbers/quotient_range.h"
-#include "backend/cpu/simd/tables/square_transpose.h"
 #include "backend/cpu/runtime/stop_point.h"
-#include "backend/cpu/determinants/structured_input.h"
+#include "backend/cpu/simd/tables/square_transpose.h"
 #include "tessaline/catalogue/errors.h"
 #include "tessaline/storage/checked_size_cast.h"
 

@@ -4,6 +4,7 @@
 #include "backend/cpu/numbers/element_bits.h"
 #include "backend/cpu/numbers/floating_policies.h"
 #include "backend/cpu/numbers/number_parts.h"
+#include "backend/cpu/simd/tables/transposed_copy.h"
 
 #include <algorithm>
 #include <stdexcept>

@@ -5,8 +5,9 @@
 // their way at once.
 
 #include "backend/cpu/eigen_hermitian/late_rotations.h"
-#include "backend/cpu/runtime/stop_point.h"
 #include "backend/cpu/eigen_hermitian/structured_solver.h"
+#include "backend/cpu/numbers/floating_policies.h"
+#include "backend/cpu/runtime/stop_point.h"
 
 #include <algorithm>
 #include <cmath>

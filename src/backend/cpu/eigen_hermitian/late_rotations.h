@@ -4,6 +4,7 @@
 // What takes the rotations of a Jacobi method late: vectors, and columns that are done for a sweep.
 
 #include "backend/cpu/eigen_hermitian/planar_matrix.h"
+#include "backend/cpu/numbers/floating_policies.h"
 
 #include <span>
 

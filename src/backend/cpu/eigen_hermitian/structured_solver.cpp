@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/eigen_hermitian/structured_solver.h"
 
-#include "backend/cpu/numbers/floating_policies.h"
 #include "backend/cpu/eigen_hermitian/hermitian_jacobi.h"
+#include "backend/cpu/numbers/floating_policies.h"
 #include "tessaline/catalogue/errors.h"
 
 #include <string>

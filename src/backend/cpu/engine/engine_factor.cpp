@@ -3,7 +3,7 @@
 
 #include "backend/cpu/lu/blocked_elimination.h"
 #include "backend/cpu/numbers/floating_policies.h"
-#include "backend/cpu/lu/lu_failures.h"
+#include "backend/cpu/simd/plain/lu_failures.h"
 
 namespace Tessaline::EngineLu {
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/runtime/cpu_chunks.h"
-#include "backend/cpu/numbers/power_by_squaring.h"
 #include "backend/cpu/engine/operations.h"
 #include "backend/cpu/engine/planes.h"
+#include "backend/cpu/numbers/power_by_squaring.h"
+#include "backend/cpu/steps/cpu_chunks.h"
 
 #include <stdexcept>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/floating/comparisons.h"
-#include "backend/cpu/numbers/floating_policies.h"
 #include "backend/cpu/engine/operations.h"
 #include "backend/cpu/engine/planes.h"
+#include "backend/cpu/floating/comparisons.h"
+#include "backend/cpu/numbers/floating_policies.h"
 #include "backend/cpu/runtime/stop_point.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/engine/engine_factor.h"
 #include "backend/cpu/eigen_general/fallback_complex_eigen_solver.h"
+#include "backend/cpu/engine/engine_factor.h"
 #include "backend/cpu/engine/operations.h"
 
 namespace Tessaline::SimdOperations {

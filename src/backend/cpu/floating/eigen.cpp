@@ -2,10 +2,10 @@
 #include "backend/cpu/floating/eigen.h"
 
 #include "backend/cpu/eigen_general/fallback_complex_eigen_solver.h"
-#include "backend/cpu/floating/operands.h"
-#include "backend/cpu/numbers/pivot_magnitude.h"
-#include "backend/cpu/floating/structured_operand.h"
 #include "backend/cpu/eigen_hermitian/structured_solver.h"
+#include "backend/cpu/floating/operands.h"
+#include "backend/cpu/floating/structured_operand.h"
+#include "backend/cpu/lu/pivot_magnitude.h"
 #include "tessaline/catalogue/errors.h"
 
 #include <algorithm>

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/floating/elementwise.h"
 
-#include "backend/cpu/numbers/element_bits.h"
-#include "backend/cpu/numbers/complex_division.h"
 #include "backend/cpu/floating/conversions.h"
 #include "backend/cpu/floating/loops.h"
+#include "backend/cpu/numbers/complex_division.h"
+#include "backend/cpu/numbers/element_bits.h"
+#include "backend/cpu/simd/tables/transposed_copy.h"
 
 #include <algorithm>
 

@@ -3,8 +3,8 @@
 
 // The walk of floating kernels through a matrix in the order of its memory.
 
-#include "backend/cpu/runtime/cpu_chunks.h"
 #include "backend/cpu/floating/operands.h"
+#include "backend/cpu/steps/cpu_chunks.h"
 
 namespace Tessaline {
 

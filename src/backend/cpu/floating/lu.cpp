@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/floating/lu.h"
 
-#include "backend/cpu/lu/factor.h"
 #include "backend/cpu/floating/operands.h"
+#include "backend/cpu/lu/factor.h"
 #include "backend/cpu/lu/logdet.h"
 #include "backend/cpu/lu/solve.h"
 

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/floating/structure.h"
 
-#include "backend/cpu/numbers/element_bits.h"
 #include "backend/cpu/floating/loops.h"
 #include "backend/cpu/floating/widened.h"
+#include "backend/cpu/numbers/element_bits.h"
+#include "backend/cpu/simd/tables/transposed_copy.h"
 
 #include <algorithm>
 

@@ -3,9 +3,9 @@
 
 // The input of a structured solver: a matrix of any policy as a working copy in double precision.
 
-#include "backend/cpu/floating/operands.h"
-#include "backend/cpu/floating/floating_operation.h"
 #include "backend/cpu/determinants/structured_input.h"
+#include "backend/cpu/floating/floating_operation.h"
+#include "backend/cpu/floating/operands.h"
 
 #include <limits>
 #include <vector>

@@ -7,8 +7,8 @@
 // elimination in their order, so that it gets the same bits.
 
 #include "backend/cpu/lu/complex_panel.h"
-#include "backend/cpu/runtime/stop_point.h"
 #include "backend/cpu/lu/unit_triangle.h"
+#include "backend/cpu/runtime/stop_point.h"
 
 #include <bit>
 #include <utility>

@@ -3,8 +3,8 @@
 
 // Elimination of a few columns of a complex matrix.
 
+#include "backend/cpu/lu/pivot_magnitude.h"
 #include "backend/cpu/numbers/complex_division.h"
-#include "backend/cpu/numbers/pivot_magnitude.h"
 #include "backend/cpu/numbers/quotient_range.h"
 #include "backend/cpu/simd/tables/elimination_kernels.h"
 

@@ -8,8 +8,8 @@
 
 #include "backend/cpu/lu/blocked_elimination.h"
 #include "backend/cpu/lu/factor_matrix.h"
-#include "backend/cpu/simd/tables/square_transpose.h"
 #include "backend/cpu/runtime/stop_point.h"
+#include "backend/cpu/simd/tables/square_transpose.h"
 #include "tessaline/storage/checked_size_cast.h"
 #include "tessaline/storage/kernel_views.h"
 

@@ -6,7 +6,7 @@
 #include "backend/cpu/lu/blocked_elimination.h"
 #include "backend/cpu/lu/factor_matrix.h"
 #include "backend/cpu/numbers/complex_division.h"
-#include "backend/cpu/lu/lu_failures.h"
+#include "backend/cpu/simd/plain/lu_failures.h"
 #include "tessaline/storage/element_traits.h"
 #include "tessaline/storage/kernel_views.h"
 

@@ -3,12 +3,19 @@
 
 // Elements as bits, for copies that move them whatever they hold.
 
-#include "backend/cpu/simd/tables/transposed_copy.h"
 #include "tessaline/storage/element_traits.h"
 
+#include <cstdint>
 #include <type_traits>
 
 namespace Tessaline {
+
+/// The bits of an element of 16 bytes.
+struct Bits128 {
+    std::uint64_t low;
+    std::uint64_t high;
+    friend Bits128 operator^(Bits128 a, Bits128 b) { return {a.low ^ b.low, a.high ^ b.high}; }
+};
 
 /// A type of `Size` bytes: 2, 4, 8 or 16.
 template <std::size_t Size>

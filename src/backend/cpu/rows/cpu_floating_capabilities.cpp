@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/rows/cpu_capabilities.h"
 
+#include "backend/cpu/floating/floating_dispatcher.h"
 #include "backend/cpu/rows/cpu_floating_numerics.h"
 #include "backend/cpu/rows/cpu_operand_keys.h"
-#include "backend/cpu/floating/floating_dispatcher.h"
 
 #include <initializer_list>
 

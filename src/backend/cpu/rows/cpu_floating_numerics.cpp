@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/rows/cpu_floating_numerics.h"
 
-#include "backend/cpu/rows/cpu_solver_numerics.h"
 #include "backend/cpu/eigen_general/limits.h"
-#include "backend/cpu/floating/comparisons.h"
 #include "backend/cpu/eigen_hermitian/structured_solver.h"
+#include "backend/cpu/floating/comparisons.h"
+#include "backend/cpu/rows/cpu_solver_numerics.h"
 
 namespace Tessaline::CpuNumerics {
 

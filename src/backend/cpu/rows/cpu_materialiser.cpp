@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/rows/cpu_materialiser.h"
 
-#include "backend/cpu/steps/launch_in_either_form.h"
 #include "backend/cpu/engine/x86_simd_engine.h"
+#include "backend/cpu/steps/launch_in_either_form.h"
 #include "tessaline/backend/cpu/cpu_structured_operand_views.h"
 #include "tessaline/backend/cpu/launch_cpu_kernel_step.h"
 #include "tessaline/storage/host_entities.h"

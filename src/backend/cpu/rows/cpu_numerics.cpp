@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/rows/cpu_numerics.h"
 
-#include "backend/cpu/rows/cpu_solver_numerics.h"
 #include "backend/cpu/eigen_general/limits.h"
-#include "backend/cpu/simd/kernels/engine_power_methods.h"
 #include "backend/cpu/floating/comparisons.h"
+#include "backend/cpu/rows/cpu_solver_numerics.h"
+#include "backend/cpu/simd/kernels/engine_power_methods.h"
 #include "tessaline/catalogue/builtin_operation_ids.h"
 
 #include <algorithm>

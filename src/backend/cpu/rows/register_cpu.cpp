@@ -2,6 +2,7 @@
 #include "tessaline/backend/cpu/register_cpu.h"
 
 #include "backend/cpu/rows/cpu_capabilities.h"
+#include "backend/cpu/steps/cpu_layout_adaptation.h"
 #include "tessaline/backend/cpu/cpu_simd.h"
 
 #include <algorithm>
@@ -42,6 +43,23 @@ void register_cpu_backends(BackendRegistry& registry, const RegistrationProvenan
             }
         }
     });
+}
+
+void register_cpu_adaptations(BackendAdaptationRegistry& adaptations) {
+    adaptations.inputs.push_back(
+        {supports_cpu_layout_adaptation,
+         [](OperandRole role, const BackendOperandKey&, const BackendOperandKey& registered) {
+             BackendAdaptationRegistry::StepSequence steps;
+             steps.push_back(adapt_cpu_layout(role, registered, true, false));
+             return steps;
+         }});
+    adaptations.outputs.push_back(
+        {supports_cpu_layout_adaptation, [](OperandRole role, const BackendOperandKey&,
+                                            const BackendOperandKey& registered, bool preserve) {
+             return BackendAdaptationRegistry::StepPair(
+                 adapt_cpu_layout(role, registered, preserve, false),
+                 adapt_cpu_layout(role, registered, true, true));
+         }});
 }
 
 } // namespace Tessaline

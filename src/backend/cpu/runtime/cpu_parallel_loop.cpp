@@ -160,7 +160,8 @@ void CpuRuntimeContext::run_chunks(std::size_t first, std::size_t last, std::siz
         body(first, last);
     } else if (!serial) {
         run_on_workers(first, count, body);
-    } else if (DefaultFloatingEnvironment::is_set()) [[likely]] {
+    } else if (DefaultFloatingEnvironment::restored_within_scope() ||
+               DefaultFloatingEnvironment::is_set()) [[likely]] {
         run_here(first, last, body);
     } else {
         const DefaultFloatingEnvironment environment;

@@ -3,7 +3,6 @@
 
 #include "backend/cpu/steps/deferred_planes.h"
 #include "tessaline/backend/cpu/adapt_operand_step.h"
-#include "tessaline/backend/cpu/register_cpu.h"
 #include "tessaline/storage/numeric_policy.h"
 
 #include <stdexcept>
@@ -129,23 +128,6 @@ adapt_cpu_layout(OperandRole role, const BackendOperandKey& target, bool copy, b
             throw std::invalid_argument(
                 "CPU layout adaptation - unsupported policy or operand kind");
         });
-}
-
-void register_cpu_adaptations(BackendAdaptationRegistry& adaptations) {
-    adaptations.inputs.push_back(
-        {supports_cpu_layout_adaptation,
-         [](OperandRole role, const BackendOperandKey&, const BackendOperandKey& registered) {
-             BackendAdaptationRegistry::StepSequence steps;
-             steps.push_back(adapt_cpu_layout(role, registered, true, false));
-             return steps;
-         }});
-    adaptations.outputs.push_back(
-        {supports_cpu_layout_adaptation, [](OperandRole role, const BackendOperandKey&,
-                                            const BackendOperandKey& registered, bool preserve) {
-             return BackendAdaptationRegistry::StepPair(
-                 adapt_cpu_layout(role, registered, preserve, false),
-                 adapt_cpu_layout(role, registered, true, true));
-         }});
 }
 
 } // namespace Tessaline

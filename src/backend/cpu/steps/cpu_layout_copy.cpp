@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/steps/cpu_layout_copy.h"
 
-#include "backend/cpu/runtime/cpu_chunks.h"
 #include "backend/cpu/numbers/element_bits.h"
+#include "backend/cpu/simd/tables/transposed_copy.h"
+#include "backend/cpu/steps/cpu_chunks.h"
 #include "tessaline/storage/buffer_access.h"
 #include "tessaline/storage/element_count.h"
 #include "tessaline/storage/element_traits.h"

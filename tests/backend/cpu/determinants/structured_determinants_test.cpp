@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/numbers/floating_policies.h"
-#include "backend/cpu/numbers/log_magnitude.h"
-#include "backend/cpu/lu/lu_problems.h"
-#include "backend/cpu/numbers/number_parts.h"
-#include "backend/cpu/quad.h"
 #include "backend/cpu/determinants/structured_determinants.h"
 #include "backend/cpu/determinants/structured_input.h"
+#include "backend/cpu/lu/lu_problems.h"
+#include "backend/cpu/numbers/floating_policies.h"
+#include "backend/cpu/numbers/log_magnitude.h"
+#include "backend/cpu/numbers/number_parts.h"
+#include "backend/cpu/quad.h"
 #include "support/expect_error.h"
 
 #include <numbers>

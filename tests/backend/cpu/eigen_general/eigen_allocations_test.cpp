@@ -4,8 +4,8 @@
 
 #include "backend/cpu/eigen_general/eigen_test_matrices.h"
 #include "backend/cpu/eigen_general/fallback_complex_eigen_solver.h"
-#include "backend/cpu/floating/floating_test_support.h"
 #include "backend/cpu/eigen_hermitian/structured_solver.h"
+#include "backend/cpu/floating/floating_test_support.h"
 #include "support/allocation_counter.h"
 
 namespace Tessaline {

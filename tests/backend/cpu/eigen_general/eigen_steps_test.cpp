@@ -2,11 +2,11 @@
 // The parts of the general eigensolver.
 
 #include "backend/cpu/eigen_general/balancing.h"
+#include "backend/cpu/eigen_general/eigen_test_matrices.h"
 #include "backend/cpu/eigen_general/pair_recovery.h"
 #include "backend/cpu/eigen_general/qr_step.h"
 #include "backend/cpu/eigen_general/schur.h"
 #include "backend/cpu/eigen_general/shift.h"
-#include "backend/cpu/eigen_general/eigen_test_matrices.h"
 #include "backend/cpu/floating/floating_test_support.h"
 #include "backend/cpu/numbers/hypotenuse.h"
 

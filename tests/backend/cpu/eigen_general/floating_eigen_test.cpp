@@ -2,9 +2,9 @@
 // The floating kernels of eigenproblems and matrix powers, on operands of every policy.
 
 #include "backend/cpu/eigen_general/fallback_complex_eigen_solver.h"
+#include "backend/cpu/eigen_hermitian/structured_solver.h"
 #include "backend/cpu/floating/floating_test_support.h"
 #include "backend/cpu/lu/lu_problems.h"
-#include "backend/cpu/eigen_hermitian/structured_solver.h"
 #include "support/expect_error.h"
 
 #include <gmock/gmock.h>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/eigen_general/eigen_test_matrices.h"
-#include "backend/cpu/floating/floating_test_support.h"
 #include "backend/cpu/eigen_hermitian/planar_matrix.h"
 #include "backend/cpu/eigen_hermitian/structured_solver.h"
+#include "backend/cpu/floating/floating_test_support.h"
 #include "support/expect_error.h"
 
 #include <gmock/gmock.h>

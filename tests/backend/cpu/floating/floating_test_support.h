@@ -5,10 +5,10 @@
 // in every order, and results compared by their bits over several thread counts.
 
 #include "backend/cpu/cpu_test_support.h"
-#include "backend/cpu/numbers/element_bits.h"
 #include "backend/cpu/floating/floating_dispatcher.h"
-#include "backend/cpu/numbers/floating_policies.h"
 #include "backend/cpu/instruction_sets.h"
+#include "backend/cpu/numbers/element_bits.h"
+#include "backend/cpu/numbers/floating_policies.h"
 #include "backend/cpu/simd/tables/unfused_kernels.h"
 #include "support/counter_random.h"
 #include "tessaline/storage/buffer_access.h"

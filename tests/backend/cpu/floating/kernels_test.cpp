@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/numbers/complex_division.h"
 #include "backend/cpu/floating/floating_test_support.h"
+#include "backend/cpu/numbers/complex_division.h"
 
 namespace Tessaline {
 namespace {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/numbers/floating_policies.h"
 #include "backend/cpu/lu/lu_problems.h"
+#include "backend/cpu/numbers/floating_policies.h"
 #include "backend/cpu/simd/simd_test_support.h"
 
 #include <algorithm>

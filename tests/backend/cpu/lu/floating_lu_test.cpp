@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/lu/factor.h"
 #include "backend/cpu/floating/floating_test_support.h"
+#include "backend/cpu/lu/factor.h"
 #include "backend/cpu/lu/logdet.h"
 #include "backend/cpu/lu/lu_problems.h"
 #include "backend/cpu/lu/solve.h"

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/lu/factor.h"
-#include "backend/cpu/numbers/floating_policies.h"
 #include "backend/cpu/instruction_sets.h"
+#include "backend/cpu/lu/factor.h"
 #include "backend/cpu/lu/logdet.h"
 #include "backend/cpu/lu/lu_problems.h"
 #include "backend/cpu/lu/solve.h"
+#include "backend/cpu/numbers/floating_policies.h"
 #include "support/expect_error.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/numbers/compensated_products.h"
 #include "backend/cpu/numbers/log_magnitude.h"
-#include "backend/cpu/quad.h"
 #include "backend/cpu/numbers/quotient_range.h"
+#include "backend/cpu/quad.h"
 #include "backend/cpu/random_values.h"
 
 #include <gtest/gtest.h>

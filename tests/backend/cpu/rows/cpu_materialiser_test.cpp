@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/rows/cpu_materialiser.h"
 
+#include "backend/cpu/simd/kernels/engine_power_methods.h"
 #include "backend/cpu/steps/cpu_layout_adaptation.h"
 #include "backend/cpu/steps/deferred_planes.h"
-#include "backend/cpu/simd/kernels/engine_power_methods.h"
 #include "support/expect_error.h"
 #include "tessaline/catalogue/errors.h"
 #include "tessaline/execution/backend_execution_bindings.h"

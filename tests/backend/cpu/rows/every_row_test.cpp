@@ -4,8 +4,8 @@
 // environment, the number of threads and the bits of a NaN that comes in change no bit that comes
 // out, and the caller keeps its environment.
 
-#include "backend/cpu/rows/cpu_capabilities.h"
 #include "backend/cpu/floating/floating_test_support.h"
+#include "backend/cpu/rows/cpu_capabilities.h"
 #include "support/key_storage.h"
 #include "support/key_text.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/runtime/cpu_chunks.h"
 #include "backend/cpu/cpu_test_support.h"
 #include "backend/cpu/runtime/run_stop.h"
+#include "backend/cpu/steps/cpu_chunks.h"
 #include "tessaline/backend/cpu/cpu_worker_pool.h"
 #include "tessaline/catalogue/errors.h"
 

@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Reads the library's object files: instruction sets stay in the units that may use them.
 #
-# usage: simd_object_code_test.sh <nm> <objdump> <file that lists the objects, one a line>
+# usage: object_code_test.sh <nm> <objdump> <file that lists the objects, one a line>
 set -euo pipefail
 nm=$1
 objdump=$2
@@ -36,13 +36,13 @@ units=0
 while read -r object; do
     code=$(disassembly "$object")
     case $object in
-    *simd_*_x86_avx256*)
+    */simd/units/*_x86_avx256*)
         check_engine "$object" '%ymm[0-9]'
         ! grep -qE "$fused" <<<"$code" || fail "fused operations in $object"
         ! grep -qE '%zmm[0-9]|%k[0-7]' <<<"$code" || fail "512-bit instructions in $object"
         units=$((units + 1))
         ;;
-    *simd_*_x86_avx512*)
+    */simd/units/*_x86_avx512*)
         check_engine "$object" '%zmm[0-9]'
         fuses=$(grep -cE "$fused" <<<"$code" || true)
         [[ $object == *unfused* ]] || [[ $fuses -gt 0 ]] || fail "no fused operations in $object"

@@ -10,7 +10,7 @@
 
 #include "backend/cpu/simd/kernels/complex_columns.h"
 #include "backend/cpu/simd/kernels/infinity_recovery.h"
-#include "backend/cpu/simd/kernels/packing_memory.h"
+#include "backend/cpu/simd/plain/packing_memory.h"
 
 #include <utility>
 

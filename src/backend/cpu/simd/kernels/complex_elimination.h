@@ -4,9 +4,9 @@
 // The search for a pivot and the step of an elimination in a few columns of complex numbers. The
 // elements stay pairs of parts in registers, so that a step needs few shuffles.
 
-#include "backend/cpu/simd/tables/elimination_kernels.h"
 #include "backend/cpu/simd/kernels/infinity_recovery.h"
 #include "backend/cpu/simd/kernels/pivot_search.h"
+#include "backend/cpu/simd/tables/elimination_kernels.h"
 
 #include <limits>
 

@@ -6,9 +6,9 @@
 #include "backend/cpu/simd/kernels/backward_substitution.h"
 #include "backend/cpu/simd/kernels/complex_columns.h"
 #include "backend/cpu/simd/kernels/elements.h"
-#include "backend/cpu/simd/tables/elimination_kernels.h"
 #include "backend/cpu/simd/kernels/infinity_recovery.h"
 #include "backend/cpu/simd/kernels/matmul.h"
+#include "backend/cpu/simd/tables/elimination_kernels.h"
 
 namespace Tessaline::SimdKernels {
 

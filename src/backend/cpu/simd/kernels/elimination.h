@@ -7,9 +7,9 @@
 #include "backend/cpu/simd/kernels/backward_substitution.h"
 #include "backend/cpu/simd/kernels/complex_elimination.h"
 #include "backend/cpu/simd/kernels/complex_triangle.h"
-#include "backend/cpu/simd/tables/elimination_kernels.h"
 #include "backend/cpu/simd/kernels/matmul.h"
 #include "backend/cpu/simd/kernels/pivot_search.h"
+#include "backend/cpu/simd/tables/elimination_kernels.h"
 
 #include <utility>
 

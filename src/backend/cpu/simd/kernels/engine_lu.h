@@ -9,8 +9,9 @@
 // the functions are static and use no inline function of the standard library, or the linker would
 // merge copies across instruction sets.
 
-#include "backend/cpu/lu/lu_failures.h"
 #include "backend/cpu/simd/kernels/complex_triangle.h"
+#include "backend/cpu/simd/plain/engine_scratch.h"
+#include "backend/cpu/simd/plain/lu_failures.h"
 #include "tessaline/storage/kernel_views.h"
 
 #include <complex>
@@ -20,17 +21,6 @@ namespace Tessaline::EngineLu {
 /// The built-in complex type, laid out like std::complex<float>. Its products recover infinities
 /// as Annex G of C99 tells, and its quotients are the library's.
 __extension__ using ComplexFloat = _Complex float;
-
-/// Temporary storage, allocated outside the units for one instruction set.
-class Scratch {
-  public:
-    explicit Scratch(std::uint64_t count);
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-    ~Scratch();
-
-    ComplexFloat* const data; ///< `count` elements, not initialised
-};
 
 /// The elements that a std::complex pointer points to.
 template <typename Complex>
@@ -81,8 +71,8 @@ static void solve(LuDecompView<const P, const std::complex<float>> lu,
     if (b.size != order) {
         LuFailures::engine_incompatible_rhs();
     }
-    const Scratch scratch(order);
-    ComplexFloat* x = scratch.data;
+    const SimdKernels::EngineScratch scratch(2 * order);
+    auto* const x = reinterpret_cast<ComplexFloat*>(scratch.data);
     for (std::uint64_t i = 0; i < order; ++i) {
         x[i] = make_complex(b.real[i], b.imag[i]);
     }

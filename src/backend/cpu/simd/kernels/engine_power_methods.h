@@ -9,6 +9,7 @@
 // merge copies across instruction sets.
 
 #include "backend/cpu/runtime/stop_point.h"
+#include "backend/cpu/simd/plain/engine_scratch.h"
 #include "tessaline/storage/kernel_views.h"
 
 #include <complex>
@@ -20,17 +21,6 @@ inline constexpr float convergence_tolerance = 1e-05F;
 inline constexpr int maximum_iterations = 512;
 /// A vector of at most this norm is not scaled.
 inline constexpr float breakdown_norm = 0x1p-23F;
-
-/// Temporary storage, allocated outside the units for one instruction set.
-class Scratch {
-  public:
-    explicit Scratch(std::uint64_t count);
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-    ~Scratch();
-
-    float* const data; ///< `count` elements, not initialised
-};
 
 /// Scales an interleaved vector of `count` elements to unit norm, unless its norm breaks down. The
 /// squares are summed in order and unfused, whatever the engine.
@@ -83,7 +73,7 @@ template <typename Kernels>
 static void principal_eigenvect(DenseComplexIntlvMatrixView<const std::complex<float>> matrix,
                                 DenseComplexIntlvVectorView<std::complex<float>> vector) {
     const std::uint64_t n = vector.size;
-    const Scratch scratch(2 * n * n + 4 * n);
+    const SimdKernels::EngineScratch scratch(2 * n * n + 4 * n);
     float* const rows = scratch.data;
     float* x = rows + 2 * n * n;
     float* y = x + 2 * n;

@@ -5,8 +5,8 @@
 // products are made in vectors and summed one by one.
 
 #include "backend/cpu/simd/kernels/arithmetic.h"
-#include "backend/cpu/simd/tables/gram_schmidt_kernels.h"
 #include "backend/cpu/simd/kernels/hypotenuse.h"
+#include "backend/cpu/simd/tables/gram_schmidt_kernels.h"
 
 #include <utility>
 

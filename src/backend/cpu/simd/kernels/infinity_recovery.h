@@ -5,8 +5,8 @@
 // that recover infinities as C99 Annex G does. What the fast form gives elsewhere needs no second
 // look: where a product recovers, it had two parts of NaN, which stay in the sum.
 
-#include "backend/cpu/simd/tables/built_in_complex.h"
 #include "backend/cpu/simd/kernels/arithmetic.h"
+#include "backend/cpu/simd/tables/built_in_complex.h"
 
 namespace Tessaline::SimdKernels {
 

@@ -7,11 +7,11 @@
 // elements is free. A tile of C stays in registers while a block of the inner index runs; between
 // blocks it lies in C, which loses nothing.
 
+#include "backend/cpu/runtime/stop_point.h"
 #include "backend/cpu/simd/kernels/forms.h"
 #include "backend/cpu/simd/kernels/infinity_recovery.h"
-#include "backend/cpu/simd/kernels/packing_memory.h"
+#include "backend/cpu/simd/plain/packing_memory.h"
 #include "backend/cpu/simd/tables/unfused_kernels.h"
-#include "backend/cpu/runtime/stop_point.h"
 
 namespace Tessaline::SimdKernels {
 

@@ -1,13 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/simd/tables/rotation_kernels.h"
 
-#include "backend/cpu/simd/kernels/rotations.h"
-#include "backend/cpu/simd/sets/sse2_double.h"
 #include "backend/cpu/simd/tables/x86_simd.h"
 
 namespace Tessaline::SimdKernels {
-
-constinit const RotationTable baseline_rotation_table = make_rotation_table<Sse2Double>();
 
 const RotationTable& rotation_kernels() {
     static const RotationTable& selected = []() -> const RotationTable& {

@@ -3,7 +3,7 @@
 
 // The transpose of a square matrix in its own place, tile by tile.
 
-#include "backend/cpu/numbers/element_bits.h"
+#include "backend/cpu/simd/tables/transposed_copy.h"
 
 #include <algorithm>
 #include <cstring>

@@ -3,16 +3,11 @@
 
 // The transposing copy of matrices, of elements that are taken as bits.
 
+#include "backend/cpu/numbers/element_bits.h"
+
 #include <cstdint>
 
 namespace Tessaline {
-
-/// The bits of an element of 16 bytes.
-struct Bits128 {
-    std::uint64_t low;
-    std::uint64_t high;
-    friend Bits128 operator^(Bits128 a, Bits128 b) { return {a.low ^ b.low, a.high ^ b.high}; }
-};
 
 /// target(j, i) = source(i, j) ^ flipped, for a source of `rows` by `cols` elements. Lines of the
 /// source lie `source_stride` elements apart, those of the target `target_stride`. The target must

@@ -3,11 +3,11 @@
 
 // Every kernel of an engine, instantiated for one instruction set.
 
-#include "backend/cpu/simd/kernels/engine_lu.h"
-#include "backend/cpu/simd/kernels/engine_power_methods.h"
 #include "backend/cpu/simd/kernels/complex_elimination.h"
 #include "backend/cpu/simd/kernels/complex_triangle.h"
 #include "backend/cpu/simd/kernels/elementwise.h"
+#include "backend/cpu/simd/kernels/engine_lu.h"
+#include "backend/cpu/simd/kernels/engine_power_methods.h"
 #include "backend/cpu/simd/kernels/matmul.h"
 #include "backend/cpu/simd/kernels/reductions.h"
 #include "backend/cpu/simd/kernels/row_products.h"

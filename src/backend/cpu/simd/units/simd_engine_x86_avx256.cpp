@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/simd/units/kernel_list.h"
 #include "backend/cpu/simd/sets/avx256.h"
+#include "backend/cpu/simd/units/kernel_list.h"
 
 namespace Tessaline::SimdKernels {
 

@@ -7,7 +7,7 @@
 #include "backend/cpu/simd/kernels/kron.h"
 #include "backend/cpu/simd/kernels/matmul.h"
 #include "backend/cpu/simd/kernels/row_products.h"
-#include "backend/cpu/simd/kernels/transposed_copy.h"
+#include "backend/cpu/simd/kernels/transposed_blocks.h"
 #include "backend/cpu/simd/tables/unfused_kernels.h"
 
 namespace Tessaline::SimdKernels {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/simd/kernels/packing_memory.h"
+#include "backend/cpu/simd/plain/packing_memory.h"
 
 #include <memory>
 #include <new>

@@ -3,8 +3,8 @@
 
 // By what candidates for a pivot are compared, without overflow of a complex magnitude.
 
-#include "backend/cpu/lu/lu_failures.h"
 #include "backend/cpu/numbers/number_parts.h"
+#include "backend/cpu/simd/plain/lu_failures.h"
 
 namespace Tessaline::CpuFallback {
 

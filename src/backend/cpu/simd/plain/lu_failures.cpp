@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/lu/lu_failures.h"
+#include "backend/cpu/simd/plain/lu_failures.h"
 
 #include "tessaline/catalogue/errors.h"
 #include "tessaline/storage/checked_size_cast.h"
