@@ -7,6 +7,7 @@ import inspect
 import itertools
 import os
 import pickle
+import re
 import resource
 import threading
 from collections.abc import Iterator
@@ -476,11 +477,29 @@ def test_examples_in_the_documentation_run(module: str) -> None:
     assert outcome.attempted > 0 and outcome.failed == 0
 
 
-@pytest.mark.parametrize("page", ["README.md", "docs/threads.md"])
+ROOT = Path(__file__).resolve().parents[2]
+
+
+@pytest.mark.parametrize("page", ["README.md", "docs/threads.md", "docs/read-a-numerics-record.md"])
 def test_examples_of_the_pages_run(page: str) -> None:
-    path = Path(__file__).resolve().parents[2] / page
-    outcome = doctest.testfile(str(path), module_relative=False)
+    outcome = doctest.testfile(str(ROOT / page), module_relative=False)
     assert outcome.attempted > 0 and outcome.failed == 0
+
+
+@pytest.mark.parametrize("page", ["architecture.md", "add-an-operation.md"])
+def test_what_the_pages_name_is_in_the_code(page: str) -> None:
+    tops = ("src", "include", "python", "scripts", "tests")
+    files = [path for top in tops for path in (ROOT / top).rglob("*")]
+    known = {part for path in files for part in (*path.parts, path.stem)}
+    for path in files:
+        if path.suffix in (".h", ".cpp", ".py", ".sh"):
+            known.update(re.findall(r"\w+", path.read_text()))
+    named = re.findall("`([^`\n]+)`", (ROOT / "docs" / page).read_text())
+    words = {word for code in named for word in re.findall(r"\w+", code)}
+    paths = {code for code in named if re.fullmatch(rf"({'|'.join(tops)})/[\w/.]+", code)}
+    assert words and paths
+    assert words - known == set()
+    assert [path for path in paths if not (ROOT / path).exists()] == []
 
 
 def test_descriptions_read_as_text_and_html() -> None:
