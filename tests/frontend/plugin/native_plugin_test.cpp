@@ -322,10 +322,12 @@ TEST_F(NativePluginTest, ThreadsShareAKernel) {
     const TessalineExecutor executor(context, BackendExecutor::cpu_only());
     const auto flip = [&](float seed) {
         Vector value = Vector::host({seed, -seed});
-        OperationBindings bindings;
-        bindings.bind(input_role(0), std::as_const(value)).bind(output_role(0), value);
+        Vector flipped = Vector::host_zeros<float>(2);
         for (int step = 0; step < 501; ++step) {
+            OperationBindings bindings;
+            bindings.bind(input_role(0), value).bind(output_role(0), flipped);
             executor.execute(acme, bindings);
+            std::swap(value, flipped);
         }
         EXPECT_THAT(elements<float>(value), ElementsAre(-seed, seed));
     };
