@@ -33,7 +33,7 @@ def print_rows(rows: Iterable[Row], columns: list[str]) -> None:
     print(f"\n{'function':<26}{'dtype':<11}{'size':>8}{'ours us':>13}{'theirs us':>13}{head}")
     for row in sorted(rows, key=Row.ratio):
         ratios = "".join(
-            f"{row.ratio(column):>10.2f}" if column in row.seconds else f"{'-':>10}"
+            f"{row.ratio(column):>10.3f}" if column in row.seconds else f"{'-':>10}"
             for column in [USER, *columns]
         )
         ours, theirs = (row.seconds[name] * 1e6 for name in (OURS, USER))
@@ -58,4 +58,4 @@ def _print_share(title: str, ratios: list[float]) -> None:
     if ratios:
         faster = sum(ratio > 1 for ratio in ratios) / len(ratios)
         slow = sum(ratio < SLOW for ratio in ratios)
-        print(f"{title:<28}{len(ratios):>6}{faster:>9.0%}{geometric_mean(ratios):>8.2f}{slow:>8}")
+        print(f"{title:<28}{len(ratios):>6}{faster:>9.0%}{geometric_mean(ratios):>8.3f}{slow:>8}")
