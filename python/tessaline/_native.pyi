@@ -5,6 +5,7 @@ from typing import Any, overload
 from numpy import int64
 from numpy.typing import NDArray
 
+
 def numeric_policies() -> tuple[dict[str, Any], ...]:
     """The compiled pairs of storage and compute dtype."""
 
@@ -32,6 +33,7 @@ class ContextBuilder:
     """Builds a catalogue."""
 
     def __init__(self) -> None: ...
+
     def load_plugin(self, path: str) -> ContextBuilder:
         """Add the operations of a native plugin; returns the builder itself."""
 
@@ -41,27 +43,20 @@ class ContextBuilder:
 class Context:
     """An execution context."""
 
-    def __init__(
-        self,
-        thread_count: int = 0,
-        min_parallel_work: int = 32768,
-        cuda_device: int = -1,
-        stream_pool_size: int = 32,
-        external_stream: int | None = None,
-        numa_policy: str = "auto",
-        pinning_policy: str = "auto",
-        scheduling: str = "auto",
-        cross_device: str = "reject",
-        catalogue: _Catalogue | None = None,
-    ) -> None: ...
+    def __init__(self, thread_count: int = 0, min_parallel_work: int = 32768, cuda_device: int = -1, stream_pool_size: int = 32, external_stream: int | None = None, numa_policy: str = 'auto', pinning_policy: str = 'auto', scheduling: str = 'auto', cross_device: str = 'reject', catalogue: _Catalogue | None = None) -> None: ...
+
     @property
     def thread_count(self) -> int: ...
+
     @property
     def min_parallel_work(self) -> int: ...
+
     @property
     def cuda_device(self) -> int: ...
+
     @property
     def _worker_count(self) -> int: ...
+
     def synchronise(self) -> None:
         """Wait for the context's device work."""
 
@@ -75,55 +70,57 @@ class Context:
     def await_binding(self, binding: Any) -> None:
         """Check that an array lies on the context's device."""
 
-    def execute(
-        self,
-        operation: str,
-        bindings: dict[int, Any],
-        locations: dict[int, str],
-        compute_dtypes: dict[int, str] = {},
-    ) -> Any: ...
-    def _result_policy(
-        self,
-        operation: str,
-        inputs: list[tuple[str, str, tuple[int, ...]]],
-        output_shape: tuple[int, ...],
-        output_dtype: str = "",
-    ) -> tuple[str, str]: ...
+    def execute(self, operation: str, bindings: dict[int, Any], locations: dict[int, str], compute_dtypes: dict[int, str] = {}) -> Any: ...
+
+    def _result_policy(self, operation: str, inputs: list[tuple[str, str, tuple[int, ...]]], output_shape: tuple[int, ...], output_dtype: str = '') -> tuple[str, str]: ...
 
 class LUOperand:
     """Host storage of an LU factorisation, in compute precision."""
 
     @overload
-    def __init__(self, size: int, *, dtype: str = "complex64", compute_dtype: str = "") -> None: ...
+    def __init__(self, size: int, *, dtype: str = 'complex64', compute_dtype: str = '') -> None: ...
+
     @overload
-    def __init__(self, values: object, *, dtype: str = "", compute_dtype: str = "") -> None: ...
+    def __init__(self, values: object, *, dtype: str = '', compute_dtype: str = '') -> None: ...
+
     @property
     def dtype(self) -> str: ...
+
     @property
     def compute_dtype(self) -> str: ...
+
     @property
     def size(self) -> int: ...
+
     @property
     def pivots(self) -> NDArray[int64]: ...
+
     @property
     def factors(self) -> NDArray[Any]: ...
+
     @property
     def swaps(self) -> int: ...
+
     def _set_swaps(self, swaps: int) -> None:
         """Complete factors that were copied into the views."""
 
 class EigenOperand:
     """Host storage of eigenvalues and eigenvectors."""
 
-    def __init__(self, size: int, *, dtype: str = "complex64", compute_dtype: str = "") -> None: ...
+    def __init__(self, size: int, *, dtype: str = 'complex64', compute_dtype: str = '') -> None: ...
+
     @property
     def dtype(self) -> str: ...
+
     @property
     def compute_dtype(self) -> str: ...
+
     @property
     def size(self) -> int: ...
+
     @property
     def values(self) -> NDArray[Any]: ...
+
     @property
     def vectors(self) -> NDArray[Any]: ...
 
@@ -131,12 +128,16 @@ class LUFactor:
     """The LU factorisation of one matrix."""
 
     def __init__(self, a: object, context: Context) -> None: ...
+
     @property
     def dtype(self) -> str: ...
+
     @property
     def compute_dtype(self) -> str: ...
+
     @property
     def size(self) -> int: ...
+
     def solve(self, rhs: NDArray[Any]) -> None:
         """Overwrite a right-hand side with the solution."""
 
