@@ -32,7 +32,8 @@ def run(*command, **options):
 
 
 def configured(option):
-    """What the build in hand was configured with; the wheel's objects then are in its cache."""
+    """What the build in hand was configured with. The cache of objects then has the wheel's, by the
+    very name of the compiler."""
     cache = ROOT / "build" / "release" / "CMakeCache.txt"
     found = re.search(rf"^{option}:\w+=(.*)$", cache.read_text(), re.MULTILINE)
     return f"--config-settings=cmake.define.{option}={found[1] if found else 'OFF'}"
@@ -52,8 +53,9 @@ def lend_dependencies(wheel, site):
 def test_wheel_works_in_an_empty_environment(tmp_path):
     # Nothing is fetched: the build's tools and the dependencies are those at hand.
     pip = ("-m", "pip", "--disable-pip-version-check")
+    settings = map(configured, ("CMAKE_CXX_COMPILER", "TESSALINE_WARNINGS_AS_ERRORS"))
     run(sys.executable, *pip, "wheel", "--no-index", "--no-deps", "--no-build-isolation",
-        "--wheel-dir", tmp_path, configured("TESSALINE_WARNINGS_AS_ERRORS"), ROOT)  # fmt: skip
+        "--wheel-dir", tmp_path, *settings, ROOT)  # fmt: skip
     (wheel,) = tmp_path.glob("tessaline-*.whl")
     environment = tmp_path / "environment"
     run(sys.executable, "-m", "venv", environment)
