@@ -70,11 +70,16 @@ void validate_expression(const SymbolicExpression& expression, const RankTable& 
         break;
     }
     case SymbolicOperator::constant:
-    case SymbolicOperator::symbol:
         // The text of a leaf needs the field that a hand-made one may lack.
         static_cast<void>(expression.canonical());
+        require(*expression.integer() >= 0, "SymbolicExpression - constants must be non-negative");
+        break;
+    case SymbolicOperator::symbol:
+        require(is_lower_case_identifier(expression.canonical()),
+                "SymbolicExpression - symbol must be a lower-case identifier");
         break;
     default:
+        require_arity(expression.op(), expression.operands().size());
         break;
     }
     for (const SymbolicExpression& operand : expression.operands()) {

@@ -15,6 +15,10 @@ namespace Tessaline {
 /// A lower-case letter followed by lower-case letters, digits, "_" and ".".
 bool is_lower_case_identifier(std::string_view text);
 
+/// Raises std::invalid_argument for a number of operands that an operator cannot have. None suits a
+/// leaf or a value outside the enumeration.
+void require_arity(SymbolicOperator op, std::size_t count);
+
 /// Sorts by bytes and keeps duplicates. Raises std::invalid_argument for an empty note, in the name
 /// of the record `owner`.
 void canonicalise_notes(std::vector<std::string>& notes, std::string_view owner);

@@ -60,6 +60,12 @@ std::string role_number(const SymbolicExpression& expression) {
 
 } // namespace
 
+void require_arity(SymbolicOperator op, std::size_t count) {
+    const OperatorRow& row = operator_row(op);
+    require(count >= row.fewest && count <= row.most,
+            "SymbolicExpression - operator has invalid arity");
+}
+
 const char* symbolic_operator_name(SymbolicOperator op) {
     return operator_row(op).word;
 }
@@ -96,9 +102,7 @@ SymbolicExpression SymbolicExpression::dimension(OperandRole role, std::uint64_t
 
 SymbolicExpression SymbolicExpression::operation(SymbolicOperator op,
                                                  std::vector<SymbolicExpression> operands) {
-    const OperatorRow& row = operator_row(op);
-    require(operands.size() >= row.fewest && operands.size() <= row.most,
-            "SymbolicExpression - operator has invalid arity");
+    require_arity(op, operands.size());
     return make_expression({.op = op, .operands = std::move(operands)});
 }
 
@@ -144,7 +148,7 @@ std::string SymbolicExpression::canonical() const {
     case SymbolicOperator::value:
         return "value(" + role_number(*this) + ")";
     default:
-        break;
+        require_arity(op(), operands().size());
     }
     std::string list;
     for (const SymbolicExpression& operand : operands()) {

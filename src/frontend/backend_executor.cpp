@@ -85,7 +85,6 @@ BackendExecutor::Execution BackendExecutor::run(const BackendProcess& process,
     }
     BackendExecutionSession session(cpu_runtime_);
     RunStop stop(options.stop, options.interrupt);
-    // A run inside another one that sets nothing of its own ends with the outer one.
     const bool may_end_early = options.stop.stop_possible() || options.interrupt;
     const RunStop::Scope scope(may_end_early ? &stop : RunStop::current());
     try {

@@ -103,6 +103,18 @@ void Call::refuse_sharing(const OperandMemory& output, const ConstBufferView& bu
     }
 }
 
+/// Two planes of an output that lie over each other.
+void refuse_own_sharing(const OperationSpec& spec, const OperandMemory& output,
+                        const ConstBufferView& buffer, std::size_t index) {
+    for (std::size_t before = 0; before < index; ++before) {
+        if (overlap(buffer, output.buffers->buffer(before))) {
+            throw std::invalid_argument(
+                "TessalineExecutor::execute - " + operand_role_name(output.role) +
+                " overlaps itself in operation '" + spec.id().canonical() + "'");
+        }
+    }
+}
+
 } // namespace
 
 void refuse_shared_memory(const OperationSpec& spec, const OperationDescriptor& request,
@@ -112,7 +124,9 @@ void refuse_shared_memory(const OperationSpec& spec, const OperationDescriptor& 
         const OperandMemory output = call.operand(contract.role);
         const std::size_t count = output.buffers == nullptr ? 0 : output.buffers->buffer_count();
         for (std::size_t index = 0; index < count; ++index) {
-            call.refuse_sharing(output, output.buffers->buffer(index));
+            const ConstBufferView buffer = output.buffers->buffer(index);
+            refuse_own_sharing(spec, output, buffer, index);
+            call.refuse_sharing(output, buffer);
         }
     }
 }

@@ -9,8 +9,9 @@
 namespace Tessaline {
 
 /// Raises std::invalid_argument, naming both roles, when an output shares a byte with another
-/// operand and the operation may not be done in place there; see InPlaceUse. `request` describes
-/// the operands of `bindings`. Operands that offer no access to their memory share none.
+/// operand and the operation may not be done in place there; see InPlaceUse. An output whose planes
+/// overlap each other is refused as well. `request` describes the operands of `bindings`. Operands
+/// that offer no access to their memory share none.
 void refuse_shared_memory(const OperationSpec& spec, const OperationDescriptor& request,
                           const BackendExecutionBindings& bindings);
 

@@ -228,6 +228,9 @@ TEST(Numerics, ChecksEachNodeOfAnExpression) {
         return Expression(std::make_shared<const Expression::Node>(std::move(node)));
     };
     const std::string lacking = "SymbolicExpression - constant was made without its fields";
+    const std::string negative = "SymbolicExpression - constants must be non-negative";
+    const std::string bad_symbol = "SymbolicExpression - symbol must be a lower-case identifier";
+    const std::string bad_arity = "SymbolicExpression - operator has invalid arity";
     const Case cases[] = {
         {Expression::unknown(), bad_unknown, ""},
         {Expression::symbol("iterations"), "", ""},
@@ -246,6 +249,11 @@ TEST(Numerics, ChecksEachNodeOfAnExpression) {
         {made_by_hand({.op = SymbolicOperator::value}), undeclared, unregistered},
         {made_by_hand({.op = SymbolicOperator::dimension, .role = in0}), bad_axis, bad_axis},
         {made_by_hand({.op = SymbolicOperator::constant}), lacking, lacking},
+        {made_by_hand({.op = SymbolicOperator::constant, .integer = -5}), negative, negative},
+        {made_by_hand({.op = SymbolicOperator::symbol, .name = "Bad"}), bad_symbol, bad_symbol},
+        {made_by_hand({.op = SymbolicOperator::add}), bad_arity, bad_arity},
+        {made_by_hand({.op = SymbolicOperator{12}}), bad_arity, bad_arity},
+        {made_by_hand({.op = SymbolicOperator{-1}}), bad_arity, bad_arity},
     };
     const auto expect = [](const auto& record, const std::string& message) {
         if (message.empty()) {

@@ -152,7 +152,7 @@ TEST(SymbolicExpression, BoundsTreesOfSharedNodes) {
     EXPECT_NO_THROW(Expression{node});
 }
 
-TEST(SymbolicExpression, NamesTheLeafThatLacksItsFields) {
+TEST(SymbolicExpression, NamesWhatANodeMadeByHandLacks) {
     const auto made_by_hand = [](Expression::Node node) {
         return Expression(std::make_shared<const Expression::Node>(std::move(node)));
     };
@@ -167,6 +167,11 @@ TEST(SymbolicExpression, NamesTheLeafThatLacksItsFields) {
         expect_error<std::invalid_argument>(
             [&, &node = node] { static_cast<void>(made_by_hand(node).canonical()); },
             std::string("SymbolicExpression - ") + word + " was made without its fields");
+    }
+    for (const Operator op : {Operator::add, Operator::log2, Operator{12}, Operator{-1}}) {
+        expect_error<std::invalid_argument>(
+            [&] { static_cast<void>(made_by_hand({.op = op}).canonical()); },
+            "SymbolicExpression - operator has invalid arity");
     }
 }
 

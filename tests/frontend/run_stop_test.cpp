@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cfenv>
 #include <complex>
 #include <string>
 #include <thread>
@@ -109,8 +110,8 @@ Bytes factorisation(std::uint64_t n) {
 }
 
 template <typename T>
-Bytes pairs(std::uint64_t n) {
-    const auto A = square<T>(n);
+Bytes pairs(std::uint64_t n, Kind kind = Kind{}) {
+    const auto A = square<T>(n, kind);
     auto eigen = EigenValues::host_zeros<std::complex<Component<T>>>(n);
     return run(BuiltinOperations::eig, A, eigen, [](const EigenValues& set) {
         return bytes_of(eigenvalues<std::complex<Component<T>>>(set)) +
@@ -164,6 +165,8 @@ const struct {
     {"eigvalsh float32", [] { return hermitian_values<float>(80); }, 40},
     {"eig float32", [] { return pairs<float>(40); }, 100},
     {"eig complex128", [] { return pairs<Complex128>(40); }, 100},
+    // The copy, the balance, the first search for small rows and the vectors have one a row each.
+    {"eig without iterations", [] { return pairs<double>(40, Kind::identity); }, 150},
     {"principal_eigenvector complex64", [] { return principal<Complex64>(40); }, 100},
     {"logdet_positive_definite float64",
      [] {
@@ -177,8 +180,8 @@ const struct {
      [] { return scalar<int, Complex64>(BuiltinOperations::is_unitary, 40, Kind::identity); }, 30},
 };
 
-// Asked at every stop point, it counts, runs a product in the middle of the operation at some, and
-// raises at the one that `ends` counts to.
+// Asked at every stop point, it counts, disturbs the operation by a product in its middle and by
+// another rounding mode if it `computes`, and raises at the one that `ends` counts to.
 struct Interruption {
     int count = 0;
     int ends = -1;
@@ -187,6 +190,9 @@ struct Interruption {
     void operator()() {
         if (computes && count % 50 == 0) {
             product<double>(300); // packs a factor into the thread's memory
+        }
+        if (computes) {
+            std::fesetround(FE_UPWARD); // which the run does not go on with
         }
         if (++count == ends) {
             throw std::domain_error("interrupted");
@@ -208,6 +214,7 @@ TEST(RunStop, LongOperationsStopBetweenTheirPartsAndLeaveNoTrace) {
         const Bytes undisturbed = operation();
         Interruption busy{.computes = true};
         EXPECT_TRUE(run_interrupted(operation, busy) == undisturbed);
+        std::fesetround(FE_TONEAREST);
         EXPECT_GE(busy.count, least);
         for (const int end : {1, (busy.count + 1) / 2, busy.count}) {
             Interruption raising{.ends = end};
@@ -254,6 +261,15 @@ TEST(RunStop, OptionsEndARunFromOutside) {
     // The whole takes seconds at the least, and a stop some tens of milliseconds.
     EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
     EXPECT_NO_THROW(product<double>(20));
+
+    std::stop_source own;
+    options = {};
+    options.stop = own.get_token();
+    const std::stop_token requested = source.get_token();
+    const std::function<void()> no_interrupt;
+    RunStop outer(requested, no_interrupt);
+    const RunStop::Scope scope(&outer);
+    EXPECT_THROW(run(options), OperationStopped) << "nested in a run that is to end";
 }
 
 } // namespace

@@ -23,7 +23,8 @@ class TESSALINE_API BackendExecutor {
     /// Either field may end a run before its end: before its first step, or between two sweeps,
     /// iterations, panels or blocks of a long operation. The content of the outputs is then
     /// unspecified; everything else is as after any run. A run that is about to end may still
-    /// succeed. The kernels of plugins run to their end.
+    /// succeed. The kernels of plugins run to their end. A run that another one's step makes ends
+    /// with that one as well.
     struct ExecutionOptions {
         /// The run ends with OperationStopped once a stop has been requested, from any thread.
         std::stop_token stop;

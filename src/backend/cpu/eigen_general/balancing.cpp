@@ -3,6 +3,7 @@
 
 #include "backend/cpu/eigen_general/limits.h"
 #include "backend/cpu/numbers/hypotenuse.h"
+#include "backend/cpu/runtime/stop_point.h"
 
 #include <algorithm>
 #include <cmath>
@@ -85,6 +86,7 @@ std::vector<int> balance(std::span<Complex> matrix, std::size_t n) {
     for (int sweep = 0; sweep < maximum_balance_sweeps && changed; ++sweep) {
         changed = false;
         for (std::size_t i = 0; i < n; ++i) {
+            stop_point();
             const OffDiagonalLine column(&matrix[i], n, i, n);
             const OffDiagonalLine row(&matrix[i * n], 1, i, n);
             const double log_column = column.log_norm();

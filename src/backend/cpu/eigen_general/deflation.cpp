@@ -2,6 +2,7 @@
 #include "backend/cpu/eigen_general/deflation.h"
 
 #include "backend/cpu/numbers/hypotenuse.h"
+#include "backend/cpu/runtime/stop_point.h"
 
 #include <algorithm>
 #include <cmath>
@@ -59,6 +60,7 @@ double largest_in_row_and_column(const SchurForm& schur, std::size_t l) {
 
 std::size_t Deflation::deflate(SchurForm& schur, std::size_t active) {
     while (active >= 2 && is_negligible(schur, active - 1)) {
+        stop_point();
         --active;
         std::fill_n(&schur.H[active * schur.n], active, Complex(0));
     }

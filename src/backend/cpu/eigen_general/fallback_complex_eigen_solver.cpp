@@ -40,6 +40,7 @@ std::vector<Complex> row_major_copy(DenseComplexIntlvMatrixView<const std::compl
     std::vector<Complex> copy;
     copy.reserve(A.rows * A.cols);
     for (std::uint64_t i = 0; i < A.rows; ++i) {
+        stop_point();
         for (std::uint64_t j = 0; j < A.cols; ++j) {
             copy.emplace_back(A.data[by_rows ? i * A.cols + j : j * A.rows + i]);
         }

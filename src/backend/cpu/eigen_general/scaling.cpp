@@ -2,6 +2,7 @@
 #include "backend/cpu/eigen_general/scaling.h"
 
 #include "backend/cpu/numbers/hypotenuse.h"
+#include "backend/cpu/runtime/stop_point.h"
 
 namespace Tessaline::CpuFallback {
 
@@ -126,19 +127,26 @@ int exact_scaling_exponent(std::span<const Complex> values, std::span<const Comp
     int exponent = *largest + 1;
     while (exponent > 0 &&
            !(survive_scaling(values, -exponent) && survive_scaling(companions, -exponent))) {
+        stop_point();
         --exponent;
     }
     // Scaling up cannot lose a bit of the values: the largest of them stays below 1.
     while (exponent < 0 && !survive_scaling(companions, -exponent)) {
+        stop_point();
         ++exponent;
     }
     return exponent;
 }
 
 double chain_norm(std::span<const Complex> values) {
+    constexpr std::size_t piece = 65536; // a millisecond or two
     double norm = 0;
-    for (const Complex value : values) {
-        norm = hypotenuse(norm, hypotenuse(value));
+    while (!values.empty()) {
+        for (const Complex value : values.first(std::min(piece, values.size()))) {
+            norm = hypotenuse(norm, hypotenuse(value));
+        }
+        values = values.subspan(std::min(piece, values.size()));
+        stop_point();
     }
     return norm;
 }

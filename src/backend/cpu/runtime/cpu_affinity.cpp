@@ -2,6 +2,7 @@
 #include "tessaline/backend/cpu/cpu_affinity.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <new>
 #include <numeric>
@@ -17,12 +18,16 @@ namespace {
 // Beyond this many CPUs no larger set is tried.
 constexpr std::size_t most_cpus = 1048576;
 
-// The C library reads files for this number, so it is asked once.
+// The C library reads files for this number, so it is asked once, or once for each thread that
+// comes first. The guard of a static object would be held for ever in a child forked meanwhile.
 std::size_t configured_cpu_count() {
-    static const std::size_t count = [] {
+    static constinit std::atomic<std::size_t> known{0};
+    std::size_t count = known.load(std::memory_order_relaxed);
+    if (count == 0) {
         const long configured = sysconf(_SC_NPROCESSORS_CONF);
-        return configured > 0 ? static_cast<std::size_t>(configured) : std::size_t{1};
-    }();
+        count = configured > 0 ? static_cast<std::size_t>(configured) : std::size_t{1};
+        known.store(count, std::memory_order_relaxed);
+    }
     return count;
 }
 

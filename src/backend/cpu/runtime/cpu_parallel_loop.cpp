@@ -157,6 +157,7 @@ void CpuRuntimeContext::run_chunks(std::size_t first, std::size_t last, std::siz
     const bool serial =
         options_.thread_count < 2 || count == 1 || work < options_.min_parallel_work;
     if (parallel_depth > 0) {
+        DefaultFloatingEnvironment::restore_default(); // a worker has no modes to keep
         body(first, last);
     } else if (!serial) {
         run_on_workers(first, count, body);

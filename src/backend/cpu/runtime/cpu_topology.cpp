@@ -5,10 +5,12 @@
 #include "tessaline/backend/cpu/cpu_affinity.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <memory>
 #include <new>
 #include <numeric>
 #include <optional>
@@ -154,16 +156,23 @@ CpuTopology discover_cpu_topology(const std::filesystem::path& node_directory,
 }
 
 CpuTopology discover_cpu_topology() {
+    // The library grows its paths by floating arithmetic, which a caller may have set to trap.
+    const DefaultFloatingEnvironment environment;
     return discover_cpu_topology("/sys/devices/system/node", allowed_logical_cpus());
 }
 
 const CpuTopology& system_cpu_topology() {
-    static const CpuTopology topology = [] {
-        // The library grows its paths by floating arithmetic, which a caller may have set to trap.
-        const DefaultFloatingEnvironment environment;
-        return discover_cpu_topology();
-    }();
-    return topology;
+    // Threads that come first together may both discover it. The guard of a static object would be
+    // held for ever in a child that is forked meanwhile.
+    static constinit std::atomic<const CpuTopology*> known{nullptr};
+    const CpuTopology* topology = known.load(std::memory_order_acquire);
+    if (topology == nullptr) {
+        auto discovered = std::make_unique<const CpuTopology>(discover_cpu_topology());
+        if (known.compare_exchange_strong(topology, discovered.get(), std::memory_order_acq_rel)) {
+            topology = discovered.release(); // lives as long as the process
+        }
+    }
+    return *topology;
 }
 
 } // namespace Tessaline

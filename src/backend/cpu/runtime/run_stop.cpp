@@ -2,6 +2,7 @@
 #include "backend/cpu/runtime/run_stop.h"
 
 #include "backend/cpu/runtime/stop_point.h"
+#include "execution/default_floating_environment.h"
 #include "tessaline/catalogue/errors.h"
 
 #include <algorithm>
@@ -43,6 +44,9 @@ void RunStop::check() {
     if (stopped_.load(std::memory_order_relaxed) || token_.stop_requested()) {
         throw OperationStopped();
     }
+    if (outer_ != nullptr) {
+        outer_->check();
+    }
     if (interrupt_ && std::this_thread::get_id() == caller_) {
         ask_caller();
     }
@@ -69,6 +73,8 @@ void RunStop::ask_caller() {
     {
         const Scope none(nullptr); // for the operations that it may run
         interrupt_();
+        // It may have set modes of its own, and the step goes on.
+        DefaultFloatingEnvironment::restored_within_scope();
     }
     const std::int64_t end = coarse_nanoseconds();
     next_question_ = end + std::clamp(times_away * (end - start), shortest, longest);

@@ -44,7 +44,7 @@ class RunStop {
         RunStop* const outer_;
     };
 
-    /// Raises OperationStopped where the run is to end. On the calling thread it also asks the
+    /// Raises OperationStopped where the run, or one that it is nested in, is to end. On the calling thread it also asks the
     /// interrupt function when its time has come, and raises what that raises.
     void check();
 
@@ -61,6 +61,7 @@ class RunStop {
     const std::stop_token& token_;
     const std::function<void()>& interrupt_;
     const Interval interval_;
+    RunStop* const outer_ = current(); ///< of the run that this one is nested in
     const std::thread::id caller_ = std::this_thread::get_id();
     std::atomic<bool> stopped_{false};
     int stop_points_without_clock_ = 2; ///< that are still to come

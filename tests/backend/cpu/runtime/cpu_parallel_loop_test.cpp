@@ -191,13 +191,18 @@ TEST(ParallelForChunks, ComputesInTheDefaultFloatingPointEnvironment) {
         std::atomic<int> rounding_to_nearest{0};
         for (int loop = 0; loop < 3; ++loop) {
             runtime.parallel_for_chunks(0, 2, 1, [&](std::size_t, std::size_t) {
-                rounding_to_nearest += std::fegetround() == FE_TONEAREST;
-                std::fesetround(FE_DOWNWARD); // does not reach the next loop
+                const auto count = [&](std::size_t, std::size_t) {
+                    rounding_to_nearest += std::fegetround() == FE_TONEAREST;
+                };
+                count(0, 1);
+                std::fesetround(FE_DOWNWARD); // reaches neither an inner loop nor the next one
+                runtime.parallel_for_chunks(0, 2, 1, count);
+                std::fesetround(FE_DOWNWARD);
             });
         }
         EXPECT_EQ(std::fegetround(), FE_UPWARD);
         std::fesetenv(&before);
-        EXPECT_EQ(rounding_to_nearest, 3 * threads);
+        EXPECT_EQ(rounding_to_nearest, 2 * 3 * threads);
     }
 }
 
