@@ -44,6 +44,7 @@ SchurForm::SchurForm(std::vector<Complex> matrix, std::size_t order)
     : n(order),
       H(std::move(matrix)),
       Z(order * order) {
+    stop_point(); // the memory of a large matrix takes its time
     for (std::size_t i = 0; i < n; ++i) {
         Z[i * n + i] = 1;
     }

@@ -164,6 +164,7 @@ void solve_complex_eigen(DenseComplexIntlvMatrixView<const std::complex<T>> A,
     if (!are_finite(input)) {
         throw_solver_failure("input contains a non-finite value");
     }
+    stop_point();
     EigenSolver<T>(std::move(input), n, scale).solve(result.eigenvalues(), result.eigenvectors());
 }
 

@@ -6,6 +6,7 @@
 #include "backend/cpu/floating/operands.h"
 #include "backend/cpu/floating/structured_operand.h"
 #include "backend/cpu/lu/pivot_magnitude.h"
+#include "backend/cpu/runtime/stop_point.h"
 #include "tessaline/catalogue/errors.h"
 
 #include <algorithm>
@@ -29,8 +30,11 @@ void solve_general(const FloatingMatrix<const T>& A, CpuFallback::EigenvalueScal
                    EigenPairs<T>& pairs) {
     std::vector<ComplexOf<T>> embedded;
     embedded.reserve(A.rows * A.cols);
-    for (std::uint64_t index = 0; index < A.rows * A.cols; ++index) {
-        embedded.emplace_back(widened(A.data[index]));
+    for (std::uint64_t line = 0; line < A.rows; ++line) {
+        stop_point();
+        for (std::uint64_t index = line * A.cols; index < (line + 1) * A.cols; ++index) {
+            embedded.emplace_back(widened(A.data[index]));
+        }
     }
     CpuFallback::solve_complex_eigen<RealOf<T>>({embedded.data(), A.rows, A.cols, A.layout}, pairs,
                                                 scale);
