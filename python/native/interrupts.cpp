@@ -36,8 +36,13 @@ BackendExecutor::ExecutionOptions interruptible() {
 }
 
 void find_main_thread() {
-    const nb::object thread = nb::module_::import_("threading").attr("main_thread")();
-    main_thread = nb::cast<unsigned long>(thread.attr("ident"));
+    // The interpreter puts new threads first in its list, so the last is the one that started it.
+    // The module `threading` takes whichever thread first imports it for the main one.
+    PyThreadState* thread = PyInterpreterState_ThreadHead(PyInterpreterState_Get());
+    while (PyThreadState* const older = PyThreadState_Next(thread)) {
+        thread = older;
+    }
+    main_thread = thread->thread_id;
 }
 
 } // namespace Tessaline::Python

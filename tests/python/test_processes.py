@@ -109,10 +109,30 @@ LEAK = (
 SUM = "[2.0, 2.0]\n"
 
 
-def run(script, *options, **environment):
+# The module `threading` takes this thread for the main one.
+FIRST_IMPORT = """
+import _thread, time
+done = []
+def first():
+    import tessaline
+    done.append(tessaline)
+_thread.start_new_thread(first, ())
+while not done: time.sleep(0.01)
+import signal
+import numpy as np, tessaline
+heard = []
+signal.signal(signal.SIGALRM, lambda *_: heard.append(1))
+signal.setitimer(signal.ITIMER_REAL, 0.05, 0.05)
+tessaline.eig(np.random.default_rng(7).standard_normal((200, 200)))
+signal.setitimer(signal.ITIMER_REAL, 0)
+print(len(heard) > 1)  # all at once after the operation they would count as one
+"""
+
+
+def run(script, *options, before=ADD, **environment):
     paths = {"PYTHONPATH": str(PACKAGE.parent)}
     return subprocess.run(
-        [sys.executable, *options, "-c", ADD + script],
+        [sys.executable, *options, "-c", before + script],
         env={**os.environ, **paths, **environment},
         capture_output=True,
         text=True,
@@ -156,6 +176,10 @@ def run(script, *options, **environment):
 def test_process_ends_quietly(script, output):
     found = run(script)
     assert (found.returncode, found.stdout, found.stderr) == (0, output, "")
+
+
+def test_signals_are_heard_where_a_thread_imports_the_package_first():
+    assert run("", before=FIRST_IMPORT).stdout == "True\n"
 
 
 def test_leaks_are_reported_in_development_mode():
