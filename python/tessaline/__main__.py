@@ -8,6 +8,7 @@ Exit status: 0 for success, 1 where good operands have no result (a singular mat
 from __future__ import annotations
 
 import argparse
+import cmath
 import os
 import signal
 import sys
@@ -31,10 +32,11 @@ _EXTRA = {"eye": ("n",), "partial_trace_left": ("order",), "partial_trace_right"
 
 
 def main(words: Sequence[str] | None = None) -> int:
-    arguments = _parser().parse_args(words)
     try:
+        arguments = _parser().parse_args(words)
         arguments.command(arguments)
-        sys.stdout.flush()
+        if sys.stdout is not None:  # as it is where the caller closed it
+            sys.stdout.flush()
     except tessaline.Error as failure:
         return _complain(f"{failure} ({failure.reason})", _NO_RESULT)
     except MemoryError as failure:
@@ -55,7 +57,8 @@ def main(words: Sequence[str] | None = None) -> int:
 
 
 def _complain(message: str, status: int) -> int:
-    print(f"tessaline: {message}", file=sys.stderr)
+    if sys.stderr is not None:  # else print() would take the standard output
+        print(f"tessaline: {message}", file=sys.stderr)
     return status
 
 
@@ -172,9 +175,12 @@ def _operand(signature: Signature, index: int, name: str, text: str) -> Any:
 def _number(name: str, text: str) -> Any:
     for kind in (int, float, complex):
         try:
-            return kind(text)
+            number = kind(text)
         except ValueError:
-            pass
+            continue
+        if kind is not int and cmath.isinf(number) and "inf" not in text.lower():
+            raise OverflowError(f"{name} is too large")
+        return number
     raise ValueError(f"{name} must be a number, not '{text}'")
 
 

@@ -11,7 +11,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 from . import _matrix_market
-from ._dtypes import WORDS, computed_in
+from ._dtypes import bfloat16, complex32, computed_in
 
 SUFFIXES = (".npy", ".npz", ".csv", ".mtx")
 
@@ -105,13 +105,15 @@ def save(path: Path, arrays: Mapping[str, Any]) -> None:
     if suffix == ".mtx":
         _matrix_market.write(path, array)
     else:
-        rows = array.reshape(len(array), -1) if array.ndim else array.reshape(1, 1)
-        lines = [",".join(_text(value) for value in row) for row in rows.tolist()]
+        if array.size == 0:
+            raise ValueError(f"{path}: a .csv file cannot hold the shape {array.shape}")
+        rows = _matrix_market.matrix_of(array).tolist()
+        lines = [",".join(_text(value) for value in row) for row in rows]
         path.write_text("".join(f"{line}\n" for line in lines), encoding="ascii")
 
 
 def _storable(array: NDArray[Any]) -> NDArray[Any]:
-    if array.dtype.kind == "V" and array.dtype in WORDS:
+    if array.dtype in (bfloat16, complex32):
         return array.astype(computed_in(array.dtype))
     return array
 

@@ -11,6 +11,8 @@ from numpy.typing import NDArray
 
 _BANNER = "%%MatrixMarket matrix"
 _FIELDS = {"real": 1, "integer": 1, "complex": 2, "pattern": 0}
+#: Of a size; Python itself reads some thousands at most.
+_MOST_DIGITS = 100
 _SYMMETRIES = ("general", "symmetric", "skew-symmetric", "hermitian")
 
 
@@ -49,15 +51,19 @@ def _sizes(words: list[str], form: str) -> list[int]:
     for word in words:
         if not word.isdecimal():
             raise ValueError(f"the size '{word}' is no whole number")
+        if len(word) > _MOST_DIGITS:
+            raise ValueError(f"a size of {len(word)} digits does not fit into memory")
     return [int(word) for word in words]
 
 
 def _values(words: list[str]) -> NDArray[np.float64]:
     try:
-        return np.array(words, np.float64)
+        if not any("_" in word for word in words):
+            return np.array(words, np.float64)
     except ValueError:
-        wrong = next(word for word in words if not _is_number(word))
-        raise ValueError(f"'{wrong}' is no number") from None
+        pass
+    wrong = next(word for word in words if not _is_number(word))
+    raise ValueError(f"'{wrong}' is no number")
 
 
 def _is_number(word: str) -> bool:
@@ -65,14 +71,15 @@ def _is_number(word: str) -> bool:
         float(word)
     except ValueError:
         return False
-    return True
+    return "_" not in word  # which Python's numbers may have between digits
 
 
 def _numbers(values: NDArray[np.float64], parts: int) -> NDArray[Any]:
     """One number a row from rows of that many parts."""
     if parts == 0:
         return np.ones(len(values))
-    return values[:, 0] if parts == 1 else values[:, 0] + 1j * values[:, 1]
+    # Parts side by side are complex numbers; arithmetic would make NaN of an infinite part.
+    return values[:, 0] if parts == 1 else np.ascontiguousarray(values).view(complex)[:, 0]
 
 
 def _zeros(rows: int, columns: int, dtype: Any) -> NDArray[Any]:
@@ -130,9 +137,14 @@ def _mirrored(matrix: NDArray[Any], symmetry: str) -> NDArray[Any]:
     return matrix - lower if symmetry == "skew-symmetric" else matrix + lower
 
 
+def matrix_of(array: NDArray[Any]) -> NDArray[Any]:
+    """A matrix as it is, a vector as one column, a number as a matrix of order 1."""
+    return array if array.ndim == 2 else array.reshape(-1, 1)
+
+
 def write(path: Path, array: NDArray[Any]) -> None:
     """Writes a matrix, or a vector as one column, in dense form."""
-    matrix = array.reshape(len(array), -1) if array.ndim else array.reshape(1, 1)
+    matrix = matrix_of(array)
     complex_values = matrix.dtype.kind == "c"
     with path.open("w", encoding="ascii") as lines:
         lines.write(f"{_BANNER} array {'complex' if complex_values else 'real'} general\n")

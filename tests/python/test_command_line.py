@@ -71,6 +71,7 @@ def command(
         ("partial_trace_left a.csv 1", [[7]]),
         ("eye 2 --dtype complex64", [[1, 0], [0, 1]]),
         ("conjugate c.csv", [1 - 2j, 3]),
+        ("conjugate c.csv --dtype complex32", [1 - 2j, 3]),
         ("sum b.csv", 14),
         ("vector_equal b.csv row.csv", True),
         ("eigvalsh singular.npy", [0, 2]),
@@ -115,6 +116,9 @@ def test_several_results_go_into_an_archive_by_name(command: Command) -> None:
         ("run eig a.npy -o out.npy", 2, "out.npy: 2 arrays need an .npz file"),
         ("run sum b.csv -o none/out.npy", 2, "none/out.npy: No such file"),
         ("run add b.csv", 2, "add takes x, y; 1 given"),
+        ("run eye 0 -o out.csv", 2, "out.csv: a .csv file cannot hold the shape (0, 0)"),
+        ("run scale b.csv 1e400", 2, "factor is too large"),
+        (f"run matrix_power a.npy {'9' * 5000}", 2, "exponent is too large"),
         ("run scale b.csv two", 2, "factor must be a number, not 'two'"),
         ("run sum b.csv --dtype float31", 2, "'float31' is no dtype"),
         ("run sum integers.npy", 2, "x is int64, which no operation computes in; give --dtype"),
@@ -149,23 +153,32 @@ def test_the_catalogue_and_the_build_are_told(command: Command) -> None:
     assert status == 0 and tessaline.__version__ in output
 
 
+@pytest.mark.parametrize("place", ["tessaline.sum", "argparse.ArgumentParser.parse_args"])
 def test_an_interrupt_ends_without_a_traceback(
-    command: Command, monkeypatch: pytest.MonkeyPatch
+    command: Command, monkeypatch: pytest.MonkeyPatch, place: str
 ) -> None:
     def interrupted(*operands: object, **options: object) -> None:
         raise KeyboardInterrupt
 
-    monkeypatch.setattr(tessaline, "sum", interrupted)
+    monkeypatch.setattr(place, interrupted)
     assert command("run", "sum", "b.csv") == (130, "", "")
 
 
-def test_a_process_of_its_own_ends_cleanly(command: Command) -> None:
+@pytest.mark.parametrize("closes_output", [False, True])
+def test_a_process_of_its_own_ends_cleanly(command: Command, closes_output: bool) -> None:
     # The native module complains at exit about objects that it still holds.
     words = [sys.executable, "-m", "tessaline", "run", "solve", "a.npy", "b.csv"]
     folder = str(Path(tessaline.__file__).resolve().parents[1])
     environment = {**os.environ, "PYTHONPATH": folder}
-    outcome = subprocess.run(words, capture_output=True, text=True, env=environment)
-    assert (outcome.returncode, outcome.stdout, outcome.stderr) == (0, "[1. 2.]\n", "")
+    outcome = subprocess.run(
+        words,
+        capture_output=True,
+        text=True,
+        env=environment,
+        preexec_fn=(lambda: os.close(1)) if closes_output else None,
+    )
+    printed = "" if closes_output else "[1. 2.]\n"
+    assert (outcome.returncode, outcome.stdout, outcome.stderr) == (0, printed, "")
 
 
 @pytest.mark.parametrize(
@@ -175,6 +188,8 @@ def test_a_process_of_its_own_ends_cleanly(command: Command) -> None:
         ("coordinate integer symmetric\n2 2 2\n1 1 3\n2 1 4\n", [[3, 4], [4, 0]]),
         ("coordinate pattern general\n1 2 1\n1 2\n", [[0, 1]]),
         ("coordinate complex hermitian\n2 2 2\n1 1 1 0\n2 1 0 5\n", [[1, -5j], [5j, 0]]),
+        ("coordinate complex general\n1 1 1\n1 1 1 inf\n", [[complex(1, np.inf)]]),
+        ("array real general\n0 0\n", np.zeros((0, 0))),
         ("array real symmetric\n2 2\n1\n2\n3\n", [[1, 2], [2, 3]]),
         ("array real skew-symmetric\n2 2\n2\n", [[0, -2], [2, 0]]),
         ("array real general\n2 3\n1 2 3 4 5 6\n", [[1, 3, 5], [2, 4, 6]]),
@@ -183,6 +198,9 @@ def test_a_process_of_its_own_ends_cleanly(command: Command) -> None:
 def test_matrix_market_forms(tmp_path: Path, text: str, expected: object) -> None:
     path = tmp_path / "x.mtx"
     path.write_text(f"%%MatrixMarket matrix {text}", encoding="latin-1")
+    matrix = _matrix_market.read(path)
+    assert np.array_equal(matrix, expected)
+    _matrix_market.write(path, matrix)
     assert np.array_equal(_matrix_market.read(path), expected)
 
 
@@ -200,6 +218,8 @@ def test_matrix_market_forms(tmp_path: Path, text: str, expected: object) -> Non
         (f"%%MatrixMarket matrix coordinate real general\n{10**30} 1 0\n", "does not fit into mem"),
         ("%%MatrixMarket matrix coordinate real general\n1 1 2\n1 1 5\n", "2 entries were"),
         ("%%MatrixMarket matrix array real general\n1 1\nx\n", "'x' is no number"),
+        ("%%MatrixMarket matrix array real general\n1 1\n1_0\n", "'1_0' is no number"),
+        (f"%%MatrixMarket matrix array real general\n1 {'9' * 5000}\n", "a size of 5000 digits"),
         ("%%MatrixMarket matrix array real general\n1 -1\n", "size '-1' is no whole number"),
         (f"%%MatrixMarket matrix array real general\n{10**9} {10**9}\n1\n", "0 belong there"),
         ("%%MatrixMarket matrix array real general\n1\n", "ends before the line of sizes"),
