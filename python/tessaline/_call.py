@@ -11,7 +11,7 @@ import numpy as np
 
 from ._context import Context, check_writable, current_context
 from ._dtypes import Dtype
-from ._operands import Array, is_masked, make_ready
+from ._operands import Array, make_ready, refuse_mask
 from ._signatures import INPUT, OUTPUT, Signature
 
 
@@ -21,8 +21,7 @@ def check_output(
     """`out` itself, if a result of this shape and dtype can be written into its memory."""
     if not isinstance(out, np.ndarray):
         raise TypeError(f"{name}: {label} must be a NumPy array, not {type(out).__name__}")
-    if is_masked(type(out)):
-        raise TypeError(f"{name}: {label} is masked, and no operation knows masks")
+    refuse_mask(name, label, type(out), ".data")
     if out.dtype != dtype:
         raise TypeError(f"{name}: {label} is {out.dtype}, the result is {dtype}")
     if out.shape != shape:
@@ -32,18 +31,17 @@ def check_output(
 
 
 def refuse_overlap(
-    name: str, out: Array, others: Sequence[Array], elementwise: bool, label: str = "out"
+    name: str, out: Array, other: Array, operand: str, in_place: bool = False, label: str = "out"
 ) -> None:
     """Refuses a result over memory that holds something else, where the package copies it there.
 
     Where the runtime writes it, the runtime refuses. Everything here is contiguous, so the
     comparison of bounds is exact.
     """
-    for other in others:
-        if np.may_share_memory(out, other):
-            same = out.shape == other.shape and out.ctypes.data == other.ctypes.data
-            if not (elementwise and same):
-                raise ValueError(f"{name}: {label} overlaps an operand of the call")
+    if np.may_share_memory(out, other):
+        same = out.shape == other.shape and out.ctypes.data == other.ctypes.data
+        if not (in_place and same):
+            raise ValueError(f"{name}: {label} overlaps {operand}")
 
 
 def outputs_for(

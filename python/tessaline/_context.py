@@ -15,9 +15,10 @@ from typing import Any, Literal, SupportsIndex, get_args
 import numpy as np
 
 from . import _native
-from ._dtypes import INEXACT, WORDS, Dtype, from_word
+from ._dtypes import WORDS, Dtype, bfloat16, complex32, from_word
 from ._errors import Error, UnsupportedError, error_from
 from ._native import NativeError
+from ._operands import refuse_mask
 from ._signatures import OUTPUT, SIGNATURES, Shape, Signature
 
 Policy = Literal["disabled", "auto", "strict"]
@@ -59,20 +60,26 @@ def check_writable(name: str, label: str, array: np.ndarray[Any, Any]) -> None:
                 raise ValueError(f"{name}: {label} {fault}, so the result cannot be written there")
 
 
-def _check_output(name: str, label: str, output: Any) -> None:
-    """Refuses what a result cannot be written into. Structured operands of the module pass."""
-    if isinstance(output, np.ndarray):
-        check_writable(name, label, output)
-    elif not isinstance(output, (_native.LUOperand, _native.EigenOperand)):
-        raise TypeError(f"{name}: {label} must be a NumPy array, not {type(output).__name__}")
+def _check_kind(name: str, label: str, operand: Any, remedy: str) -> None:
+    """Refuses what is neither an array without a mask nor a structured operand of the module."""
+    if isinstance(operand, np.ndarray):
+        refuse_mask(name, label, type(operand), remedy)
+    elif not isinstance(operand, (_native.LUOperand, _native.EigenOperand)):
+        raise TypeError(f"{name}: {label} must be a NumPy array, not {type(operand).__name__}")
 
 
-def _check_dtype(name: str, label: str, operand: Any) -> None:
-    """Refuses an array that the native module takes for no array of numbers."""
-    if isinstance(operand, np.ndarray) and operand.dtype not in INEXACT:
-        dtype = operand.dtype
-        if not (dtype.isbuiltin == 1 and dtype.kind in "biufc"):
-            raise TypeError(f"{name}: {label} is {dtype}, which no operation takes")
+def _check_array(name: str, label: str, operand: Any) -> None:
+    """Refuses an array that the native module does not take, whatever the operation."""
+    if not isinstance(operand, np.ndarray):
+        return
+    dtype, flags = operand.dtype, operand.flags
+    if dtype not in WORDS and dtype.kind != "b":
+        raise TypeError(f"{name}: {label} is {dtype}, which no operation takes")
+    # The module copies an array of another order, but not one of a dtype foreign to NumPy.
+    if dtype in (bfloat16, complex32) and not flags.c_contiguous:
+        raise ValueError(f"{name}: {label} is {dtype} and not C-contiguous")
+    if flags.c_contiguous and not flags.aligned:
+        raise ValueError(f"{name}: {label} is not aligned")
 
 
 def default_catalogue() -> Any:
@@ -92,7 +99,10 @@ def _catalogue_with(plugins: Iterable[str]) -> Any:
         try:
             builder.load_plugin(plugin)
         except RuntimeError as failure:
-            raise error_from("load_plugin", failure) or failure from None
+            error = error_from("load_plugin", failure)
+            if error is None:
+                raise
+            raise error from None
     return builder.build()
 
 
@@ -169,15 +179,15 @@ class Context:
         pinning_policy: Policy = "disabled",
         numa_policy: Policy = "auto",
         catalogue: Any = None,
-        plugins: Iterable[str | os.PathLike[str]] = (),
+        plugins: Iterable[str | bytes | os.PathLike[str]] = (),
     ) -> None:
         _require_words(pinning_policy=pinning_policy, numa_policy=numa_policy)
         if not isinstance(catalogue, (_native._Catalogue, type(None))):
             raise TypeError(f"Context: catalogue is no catalogue but {type(catalogue).__name__}")
-        if isinstance(plugins, (str, os.PathLike)):
+        if isinstance(plugins, (str, bytes, os.PathLike)):
             raise TypeError("Context: plugins is a sequence of files")
         # A bare name would be searched in the folders of system libraries.
-        self._plugins = tuple(os.path.abspath(plugin) for plugin in plugins)
+        self._plugins = tuple(os.path.abspath(os.fsdecode(plugin)) for plugin in plugins)
         if self._plugins:
             if catalogue is not None:
                 raise TypeError("Context: give either a catalogue or plugins, not both")
@@ -289,7 +299,10 @@ class Context:
         try:
             storage, _ = self._native._result_policy(signature.id, described, shape)
         except NativeError as failure:
-            raise error_from(signature.id, failure) or failure from None
+            error = error_from(signature.id, failure)
+            if error is None:
+                raise
+            raise error from None
         return (from_word(storage),)
 
     def _infer_several(self, signature: Signature, inputs: tuple[Dtype, ...]) -> tuple[Dtype, ...]:
@@ -323,20 +336,24 @@ class Context:
         if identifier is None:
             identifier = self._ids[operation] = operation_id(operation, self.catalogue)
         outputs = out if isinstance(out, tuple) else (out,)
-        bindings = {
-            index: np.asarray(operand) if isinstance(operand, np.generic) else operand
-            for index, operand in enumerate(inputs)
-        }
+        bindings = {}
+        for index, operand in enumerate(inputs):
+            operand = np.asarray(operand) if isinstance(operand, np.generic) else operand
+            _check_kind(operation, f"input {index}", operand, ".filled(value)")
+            bindings[index] = operand
         for index, output in enumerate(outputs):
-            _check_output(operation, f"output {index}", output)
+            label = f"output {index}"
+            _check_kind(operation, label, output, ".data")
+            if isinstance(output, np.ndarray):
+                check_writable(operation, label, output)
             bindings[OUTPUT + index] = output
         try:
             self._execute(identifier, bindings, dict.fromkeys(bindings, "host"))
-        except Error:
+        except (Error, ValueError):
             # Asked now, since a call that succeeds is worth its time.
             for role, operand in bindings.items():
                 label = f"input {role}" if role < OUTPUT else f"output {role - OUTPUT}"
-                _check_dtype(operation, label, operand)
+                _check_array(operation, label, operand)
             raise
         return out
 

@@ -119,7 +119,7 @@ class LUFactor:
             raise ValueError(f"solve: b has shape {rhs.shape}, the matrix is of order {self.size}")
         if out is not None:
             check_output("solve", out, rhs.shape, self.dtype)
-            refuse_overlap("solve", out, (rhs,), elementwise=True)
+            refuse_overlap("solve", out, rhs, "b", in_place=True)
         context = self._context if context is None else current_context(context)
         if rhs.ndim == 1:
             result = np.empty_like(rhs) if out is None else out
@@ -232,6 +232,8 @@ def solve(
     if isinstance(a, LUFactor):
         return a.solve(b, out=out, dtype=dtype, context=context)
     matrix, rhs = make_ready("solve", _SOLVE.names, (a, b), dtype)
+    if isinstance(out, np.ndarray):
+        refuse_overlap("solve", out, matrix, "a")
     return lu_factor(matrix, context=context).solve(rhs, out=out)
 
 
@@ -316,7 +318,9 @@ def eig(
             raise TypeError("eig: out must be a tuple of 2 arrays")
         check_output("eig", out[0], (n,), result, "out[0]")
         check_output("eig", out[1], (n, n), result, "out[1]")
-        refuse_overlap("eig", out[0], out[1:], False, "out[0]")
+        refuse_overlap("eig", out[0], out[1], "out[1]", label="out[0]")
+        for i in (0, 1):
+            refuse_overlap("eig", out[i], array, "a", label=f"out[{i}]")
         outputs = out
     operand: Any = _native.EigenOperand(n, dtype=WORDS[result][0])
     context._run(_EIG, {INPUT: array, OUTPUT: operand})

@@ -94,15 +94,25 @@ for _class in (Error, NumericalError, *_CLASSES.values()):
     _class.__module__ = "tessaline"  # where people catch them, and where a traceback names them
 
 
+def _is_from_python(failure: Exception) -> bool:
+    """Whether a failure came from beyond the frame that called the native module and caught it."""
+    traceback = failure.__traceback__
+    return traceback is not None and traceback.tb_next is not None
+
+
 def error_from(operation: str, failure: Exception) -> Error | None:
     """The error for people that a failure of the native module becomes.
 
-    None for a refusal of wrong arguments, which people can read as it is.
+    None for a refusal of wrong arguments, which people can read as it is, and for what a handler
+    of a signal raised during the call.
     """
+    if _is_from_python(failure):
+        return None
     message = str(failure)
     known = dict(vars(failure))
-    own = known.pop("reason", _NO_REASON)
-    reason = next((word for text, word in _REASONS.items() if text in message), own)
+    reason = known.pop("reason", _NO_REASON)
+    if operation.startswith("tessaline."):  # plugins may say what they like
+        reason = next((word for text, word in _REASONS.items() if text in message), reason)
     if reason == _NO_REASON and not isinstance(failure, RuntimeError):
         return None
     error = _CLASSES.get(reason, Error)(

@@ -221,7 +221,7 @@ def matrix_power(
     if power <= _EXPONENT_LIMIT:
         _native_power(context, array, power, result)
     else:
-        refuse_overlap("matrix_power", result, (array,), elementwise=False)
+        refuse_overlap("matrix_power", result, array, "a")
         with np.errstate(over="ignore"):
             result[...] = _large_power(context, array, power)
     return result

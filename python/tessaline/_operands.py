@@ -4,6 +4,7 @@
 from __future__ import annotations
 
 import math
+from collections import UserList, deque
 from collections.abc import Sequence
 from numbers import Number
 from typing import Any
@@ -11,13 +12,15 @@ from typing import Any
 import numpy as np
 from numpy.typing import NDArray
 
-from ._dtypes import INEXACT, Dtype, is_complex
+from ._dtypes import INEXACT, Dtype, bfloat16, component_of, computed_in, is_complex
 from ._signatures import Signature
 
 Array = NDArray[Any]
 
 #: Of an array, and so the depth of lists that stand for one.
 _MOST_AXES = 64
+#: What NumPy makes an array of, element by element.
+_SEQUENCES = (list, tuple, deque, UserList)
 _NUMBERS = frozenset((bool, int, float, complex))
 _KNOWN_NUMBERS = (float, complex, np.generic, np.ndarray)
 #: What NumPy makes of Python's own numbers: such operands follow the dtype of the others.
@@ -33,13 +36,7 @@ def numeric_dtype(dtype: Any, name: str) -> Dtype:
     return wanted
 
 
-def _refuse_mask(name: str, operand: str) -> None:
-    raise TypeError(
-        f"{name}: {operand} is masked, and no operation knows masks; pass {operand}.filled(value)"
-    )
-
-
-def is_masked(kind: type) -> bool:
+def _is_masked(kind: type) -> bool:
     # NumPy loads the module of masked arrays when it is first asked for.
     return (
         kind is not np.ndarray
@@ -48,13 +45,21 @@ def is_masked(kind: type) -> bool:
     )
 
 
+def refuse_mask(name: str, label: str, kind: type, remedy: str) -> None:
+    """Refuses an array of a class that has masks."""
+    if _is_masked(kind):
+        raise TypeError(
+            f"{name}: {label} is masked, and no operation knows masks; pass its {remedy}"
+        )
+
+
 def _holds_masked(values: Any, depth: int) -> bool:
     """Whether a masked array lies in nested sequences, whose conversion drops masks."""
     kinds = set(map(type, values))
     if kinds <= _NUMBERS or not depth:
         return False
-    nested = [each for each in values if isinstance(each, (list, tuple))]
-    return any(map(is_masked, kinds)) or any(_holds_masked(each, depth - 1) for each in nested)
+    nested = [each for each in values if isinstance(each, _SEQUENCES)]
+    return any(map(_is_masked, kinds)) or any(_holds_masked(each, depth - 1) for each in nested)
 
 
 def plain_array(name: str, operand: str, value: Any) -> Array:
@@ -62,12 +67,11 @@ def plain_array(name: str, operand: str, value: Any) -> Array:
 
     Raises TypeError for masked arrays, also inside lists.
     """
-    if isinstance(value, (list, tuple)) and _holds_masked(value, _MOST_AXES):
-        _refuse_mask(name, operand)
+    if isinstance(value, _SEQUENCES) and _holds_masked(value, _MOST_AXES):
+        refuse_mask(name, operand, np.ma.MaskedArray, ".filled(value)")
     array = np.asanyarray(value)
     if type(array) is not np.ndarray:
-        if is_masked(type(array)):
-            _refuse_mask(name, operand)
+        refuse_mask(name, operand, type(array), ".filled(value)")
         return np.asarray(array)
     return array
 
@@ -151,18 +155,57 @@ def _rounded(name: str, operand: str, value: Any) -> float:
     return rounded
 
 
-def _number_array(name: str, operand: str, value: Any) -> Array:
-    """A number of any kind as an array of rank 0, in a dtype that holds it."""
-    # NumPy would keep integers beyond 64 bits, fractions and decimal numbers as objects.
+def _is_foreign(value: Any) -> bool:
+    """Whether NumPy would keep a number as an object: large integers, fractions, decimals."""
     if isinstance(value, int):
-        if not -(2**63) <= value < 2**64:
-            value = _rounded(name, operand, value)
-    elif not isinstance(value, _KNOWN_NUMBERS) and isinstance(value, Number):
+        return not -(2**63) <= value < 2**64
+    return not isinstance(value, _KNOWN_NUMBERS) and isinstance(value, Number)
+
+
+def _number_array(name: str, operand: str, value: Any) -> Array:
+    """A number of any kind as an array of rank 0, in a dtype that holds it but for its last bits."""
+    if _is_foreign(value):
         value = _rounded(name, operand, value)
     array = plain_array(name, operand, value)
     if array.shape:
         raise ValueError(f"{name}: {operand} has shape {array.shape}, it must be a single number")
     return array
+
+
+def _to_odd(value: Any, kind: Any) -> Any:
+    """A real number in a floating type, where it is inexact as the neighbour with an odd last bit.
+
+    To round that once more, to a type two bits narrower or more, is to round `value` itself.
+    """
+    nearest = kind(float(value))
+    found = float(nearest)
+    if found == value or not math.isfinite(found) or nearest.view(f"i{nearest.itemsize}") & 1:
+        return nearest
+    return np.nextafter(nearest, kind(math.inf if found < value else -math.inf))
+
+
+def _rounded_once(exact: Any, dtype: Dtype) -> Array:
+    """A number in a dtype of the package, rounded to nearest as if no type lay between."""
+    component = component_of(dtype)
+    parts = (exact.real, exact.imag) if is_complex(dtype) else (exact,)
+    if component.itemsize < 8:
+        parts = tuple([_to_odd(part, np.float64) for part in parts])
+    if component == bfloat16:
+        # Its conversions pass through float32.
+        parts = tuple([_to_odd(float(part), np.float32) for part in parts])
+    rounded = np.array([float(part) for part in parts]).astype(component)
+    return rounded.view(dtype).reshape(())
+
+
+def _stored(number: Any, array: Array, dtype: Dtype) -> Array:
+    """A number, which NumPy makes `array` of, in a dtype of the package."""
+    if _is_foreign(number):
+        return _rounded_once(number, dtype)
+    # NumPy's own conversions to 32 bits and more round once, those to fewer mostly twice.
+    if component_of(dtype).itemsize > 2:
+        return array.astype(dtype)
+    wide = array.astype(computed_in(array.dtype)) if array.dtype in INEXACT else array
+    return _rounded_once(wide.item(), dtype)
 
 
 def with_number(signature: Signature, x: Any, number: Any, dtype: Any) -> tuple[Array, Array]:
@@ -183,8 +226,8 @@ def with_number(signature: Signature, x: Any, number: Any, dtype: Any) -> tuple[
     if array.dtype == vector.dtype:
         return vector, array
     require_fitting(name, operand, array.dtype, vector.dtype)
-    with np.errstate(over="ignore"):
-        stored = array.astype(vector.dtype)
+    with np.errstate(over="ignore", under="ignore"):
+        stored = _stored(number, array, vector.dtype)
     if not np.isfinite(stored) and np.isfinite(array):
         raise OverflowError(f"{name}: {operand} {number!s} is out of the range of {vector.dtype}")
     return vector, stored

@@ -116,7 +116,7 @@ def conjugate(
         result = array.copy()
     else:
         result = check_output("conjugate", out, array.shape, array.dtype)
-        refuse_overlap("conjugate", result, (array,), elementwise=True)
+        refuse_overlap("conjugate", result, array, "x", in_place=True)
         np.copyto(result, array)
     context._run(_CONJUGATE, {OUTPUT: result})
     return result
@@ -196,7 +196,7 @@ def norm(
     component = component_of(array.dtype)
     if out is not None:
         check_output("norm", out, (), component)
-        refuse_overlap("norm", out, (array,), elementwise=False)
+        refuse_overlap("norm", out, array, "x")
     # The runtime's scalar is complex, with an imaginary part of 0.
     native = np.empty((), array.dtype)
     call(_NORM, (array,), out=native, context=context)

@@ -10,6 +10,7 @@ import pickle
 import re
 import resource
 import threading
+from collections import deque
 from collections.abc import Iterator
 from decimal import Decimal
 from fractions import Fraction
@@ -211,6 +212,29 @@ def test_untyped_numbers_follow_the_arrays_beside_them() -> None:
     assert tessaline.add(single, np.ones(2, int), dtype=complex).dtype == np.complex128
     assert tessaline.matrix_power(np.eye(2), np.array(5)).tolist() == [[1, 0], [0, 1]]
     assert tessaline.norm(np.array([3, 4j])) == 5
+    with np.errstate(all="raise"):
+        assert tessaline.scale(single, 1e-300).tolist() == [0, 0]
+
+
+@pytest.mark.parametrize(
+    ("dtype", "number", "expected"),
+    [
+        ("float32", 2**70 + 2**46 + 1, 2**70 + 2**47),
+        ("float32", Fraction(2**64 + 2**40 - 1, 2**40), 2**24),
+        ("float32", Decimal(2**25 + 1) - Decimal("1e-20"), 2**25),
+        ("complex64", 2**70 + 2**46 + 1, 2**70 + 2**47),
+        ("float16", 2**15 + 2**4 + Fraction(1, 2**60), 2**15 + 2**5),
+        ("float16", -(2**14) - 2**3 - 2.0**-30, -(2**14) - 2**4),
+        ("bfloat16", 1 + 2**-8 + 2**-40, 1 + 2**-7),
+        ("bfloat16", 2**40 + 2**32 + 1, 2**40 + 2**33),
+        ("bfloat16", 1 + 3 * 2**-8 - 2**-40, 1 + 2**-7),
+        ("complex32", 1 + 2**-11 + 2**-40, 1 + 2**-10),
+        ("complex32", complex(3, -1 - 2**-11 - 2**-40), complex(3, -1 - 2**-10)),
+    ],
+)
+def test_numbers_are_rounded_once(dtype: str, number: Any, expected: complex) -> None:
+    ones = np.ones(1, tessaline._dtypes.from_word(dtype))
+    assert wide(tessaline.scale(ones, number))[0] == expected
 
 
 def test_results_may_overwrite_an_operand_where_that_is_safe() -> None:
@@ -230,7 +254,7 @@ def test_results_may_overwrite_an_operand_where_that_is_safe() -> None:
 def refusals() -> list[Any]:
     t, f4, f8 = tessaline, np.float32, np.float64
     x, m = np.ones(2), np.eye(2)
-    memory, z = np.ones(9), np.ones(9, complex)
+    memory, z, zm = np.ones(9), np.ones(9, complex), np.eye(2, dtype=complex)
     read_only = np.ones(2)
     read_only.flags.writeable = False
     masked = np.ma.masked_array(x)
@@ -259,6 +283,7 @@ def refusals() -> list[Any]:
         (lambda: t.matmul([(masked, x), [x, x]][0], m), TypeError, "a is masked"),
         (lambda: t.scale(x, np.ma.masked), TypeError, "factor is masked"),
         (lambda: t.solve(factor(), masked), TypeError, "b is masked"),
+        (lambda: t.add(deque([1, np.ma.masked]), x), TypeError, "x is masked"),
         (lambda: t.add(x, x, out=masked), TypeError, "out is masked"),
         (lambda: t.add(x, np.ones(3)), ValueError, r"takes x\(n\), y\(n\) -> \(n\)"),
         (lambda: t.add(m, m), ValueError, r"x \(2, 2\)"),
@@ -279,7 +304,7 @@ def refusals() -> list[Any]:
         (lambda: t.matmul(m, m + 0, out=m), ValueError, "^matmul: out overlaps a$"),
         (lambda: t.add(memory[4:8], memory[:4], out=memory[1:5]), ValueError, "out overlaps x$"),
         (lambda: t.matrix_power(m, 2, out=m), ValueError, "out overlaps a"),
-        (lambda: t.matrix_power(m, 2**40, out=m), ValueError, "out overlaps"),
+        (lambda: t.matrix_power(m, 2**40, out=m), ValueError, "out overlaps a$"),
         (lambda: t.sum(memory, out=memory[3:4].reshape(())), ValueError, "out overlaps x"),
         (lambda: t.eigh(m, out=m), TypeError, "tuple of 2 arrays"),
         (
@@ -288,8 +313,11 @@ def refusals() -> list[Any]:
             r"out\[1\] overlaps out\[0\]",
         ),
         (lambda: t.eig(m, out=(z[:2], z[1:5].reshape(2, 2))), ValueError, r"out\[0\] overlaps"),
-        (lambda: t.conjugate(z[:4], out=z[1:5]), ValueError, "out overlaps"),
-        (lambda: t.norm(z, out=z.view(f8)[:1].reshape(())), ValueError, "out overlaps"),
+        (lambda: t.eig(zm, out=(z[:2], zm)), ValueError, r"^eig: out\[1\] overlaps a$"),
+        (lambda: t.conjugate(z[:4], out=z[1:5]), ValueError, "out overlaps x$"),
+        (lambda: t.norm(z, out=z.view(f8)[:1].reshape(())), ValueError, "out overlaps x$"),
+        (lambda: t.solve(m, x, out=m[0]), ValueError, "^solve: out overlaps a$"),
+        (lambda: t.solve(m, memory[:2], out=memory[1:3]), ValueError, "out overlaps b$"),
         (lambda: t.Context(1).call("transpose", m, out=m), ValueError, "Output0 overlaps Input0"),
         (lambda: factor().solve(np.ones(3)), ValueError, r"b has shape \(3,\)"),
         (lambda: factor().solve(np.ones(2, f4)), TypeError, "a is float64 and b is float32"),
@@ -307,6 +335,8 @@ def refusals() -> list[Any]:
         (lambda: t.Context(1.5), TypeError, "integer"),
         (lambda: t.Context(os.cpu_count()), ValueError, r"\d is more than the \d+ possible here"),
         (lambda: t.Context(pinning_policy="always"), ValueError, "pinning_policy 'always' is none"),
+        (lambda: t.Context(plugins=[b"/none"]), t.Error, "native plugin '/none'"),
+        (lambda: t.Context(plugins=b"/none"), TypeError, "sequence of files"),
         (lambda: t.Context(catalogue=3), TypeError, "is no catalogue but int"),
         (
             lambda: pickle.dumps(t.Context(catalogue=t._native.ContextBuilder().build())),

@@ -37,18 +37,24 @@ def interrupt():
     raise Interrupted
 
 
+def run_late():
+    raise RuntimeError("late")
+
+
 def press_control_c():
     os.kill(os.getpid(), signal.SIGINT)
 
 
 @pytest.mark.parametrize(
-    ("handler", "error"), [(press_control_c, KeyboardInterrupt), (interrupt, Interrupted)]
+    ("handler", "error"),
+    [(press_control_c, KeyboardInterrupt), (interrupt, Interrupted), (run_late, RuntimeError)],
 )
 def test_a_signal_handler_ends_a_long_operation(handler, error):
     matrix = NOISE.standard_normal((300, 300))
     start = time.monotonic()
-    with pytest.raises(error), alarm(handler, 0.1):
+    with pytest.raises(error) as raised, alarm(handler, 0.1):
         tessaline.eig(matrix)
+    assert type(raised.value) is error
     assert time.monotonic() - start < 2, "most of the operation was still to come"
     assert tessaline.sum(np.ones(3)) == 3
 
