@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "module_facts.h"
 
+#include "execution/default_floating_environment.h"
 #include "tessaline/backend/cpu/cpu_simd.h"
 #include "tessaline/backend/cuda/cuda_device.h"
 #include "tessaline/storage/numeric_policy.h"
 
 namespace nb = nanobind;
+using namespace nb::literals;
 
 namespace Tessaline::Python {
 
@@ -35,6 +37,11 @@ nb::dict build_info() {
     return facts;
 }
 
+nb::object call_in_default_environment(nb::handle function, const nb::args& arguments) {
+    const DefaultFloatingEnvironment environment;
+    return function(*arguments);
+}
+
 } // namespace
 
 void define_numeric_policies(nb::module_& module) {
@@ -52,7 +59,9 @@ void define_machine_facts(nb::module_& module) {
             "Whether this process sees a CUDA device.")
         .def("cuda_device_count", &cuda_device_count,
              "The number of CUDA devices that this process sees.")
-        .def("build_info", &build_info, "Facts of this build.");
+        .def("build_info", &build_info, "Facts of this build.")
+        .def("_in_default_environment", &call_in_default_environment, "function"_a, "args"_a,
+             "Call a function in the floating-point environment of operations.");
 }
 
 } // namespace Tessaline::Python

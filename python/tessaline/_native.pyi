@@ -157,3 +157,6 @@ def cuda_device_count() -> int:
 
 def build_info() -> dict[str, str | int]:
     """Facts of this build."""
+
+def _in_default_environment(function: object, *args) -> object:
+    """Call a function in the floating-point environment of operations."""

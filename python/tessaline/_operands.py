@@ -12,6 +12,7 @@ from typing import Any
 import numpy as np
 from numpy.typing import NDArray
 
+from . import _native
 from ._dtypes import INEXACT, Dtype, bfloat16, component_of, computed_in, is_complex
 from ._signatures import Signature
 
@@ -83,7 +84,8 @@ def convert(name: str, operand: str, array: Array, dtype: Dtype) -> Array:
     """
     if array.dtype != dtype:
         require_fitting(name, operand, array.dtype, dtype)
-        array = array.astype(dtype, order="C")
+        # Rounding and small numbers are those of the operation, not those of the calling thread.
+        array = _native._in_default_environment(array.astype, dtype, "C")
     flags = array.flags
     if flags.carray or (flags.c_contiguous and flags.aligned):
         return array
@@ -165,7 +167,7 @@ def _is_foreign(value: Any) -> bool:
 def _number_array(name: str, operand: str, value: Any) -> Array:
     """A number of any kind as an array of rank 0, in a dtype that holds it but for its last bits."""
     if _is_foreign(value):
-        value = _rounded(name, operand, value)
+        value = _native._in_default_environment(_rounded, name, operand, value)
     array = plain_array(name, operand, value)
     if array.shape:
         raise ValueError(f"{name}: {operand} has shape {array.shape}, it must be a single number")
@@ -227,7 +229,7 @@ def with_number(signature: Signature, x: Any, number: Any, dtype: Any) -> tuple[
         return vector, array
     require_fitting(name, operand, array.dtype, vector.dtype)
     with np.errstate(over="ignore", under="ignore"):
-        stored = _stored(number, array, vector.dtype)
+        stored = _native._in_default_environment(_stored, number, array, vector.dtype)
     if not np.isfinite(stored) and np.isfinite(array):
         raise OverflowError(f"{name}: {operand} {number!s} is out of the range of {vector.dtype}")
     return vector, stored

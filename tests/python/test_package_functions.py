@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The functions of the package: values against NumPy, operands of any kind, and refusals."""
 
+import ctypes
 import doctest
 import importlib
 import inspect
@@ -571,3 +572,28 @@ TWO = {"kind": "constant", "integer": 2}
 )
 def test_formulas_read_as_mathematics(node: Any, text: str) -> None:
     assert formula(node, {(0, 0): "n", (0, 1): "m"}) == text
+
+
+def test_the_rounding_of_the_calling_thread_changes_no_bit() -> None:
+    library = ctypes.CDLL("libm.so.6")
+    a = np.arange(9.0).reshape(3, 3) / 7 + 0.1
+
+    def results() -> list[Any]:
+        return [
+            tessaline.matmul(a, a),
+            tessaline.matmul(a, a, dtype=np.float32),
+            tessaline.scale(a[0].astype(np.float16), 0.1),
+            tessaline.scale(a[0].astype(np.float32), 1 / np.sqrt(np.float64(2))),
+            tessaline.divide([1.0, 2.0], Fraction(1, 3), dtype=np.float32),
+            tessaline.eigvalsh(a + a.T),
+        ]
+
+    expected = results()
+    upward = 0x800
+    try:
+        assert library.fesetround(upward) == 0
+        found = results()
+        assert library.fegetround() == upward
+    finally:
+        library.fesetround(0)
+    assert [each.tobytes() for each in found] == [each.tobytes() for each in expected]
