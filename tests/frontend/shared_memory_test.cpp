@@ -223,9 +223,10 @@ class SharedMemoryTest : public ::testing::Test {
         execute(id, operands);
         const auto expected = output.contents();
         const std::ptrdiff_t one = output.element_size();
+        const std::ptrdiff_t last = (other.size() - 1) / one * one;
         const std::ptrdiff_t behind = (other.size() + one - 1) / one * one;
-        for (const std::ptrdiff_t shift : {-output.size(), one - output.size(), std::ptrdiff_t{0},
-                                           one, other.size() - 1, behind}) {
+        for (const std::ptrdiff_t shift :
+             {-output.size(), one - output.size(), std::ptrdiff_t{0}, one, last, behind}) {
             SCOPED_TRACE(shift);
             reset(operands);
             output.place(other.begin() + shift);
