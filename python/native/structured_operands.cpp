@@ -14,6 +14,8 @@
 #include <nanobind/stl/complex.h>
 #include <nanobind/stl/string_view.h>
 
+#include <algorithm>
+#include <memory>
 #include <stdexcept>
 #include <vector>
 
@@ -80,22 +82,31 @@ HostArray matrix_of(nb::handle array) {
     }
 }
 
+/// A copy of row-major elements, in column-major order.
+template <typename T>
+LuFactorisation factors_of(const T* elements, std::size_t order) {
+    using Borrowed =
+        std::conditional_t<is_complex_element<T>, BorrowedDenseHostComplexInterleavedMatrix<T, T>,
+                           BorrowedDenseHostRealMatrix<T, T>>;
+    return LuFactorisation::from_host_matrix(
+        Matrix(std::make_unique<Borrowed>(elements, order, order)));
+}
+
 /// A copy of a row-major matrix in the policy's compute type, in column-major order.
 template <typename Policy>
 LuFactorisation widened_copy(const HostArray& matrix, std::size_t order) {
     using Compute = typename Policy::Compute;
     const auto* source = static_cast<const typename Policy::Stored*>(matrix.data());
     const std::uint64_t count = checked_element_count(order, order);
-    const auto contents = std::make_unique<Compute[]>(count);
-    for (std::size_t i = 0; i < order; ++i) {
-        for (std::size_t j = 0; j < order; ++j) {
-            contents[i + j * order] = static_cast<Compute>(source[i * order + j]);
-        }
+    const UnlockedInterpreter unlocked;
+    if constexpr (std::is_same_v<Compute, typename Policy::Stored>) {
+        return factors_of(source, order);
+    } else {
+        const auto widened = std::make_unique_for_overwrite<Compute[]>(count);
+        std::transform(source, source + count, widened.get(),
+                       [](auto stored) { return static_cast<Compute>(stored); });
+        return factors_of<Compute>(widened.get(), order);
     }
-    return LuFactorisation::host_impl(
-        PolicyOf<Compute>::type(), order, {},
-        StorageInitialiser(make_buffer_view(BufferRole::data,
-                                            static_cast<const Compute*>(contents.get()), count)));
 }
 
 LuFactorisation lu_from_array(nb::handle array, std::string_view dtype, std::string_view compute) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessaline/frontend/lu_factorisation.h"
 
+#include "backend/cpu/simd/tables/transposed_copy.h"
 #include "frontend/null_storage.h"
 #include "tessaline/storage/storage_factory.h"
 
@@ -57,8 +58,8 @@ void copy_factors(const Matrix& source, const ErasedBufferAccess& buffers, Store
     if (source.is_col_major()) {
         std::copy_n(data, count, factors);
     } else {
-        store_transposed(
-            n, [&](auto k) { return data[k]; }, factors);
+        // Through the caches, since a factorisation reads the copy next.
+        copy_transposed(as_bits(data), n, as_bits(factors), n, n, n, BitsOf<Stored>{}, false);
     }
 }
 
