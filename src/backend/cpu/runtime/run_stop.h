@@ -44,8 +44,9 @@ class RunStop {
         RunStop* const outer_;
     };
 
-    /// Raises OperationStopped where the run, or one that it is nested in, is to end. On the calling thread it also asks the
-    /// interrupt function when its time has come, and raises what that raises.
+    /// Raises OperationStopped where the run, or one that it is nested in, is to end. On the
+    /// calling thread it also asks the interrupt function when its time has come, and raises what
+    /// that raises.
     void check();
 
     /// Whether the calling thread must come by from time to time, also while it waits.
