@@ -1,5 +1,6 @@
 """Private native implementation for tessaline"""
 
+from collections.abc import Callable
 from typing import Any, overload
 
 from numpy import int64
@@ -158,5 +159,5 @@ def cuda_device_count() -> int:
 def build_info() -> dict[str, str | int]:
     """Facts of this build."""
 
-def _in_default_environment(function: object, *args) -> object:
+def _in_default_environment(function: Callable[..., Any], *args: Any) -> Any:
     """Call a function in the floating-point environment of operations."""
