@@ -2,6 +2,7 @@
 #include "execute_operation.h"
 
 #include "array_policy.h"
+#include "borrowed_operand.h"
 #include "host_array.h"
 #include "interrupts.h"
 #include "native_errors.h"
@@ -9,9 +10,8 @@
 #include "text.h"
 #include "unlocked_interpreter.h"
 
-#include "tessaline/frontend/elements.h"
-#include "tessaline/storage/borrowed_host_entities.h"
-
+#include <array>
+#include <memory>
 #include <stdexcept>
 #include <vector>
 
@@ -23,54 +23,6 @@ namespace {
 
 [[noreturn]] void refuse(const std::string& what) {
     throw std::invalid_argument("Context.execute - " + what);
-}
-
-/// A pointer into an array, with the constness of its use.
-template <typename T>
-BorrowedPointer<T> borrowed(void* data, bool writable) {
-    return writable ? BorrowedPointer<T>(static_cast<T*>(data))
-                    : BorrowedPointer<T>(static_cast<const T*>(data));
-}
-
-template <typename Policy>
-std::unique_ptr<ScalarEntity> borrow_scalar(void* data, bool writable) {
-    if constexpr (Policy::is_complex) {
-        using Part = Component<typename Policy::Stored>;
-        return std::make_unique<
-            BorrowedDenseHostComplexSplitScalar<Part, Component<typename Policy::Compute>>>(
-            borrowed<Part>(data, writable), borrowed<Part>(static_cast<Part*>(data) + 1, writable));
-    } else {
-        return std::make_unique<
-            BorrowedDenseHostRealScalar<typename Policy::Stored, typename Policy::Compute>>(
-            borrowed<typename Policy::Stored>(data, writable));
-    }
-}
-
-template <typename Policy>
-std::unique_ptr<VectorEntity> borrow_vector(void* data, bool writable, std::uint64_t size) {
-    using Stored = typename Policy::Stored;
-    using Compute = typename Policy::Compute;
-    const auto pointer = borrowed<Stored>(data, writable);
-    if constexpr (Policy::is_complex) {
-        return std::make_unique<BorrowedDenseHostComplexInterleavedVector<Stored, Compute>>(pointer,
-                                                                                            size);
-    } else {
-        return std::make_unique<BorrowedDenseHostRealVector<Stored, Compute>>(pointer, size);
-    }
-}
-
-template <typename Policy>
-std::unique_ptr<MatrixEntity> borrow_matrix(void* data, bool writable, std::uint64_t rows,
-                                            std::uint64_t cols) {
-    using Stored = typename Policy::Stored;
-    using Compute = typename Policy::Compute;
-    const auto pointer = borrowed<Stored>(data, writable);
-    if constexpr (Policy::is_complex) {
-        return std::make_unique<BorrowedDenseHostComplexInterleavedMatrix<Stored, Compute>>(
-            pointer, rows, cols);
-    } else {
-        return std::make_unique<BorrowedDenseHostRealMatrix<Stored, Compute>>(pointer, rows, cols);
-    }
 }
 
 void require_alignment(const void* data, const DataTypeDescriptor& type) {
@@ -116,7 +68,7 @@ class Call {
     Call(const OperationDescription& operation, const nb::dict& bindings, const nb::dict& locations,
          const nb::dict& compute_dtypes);
 
-    const OperationBindings& bindings() const { return bindings_; }
+    BackendExecutionBindings& bindings() { return bindings_; }
     /// Writes boolean results into the caller's elements. Needs no interpreter lock.
     void export_booleans() const;
     nb::object results() const;
@@ -124,7 +76,7 @@ class Call {
   private:
     /// A boolean result: the caller's byte and the scalar that stands for it during the run.
     struct BooleanExport {
-        std::size_t scalar;
+        std::unique_ptr<int> scalar;
         std::uint8_t* target;
     };
 
@@ -140,17 +92,15 @@ class Call {
     void take_array(const OperationOperandSpec& operand, nb::handle array,
                     std::string_view compute);
     void take_boolean(const OperationOperandSpec& operand, OperandKind kind, void* data);
-    template <typename Handle>
-    void bind(OperandRole role, bool writable, std::vector<Handle>& handles, Handle handle);
-    template <typename Handle>
-    void bind_handle(OperandRole role, bool writable, Handle& handle);
+    void bind(OperandRole role, OperandBinding binding);
+    /// Memory of a caller's array, or of the scalar that stands for a boolean.
+    void bind_borrowed(OperandRole role, const DataTypeDescriptor& type, void* data,
+                       std::span<const std::size_t> extents, bool writable);
 
     std::vector<HostArray> arrays_;
-    std::vector<nb::object> structured_; ///< kept alive, as the arrays keep theirs
-    std::vector<Scalar> scalars_;
-    std::vector<Vector> vectors_;
-    std::vector<Matrix> matrices_;
-    OperationBindings bindings_;
+    std::vector<nb::object> structured_;          ///< kept alive, as the arrays keep theirs
+    std::unique_ptr<BorrowedOperand[]> borrowed_; ///< a place for each operand
+    BackendExecutionBindings bindings_;
     std::vector<BooleanExport> booleans_;
     std::vector<nb::object> results_;
 };
@@ -165,10 +115,13 @@ Call::Call(const OperationDescription& operation, const nb::dict& bindings,
         check_compute_dtypes(bindings, compute_dtypes);
     }
     arrays_.reserve(count);
+    borrowed_ = std::make_unique<BorrowedOperand[]>(count);
+    bindings_.operands.reserve(count);
+    bindings_.roles.reserve(count);
     for (const OperationOperandSpec& operand : operation.operands) {
         take(operand, bindings, locations, compute_dtypes);
     }
-    if (bindings_.size() != count) {
+    if (bindings_.operands.size() != count) {
         throw std::logic_error("Context.execute - failed to marshal every binding");
     }
 }
@@ -254,7 +207,7 @@ void Call::bind_structured(OperandRole role, bool written, nb::handle binding,
         refuse("structured operand compute dtype is fixed at construction");
     }
     structured_.push_back(nb::borrow(binding));
-    bind_handle(role, written, handle);
+    bind(role, binding_of(handle.entity(), written));
 }
 
 const HostArray& Call::host_array(OperandRole role, nb::handle array, bool writable) {
@@ -285,20 +238,9 @@ void Call::take_array(const OperationOperandSpec& operand, nb::handle array,
         return;
     }
     require_alignment(taken.data(), *policy);
-    visit_numeric_policy(*policy, [&](auto numeric_policy) {
-        using Policy = decltype(numeric_policy);
-        if (kind == OperandKind::Scalar) {
-            bind(operand.role, writable, scalars_,
-                 Scalar(borrow_scalar<Policy>(taken.data(), writable)));
-        } else if (kind == OperandKind::Vector) {
-            bind(operand.role, writable, vectors_,
-                 Vector(borrow_vector<Policy>(taken.data(), writable, taken.extent(0))));
-        } else {
-            bind(operand.role, writable, matrices_,
-                 Matrix(borrow_matrix<Policy>(taken.data(), writable, taken.extent(0),
-                                              taken.extent(1))));
-        }
-    });
+    const std::array extents{taken.extent(0), taken.extent(1)};
+    bind_borrowed(operand.role, *policy, taken.data(), std::span(extents).first(taken.rank()),
+                  writable);
 }
 
 void Call::take_boolean(const OperationOperandSpec& operand, OperandKind kind, void* data) {
@@ -310,31 +252,25 @@ void Call::take_boolean(const OperationOperandSpec& operand, OperandKind kind, v
     }
     auto* const target = static_cast<std::uint8_t*>(data);
     const int content = operand.access == OperandAccess::read_write ? *target : 0;
-    const StorageInitialiser initialiser(make_buffer_view(BufferRole::data, &content, 1));
-    booleans_.push_back({scalars_.size(), target});
-    bind(operand.role, true, scalars_,
-         Scalar::host_impl(DataTypeDescriptor::real_int(), {}, initialiser));
+    booleans_.push_back({std::make_unique<int>(content), target});
+    bind_borrowed(operand.role, DataTypeDescriptor::real_int(), booleans_.back().scalar.get(), {},
+                  true);
 }
 
-template <typename Handle>
-void Call::bind(OperandRole role, bool writable, std::vector<Handle>& handles, Handle handle) {
-    // Handles must not move once they are bound.
-    handles.reserve(arrays_.capacity());
-    bind_handle(role, writable, handles.emplace_back(std::move(handle)));
+void Call::bind(OperandRole role, OperandBinding binding) {
+    bindings_.operands.insert(role, binding);
+    bindings_.roles.push_back(role); // in the contract's order, which is ascending
 }
 
-template <typename Handle>
-void Call::bind_handle(OperandRole role, bool writable, Handle& handle) {
-    if (writable) {
-        bindings_.bind(role, handle);
-    } else {
-        bindings_.bind(role, std::as_const(handle));
-    }
+void Call::bind_borrowed(OperandRole role, const DataTypeDescriptor& type, void* data,
+                         std::span<const std::size_t> extents, bool writable) {
+    BorrowedOperand& operand = borrowed_[bindings_.roles.size()];
+    bind(role, operand.borrow(type, data, extents, writable));
 }
 
 void Call::export_booleans() const {
     for (const BooleanExport& boolean : booleans_) {
-        *boolean.target = value<int>(scalars_[boolean.scalar]) != 0 ? 1 : 0;
+        *boolean.target = *boolean.scalar != 0 ? 1 : 0;
     }
 }
 
@@ -355,10 +291,10 @@ nb::object execute_operation(const NativeContext& context, std::string_view oper
                              const nb::dict& bindings, const nb::dict& locations,
                              const nb::dict& compute_dtypes) {
     const OperationId id = OperationId::parse(operation);
-    const Call call(context.context().describe(id), bindings, locations, compute_dtypes);
+    Call call(context.context().describe(id), bindings, locations, compute_dtypes);
     {
         const UnlockedInterpreter unlocked;
-        context.executor().execute(id, call.bindings(), interruptible());
+        context.executor().execute(call.bindings(), id, interruptible());
         call.export_booleans();
     }
     return call.results();

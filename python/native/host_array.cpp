@@ -3,14 +3,10 @@
 
 #include "array_policy.h"
 #include "native_errors.h"
-
-#define NPY_NO_DEPRECATED_API NPY_2_0_API_VERSION
-#define NPY_TARGET_VERSION NPY_2_0_API_VERSION
-#include <numpy/arrayobject.h>
+#include "numpy_api.h"
+#include "numpy_types.h"
 
 #include <algorithm>
-#include <array>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 
@@ -19,45 +15,6 @@ namespace nb = nanobind;
 namespace Tessaline::Python {
 
 namespace {
-
-/// A dtype that NumPy takes from elsewhere, and that it exports to nobody.
-struct LowPrecisionType {
-    int number; ///< that NumPy gave it in this process
-    nb::dlpack::dtype type;
-};
-
-/// The low-precision dtypes. Made at the first array of the process and kept for good: modules do
-/// not change, and looking them up for each array costs more than a small kernel.
-struct ArrayVocabulary {
-    std::array<LowPrecisionType, 2> low_precision;
-
-    /// Guarded by the interpreter lock alone: the imports may let other threads in, which would
-    /// wait with the interpreter lock in hand for any other guard. Such threads look up for
-    /// themselves, and the first to end has its vocabulary kept.
-    static const ArrayVocabulary& get() {
-        static const ArrayVocabulary* kept = nullptr;
-        if (kept == nullptr) {
-            auto made = std::make_unique<const ArrayVocabulary>(look_up());
-            if (kept == nullptr) {
-                kept = made.release();
-            }
-        }
-        return *kept;
-    }
-
-  private:
-    static ArrayVocabulary look_up() {
-        if (_import_array() < 0) {
-            throw nb::python_error();
-        }
-        const nb::object dtype = nb::module_::import_("numpy").attr("dtype");
-        const auto number = [&dtype](const char* module, const char* name) {
-            return nb::cast<int>(dtype(nb::module_::import_(module).attr(name)).attr("num"));
-        };
-        return {{{{number("ml_dtypes", "bfloat16"), dlpack_type(ScalarType::BFloat16)},
-                  {number("tessaline._dtypes", "complex32"), dlpack_type(ScalarType::Complex32)}}}};
-    }
-};
 
 PyArrayObject* numpy_array(nb::handle array) {
     return reinterpret_cast<PyArrayObject*>(array.ptr());
@@ -84,15 +41,13 @@ std::optional<nb::dlpack::dtype_code> own_code(int number) {
 }
 
 /// The DLPack triple of an array, whether or not the runtime computes in it.
-nb::dlpack::dtype type_of(PyArrayObject* array, bool plain, const ArrayVocabulary& vocabulary) {
-    for (const LowPrecisionType& low : vocabulary.low_precision) {
-        if (PyArray_TYPE(array) == low.number) {
-            if (!plain) {
-                throw std::invalid_argument("low-precision binding requires aligned, native-endian "
-                                            "contiguous storage and writable output");
-            }
-            return low.type;
+nb::dlpack::dtype type_of(PyArrayObject* array, bool plain, const NumpyTypes& types) {
+    if (types.is_foreign(PyArray_TYPE(array))) {
+        if (!plain) {
+            throw std::invalid_argument("low-precision binding requires aligned, native-endian "
+                                        "contiguous storage and writable output");
         }
+        return dlpack_type(*types.element(PyArray_TYPE(array)));
     }
     const auto code = own_code(PyArray_TYPE(array));
     if (!code) {
@@ -120,13 +75,13 @@ nb::object copy_of(PyArrayObject* array) {
 } // namespace
 
 HostArray::HostArray(nb::handle array, bool writable) {
-    const ArrayVocabulary& vocabulary = ArrayVocabulary::get();
+    const NumpyTypes& types = NumpyTypes::get();
     if (!PyArray_Check(array.ptr())) {
         throw std::invalid_argument("host binding requires a NumPy ndarray");
     }
     PyArrayObject* numpy = numpy_array(array);
     const bool plain = is_plain(numpy, writable);
-    dtype_ = type_of(numpy, plain, vocabulary);
+    dtype_ = type_of(numpy, plain, types);
     owner_ = nb::borrow(array);
     if (!plain) {
         if (PyArray_ISBYTESWAPPED(numpy)) {

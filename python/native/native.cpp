@@ -2,6 +2,7 @@
 
 // The definition of the extension module, and its entry.
 
+#include "front_door.h"
 #include "interrupts.h"
 #include "module_facts.h"
 #include "native_catalogue.h"
@@ -27,6 +28,7 @@ NB_MODULE(_native_contents, module) {
     Tessaline::Python::define_catalogue(module);
     Tessaline::Python::define_context(module);
     Tessaline::Python::define_structured_operands(module);
+    Tessaline::Python::define_front_door(module);
     Tessaline::Python::define_machine_facts(module);
     // Reports of leaks go to stderr, where a program that merely ends with a daemon thread would
     // have them too. Python's development mode is where such reports are asked for.

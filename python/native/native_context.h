@@ -13,11 +13,20 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace Tessaline::Python {
 
 /// An array on a device that is read, in C order.
 using DeviceArray = nanobind::ndarray<nanobind::ro, nanobind::c_contig, nanobind::device::cuda>;
+
+/// What a sealed catalogue once said of a function of the package, and so will always say.
+struct FunctionFacts {
+    const OperationSpec* operation = nullptr; ///< null until it was asked for
+    /// The element type of the result for an element type of the operands.
+    std::vector<std::pair<ScalarType, ScalarType>> results;
+};
 
 /// Constructed once and never changed; several Python threads may use one.
 class NativeContext {
@@ -56,6 +65,14 @@ class NativeContext {
     const TessalineContext& context() const { return *context_; }
     const TessalineExecutor& executor() const { return executor_; }
 
+    /// By the function's number. Guarded by the interpreter lock.
+    FunctionFacts& facts(std::size_t function) const {
+        if (function >= facts_.size()) {
+            facts_.resize(function + 1);
+        }
+        return facts_[function];
+    }
+
   private:
     NativeContext(const Arguments& arguments, BackendExecutor&& executor);
 
@@ -65,6 +82,7 @@ class NativeContext {
     std::size_t thread_count_;
     std::size_t min_parallel_work_;
     std::int32_t cuda_device_;
+    mutable std::vector<FunctionFacts> facts_;
 };
 
 void define_context(nanobind::module_& module);

@@ -71,11 +71,26 @@ void translate(const std::exception_ptr& failure, void* type) {
     }
 }
 
+/// NativeError. The module keeps the type alive for as long as its functions can raise.
+PyObject* native_error_type = nullptr;
+
 } // namespace
+
+nb::object python_exception(const std::exception_ptr& failure) {
+    translate(failure, native_error_type);
+    PyObject* type = nullptr;
+    PyObject* value = nullptr;
+    PyObject* traceback = nullptr;
+    PyErr_Fetch(&type, &value, &traceback);
+    PyErr_NormalizeException(&type, &value, &traceback);
+    Py_XDECREF(type);
+    Py_XDECREF(traceback);
+    return nb::steal(value);
+}
 
 void define_native_error(nb::module_& module) {
     const nb::exception<NativeErrorTag> type(module, "NativeError", PyExc_RuntimeError);
-    // The module keeps the type alive for as long as its functions can raise.
+    native_error_type = type.ptr();
     nb::register_exception_translator(translate, type.ptr());
 }
 

@@ -5,6 +5,7 @@
 
 #include <nanobind/nanobind.h>
 
+#include <exception>
 #include <stdexcept>
 
 namespace Tessaline::Python {
@@ -27,5 +28,8 @@ class CastError : public std::runtime_error {
 /// `detail`. All other native exceptions become what nanobind's own rules make of their class.
 /// Texts that are not UTF-8 are decoded with replacement characters.
 void define_native_error(nanobind::module_& module);
+
+/// The Python exception that a native one arrives as. Rethrows exceptions of Python and nanobind.
+nanobind::object python_exception(const std::exception_ptr& failure);
 
 } // namespace Tessaline::Python

@@ -43,22 +43,35 @@ BackendOperandKey input_key(nb::handle input) {
     if (!storage || !compute || !nb::try_cast(nb::object(entries[2]), shape)) {
         throw CastError("result policy - an input descriptor holds two texts and a tuple");
     }
+    return array_key(scalar_type_named(*storage), scalar_type_named(*compute), kind_of(shape));
+}
+
+} // namespace
+
+BackendOperandKey array_key(ScalarType storage, ScalarType compute, OperandKind kind) {
     BackendOperandKey key;
-    key.storage = scalar_type_named(*storage);
-    key.compute = scalar_type_named(*compute);
-    key.kind = kind_of(shape);
-    key.format = OperandFormat::dense(key.kind);
-    key.layout = array_layout(key.kind);
-    const ScalarCategory category = scalar_metadata(key.storage).category;
+    key.storage = storage;
+    key.compute = compute;
+    key.kind = kind;
+    key.format = OperandFormat::dense(kind);
+    key.layout = array_layout(kind);
+    const ScalarCategory category = scalar_metadata(storage).category;
     const bool complex =
         category == ScalarCategory::complex_floating || category == ScalarCategory::complex_integer;
-    if (complex && key.kind != OperandKind::Scalar) {
+    if (complex && kind != OperandKind::Scalar) {
         key.complex = DataComplexLayout::interleaved;
     }
     return key;
 }
 
-} // namespace
+DataTypeDescriptor inferred_result(const NativeContext& context, const OperationId& operation,
+                                   const std::vector<BackendOperandKey>& inputs, OperandKind kind,
+                                   std::optional<ScalarType> storage) {
+    static constexpr BackendKind families[] = {BackendKind::cpu_scalar, BackendKind::cpu_simd};
+    const DenseResultRequest request{kind, DataLocation::pageable_host, array_layout(kind),
+                                     storage};
+    return context.context().infer_dense_result_policy(operation, families, inputs, request);
+}
 
 nb::tuple result_policy(const NativeContext& context, std::string_view operation,
                         const nb::list& inputs, const nb::tuple& output_shape,
@@ -67,14 +80,12 @@ nb::tuple result_policy(const NativeContext& context, std::string_view operation
     for (const nb::handle input : inputs) {
         keys.push_back(input_key(input));
     }
-    const OperandKind kind = kind_of(output_shape);
-    DenseResultRequest request{kind, DataLocation::pageable_host, array_layout(kind), {}};
+    std::optional<ScalarType> wanted;
     if (!output_dtype.empty()) {
-        request.storage = scalar_type_named(output_dtype);
+        wanted = scalar_type_named(output_dtype);
     }
-    static constexpr BackendKind families[] = {BackendKind::cpu_scalar, BackendKind::cpu_simd};
-    const DataTypeDescriptor policy = context.context().infer_dense_result_policy(
-        OperationId::parse(operation), families, keys, request);
+    const DataTypeDescriptor policy = inferred_result(context, OperationId::parse(operation), keys,
+                                                      kind_of(output_shape), wanted);
     const char* storage = scalar_metadata(policy.storage_type()).name;
     const char* compute = scalar_metadata(policy.compute_type()).name;
     if (!is_compiled_policy(policy.storage_type(), policy.compute_type())) {

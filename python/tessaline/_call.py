@@ -3,16 +3,15 @@
 
 from __future__ import annotations
 
-from collections.abc import Sequence
-from operator import is_
+from collections.abc import Callable, Sequence
 from typing import Any
 
 import numpy as np
 
-from ._context import Context, check_writable, current_context
+from ._context import Context, check_writable, current_context, front_door
 from ._dtypes import Dtype
 from ._operands import Array, make_ready, refuse_mask
-from ._signatures import INPUT, OUTPUT, Signature
+from ._signatures import SIGNATURES, Signature
 
 
 def check_output(
@@ -69,36 +68,6 @@ def result_of(array: Array, out: Any) -> Any:
     return array if out is not None or array.shape else array[()]
 
 
-def _description(signature: Signature, operands: Sequence[Any]) -> tuple[Any, ...] | None:
-    """What the results of a call depend on, if its operands are arrays of plain memory.
-
-    They may still be of a foreign byte order, or of dtypes that are not mixed.
-    """
-    if len(operands) == 2:
-        # The usual call, in two thirds of the time of the general form.
-        a, b = operands
-        if type(a) is np.ndarray is type(b) and a.flags.carray and b.flags.carray:
-            return (signature, a.dtype, a.shape, b.dtype, b.shape)
-        return None
-    description: list[Any] = [signature]
-    for operand in operands:
-        if type(operand) is not np.ndarray or not operand.flags.carray:
-            return None
-        description += (operand.dtype, operand.shape)
-    return tuple(description)
-
-
-def _run(
-    context: Context, signature: Signature, operands: Sequence[Array], outputs: Sequence[Array]
-) -> None:
-    if len(operands) == 2 and len(outputs) == 1:
-        # The usual call, in a quarter of the time of the general form.
-        bindings = {INPUT: operands[0], INPUT + 1: operands[1], OUTPUT: outputs[0]}
-    else:
-        bindings = dict(zip(signature.locations, (*operands, *outputs)))
-    context._run(signature, bindings)
-
-
 def call(
     signature: Signature,
     operands: Sequence[Any],
@@ -108,30 +77,31 @@ def call(
     context: Context | None = None,
     **sizes: int,
 ) -> Any:
-    """Runs an operation of plain arrays. `sizes` gives the letters that no operand has.
-
-    A small operation takes less time than the checks of its operands, so that a call like an
-    earlier one goes without them.
-    """
+    """Runs an operation of plain arrays. `sizes` gives the letters that no operand has."""
     context = current_context(context)
-    description = _description(signature, operands) if dtype is None and not sizes else None
-    known = context._known_results.get(description)
-    if known is None:
-        arrays = make_ready(signature.name, signature.names, operands, dtype)
-        shapes = signature.result_shapes(tuple([array.shape for array in arrays]), **sizes)
-        dtypes = context._dtypes_of(signature, tuple([array.dtype for array in arrays]))
-        known = (shapes, dtypes)
-        if description is not None and all(map(is_, arrays, operands)):
-            context._remember_results(description, known)
-        operands = arrays
-    shapes, dtypes = known
-    if out is None and len(shapes) == 1:
-        # The usual result, without the general form's lists.
-        result = np.empty(shapes[0], dtypes[0])
-        _run(context, signature, operands, (result,))
-        return result if result.shape else result[()]
+    arrays = make_ready(signature.name, signature.names, operands, dtype)
+    shapes = signature.result_shapes(tuple([array.shape for array in arrays]), **sizes)
+    dtypes = context._dtypes_of(signature, tuple([array.dtype for array in arrays]))
     outputs = outputs_for(signature, shapes, dtypes, out)
-    _run(context, signature, operands, outputs)
+    context._run(signature, dict(zip(signature.locations, (*arrays, *outputs))))
     if len(outputs) == 1:
-        return outputs[0]
+        return result_of(outputs[0], out)
     return tuple([result_of(array, out) for array in outputs])
+
+
+def function(
+    name: str, unusual: Callable[..., Any] | None = None, real_result: bool = False
+) -> Callable[..., Any]:
+    """The way of a function of the package to its operation.
+
+    It is called by position: operands, a size for each letter that no operand has, `out`, `dtype`
+    and `context`. Ordinary arrays of one dtype, with new results or an `out` that fits, are served
+    natively. All else is `unusual`'s, which is called alike.
+    """
+    signature = SIGNATURES[name]
+
+    def converted(*arguments: Any) -> Any:
+        *operands, out, dtype, context = arguments
+        return call(signature, operands, out=out, dtype=dtype, context=context)
+
+    return front_door.function(signature, unusual or converted, real_result)

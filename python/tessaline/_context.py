@@ -16,18 +16,12 @@ import numpy as np
 
 from . import _native
 from ._dtypes import WORDS, Dtype, bfloat16, complex32, from_word
-from ._errors import Error, UnsupportedError, error_from
+from ._errors import UnsupportedError, error_from
 from ._native import NativeError
 from ._operands import refuse_mask
-from ._signatures import OUTPUT, SIGNATURES, Shape, Signature
+from ._signatures import OUTPUT, SIGNATURES, Signature
 
 Policy = Literal["disabled", "auto", "strict"]
-
-#: Shapes and dtypes of the results of a call.
-Results = tuple[tuple[Shape, ...], tuple[Dtype, ...]]
-
-#: Of how many calls the results a context remembers.
-_KNOWN_RESULTS = 4096
 
 _OVERLAP = re.compile(r"Output(\d+) overlaps (Input|Output)(\d+)")
 
@@ -136,6 +130,15 @@ def _overlap_of_arguments(signature: Signature, message: str) -> str | None:
     return f"{signature.name}: {out} overlaps {overlapped}"
 
 
+def explained(signature: Signature, failure: Exception) -> Exception:
+    """What people get for a failure of the native module: the failure itself or a better one."""
+    if isinstance(failure, ValueError):
+        message = _overlap_of_arguments(signature, str(failure))
+        if message is not None:
+            return ValueError(message)
+    return error_from(signature.id, failure) or failure
+
+
 class Context:
     """Where operations run: a pool of threads, their placement and a catalogue.
 
@@ -202,8 +205,6 @@ class Context:
         # The catalogue is sealed, so what it once said about ids and result dtypes stays true.
         self._ids: dict[str, str] = {}
         self._result_dtypes: dict[tuple[Signature, tuple[Dtype, ...]], tuple[Dtype, ...]] = {}
-        # Shapes and dtypes of the results of calls that were made, by what they depend on.
-        self._known_results: dict[tuple[Any, ...] | None, Results] = {}
 
     def _open(self, work: int, pinning_policy: Policy, numa_policy: Policy) -> _native.Context:
         def opened(threads: int) -> _native.Context:
@@ -281,12 +282,6 @@ class Context:
             self._result_dtypes[key] = known
         return known
 
-    def _remember_results(self, description: tuple[Any, ...], results: Results) -> None:
-        """Notes what a call gives. A program makes few calls that differ in shapes and dtypes."""
-        if len(self._known_results) >= _KNOWN_RESULTS:
-            self._known_results.clear()
-        self._known_results[description] = results
-
     def _infer(self, signature: Signature, inputs: tuple[Dtype, ...]) -> tuple[Dtype, ...]:
         if len(signature.outputs) > 1:
             return self._infer_several(signature, inputs)
@@ -348,32 +343,25 @@ class Context:
                 check_writable(operation, label, output)
             bindings[OUTPUT + index] = output
         try:
-            self._execute(identifier, bindings, dict.fromkeys(bindings, "host"))
-        except (Error, ValueError):
+            self._native.execute(identifier, bindings, dict.fromkeys(bindings, "host"))
+        except (RuntimeError, ValueError) as failure:
             # Asked now, since a call that succeeds is worth its time.
             for role, operand in bindings.items():
                 label = f"input {role}" if role < OUTPUT else f"output {role - OUTPUT}"
                 _check_array(operation, label, operand)
-            raise
+            error = error_from(identifier, failure)
+            if error is None:
+                raise
+            raise error from None
         return out
 
     def _run(self, signature: Signature, bindings: dict[int, Any]) -> None:
         """Executes an operation on operands by role."""
         try:
-            self._execute(signature.id, bindings, signature.locations)
-        except ValueError as failure:
-            message = _overlap_of_arguments(signature, str(failure))
-            if message is None:
-                raise
-            raise ValueError(message) from None
-
-    def _execute(self, operation: str, bindings: dict[int, Any], locations: dict[int, str]) -> None:
-        """The one way into the runtime. Its failures become errors for people."""
-        try:
-            self._native.execute(operation, bindings, locations)
+            self._native.execute(signature.id, bindings, signature.locations)
         except (RuntimeError, ValueError) as failure:
-            error = error_from(operation, failure)
-            if error is None:
+            error = explained(signature, failure)
+            if error is failure:
                 raise
             raise error from None
 
@@ -419,3 +407,7 @@ def _make_default() -> Context:
         if _default is None:
             _default = Context()
     return _default
+
+
+#: Where functions of the package go first.
+front_door = _native._FrontDoor(_entered, Context, current_context, explained)

@@ -14,7 +14,7 @@ import numpy as np
 from numpy.typing import ArrayLike, DTypeLike
 
 from . import _native
-from ._call import call, check_output, refuse_overlap
+from ._call import call, check_output, function, refuse_overlap
 from ._context import Context, current_context
 from ._dtypes import WORDS, Dtype, computed_in, from_word
 from ._errors import NumericalError, is_finite, no_finite_result
@@ -27,9 +27,10 @@ _LOGDET = SIGNATURES["logdet"]
 _EIG = SIGNATURES["eig"]
 _PRINCIPAL = SIGNATURES["principal_eigenvector"]
 _EIGH = SIGNATURES["eigh"]
-_EIGVALSH = SIGNATURES["eigvalsh"]
 _SLOGDET = SIGNATURES["slogdet"]
-_POSITIVE_LOGDET = SIGNATURES["logdet_positive_definite"]
+
+_eigvalsh = function("eigvalsh")
+_positive_logdet = function("logdet_positive_definite")
 
 
 class EighResult(NamedTuple):
@@ -285,7 +286,7 @@ def logdet_positive_definite(
     >>> logdet_positive_definite([[1, 0], [0, 1]])
     np.float64(0.0)
     """
-    return call(_POSITIVE_LOGDET, (a,), out=out, dtype=dtype, context=context)
+    return _positive_logdet(a, out, dtype, context)
 
 
 def eig(
@@ -365,7 +366,7 @@ def eigvalsh(
     >>> eigvalsh([[2, 0], [0, 1]])
     array([1., 2.])
     """
-    return call(_EIGVALSH, (a,), out=out, dtype=dtype, context=context)
+    return _eigvalsh(a, out, dtype, context)
 
 
 def principal_eigenvector(

@@ -8,33 +8,52 @@ is written.
 from __future__ import annotations
 
 import operator
+from collections.abc import Callable
 from typing import Any, SupportsIndex
 
 import numpy as np
 from numpy.typing import ArrayLike, DTypeLike
 
-from ._call import call, check_output, outputs_for, refuse_overlap
+from ._call import call, check_output, function, outputs_for, refuse_overlap
 from ._context import Context, current_context
 from ._dtypes import computed_in
 from ._operands import Array, make_ready, numeric_dtype
 from ._signatures import INPUT, OUTPUT, SIGNATURES
 
-_TRANSPOSE = SIGNATURES["transpose"]
-_ADJOINT = SIGNATURES["adjoint"]
-_MATMUL = SIGNATURES["matmul"]
-_MATVEC = SIGNATURES["matvec"]
-_KRON = SIGNATURES["kron"]
-_TRACE = SIGNATURES["trace"]
-_LEFT = SIGNATURES["partial_trace_left"]
-_RIGHT = SIGNATURES["partial_trace_right"]
 _POWER = SIGNATURES["matrix_power"]
-_UNITARY = SIGNATURES["is_unitary"]
 _EYE = SIGNATURES["eye"]
 
 #: The runtime reads exponents as signed integers of 32 bits.
 _EXPONENT_LIMIT = 2**31 - 1
 #: Of larger exponents: a power of two that the runtime reads, so that its square is one product.
 _DIGIT_BITS = 30
+
+
+def _partial_trace(name: str) -> Callable[..., Any]:
+    signature = SIGNATURES[name]
+
+    def converted(a: Any, order: SupportsIndex, out: Any, dtype: Any, context: Any) -> Any:
+        (array,) = make_ready(name, signature.names, (a,), dtype)
+        sizes = signature.bind((array.shape,))
+        kept = operator.index(order)
+        if kept < 1 or sizes["n"] % kept:
+            raise ValueError(
+                f"{name}: the order {kept} of the result must divide that of a, {sizes['n']}"
+            )
+        return call(signature, (array,), out=out, context=context, m=kept)
+
+    return function(name, converted)
+
+
+_transpose = function("transpose")
+_adjoint = function("adjoint")
+_matmul = function("matmul")
+_matvec = function("matvec")
+_kron = function("kron")
+_trace = function("trace")
+_left = _partial_trace("partial_trace_left")
+_right = _partial_trace("partial_trace_right")
+_unitary = function("is_unitary")
 
 
 def transpose(
@@ -51,7 +70,7 @@ def transpose(
            [2.],
            [3.]])
     """
-    return call(_TRANSPOSE, (a,), out=out, dtype=dtype, context=context)
+    return _transpose(a, out, dtype, context)
 
 
 def adjoint(
@@ -67,7 +86,7 @@ def adjoint(
     array([[0.-1.j],
            [2.-0.j]])
     """
-    return call(_ADJOINT, (a,), out=out, dtype=dtype, context=context)
+    return _adjoint(a, out, dtype, context)
 
 
 def matmul(
@@ -86,7 +105,7 @@ def matmul(
     array([[2., 1.],
            [4., 3.]])
     """
-    return call(_MATMUL, (a, b), out=out, dtype=dtype, context=context)
+    return _matmul(a, b, out, dtype, context)
 
 
 def matvec(
@@ -102,7 +121,7 @@ def matvec(
     >>> matvec([[1, 2], [3, 4]], [1, 1])
     array([3., 7.])
     """
-    return call(_MATVEC, (a, x), out=out, dtype=dtype, context=context)
+    return _matvec(a, x, out, dtype, context)
 
 
 def kron(
@@ -119,7 +138,7 @@ def kron(
     array([[ 1.,  2.],
            [10., 20.]])
     """
-    return call(_KRON, (a, b), out=out, dtype=dtype, context=context)
+    return _kron(a, b, out, dtype, context)
 
 
 def trace(
@@ -134,20 +153,7 @@ def trace(
     >>> trace([[1, 2], [3, 4]])
     np.float64(5.0)
     """
-    return call(_TRACE, (a,), out=out, dtype=dtype, context=context)
-
-
-def _partial_trace(
-    signature: Any, a: ArrayLike, order: SupportsIndex, out: Any, dtype: Any, context: Any
-) -> Array:
-    (array,) = make_ready(signature.name, signature.names, (a,), dtype)
-    sizes = signature.bind((array.shape,))
-    kept = operator.index(order)
-    if kept < 1 or sizes["n"] % kept:
-        raise ValueError(
-            f"{signature.name}: the order {kept} of the result must divide that of a, {sizes['n']}"
-        )
-    return call(signature, (array,), out=out, context=context, m=kept)
+    return _trace(a, out, dtype, context)
 
 
 def partial_trace_left(
@@ -168,7 +174,7 @@ def partial_trace_left(
     array([[ 5.,  0.],
            [35.,  5.]])
     """
-    return _partial_trace(_LEFT, a, order, out, dtype, context)
+    return _left(a, order, out, dtype, context)
 
 
 def partial_trace_right(
@@ -189,7 +195,7 @@ def partial_trace_right(
     array([[2., 4.],
            [6., 8.]])
     """
-    return _partial_trace(_RIGHT, a, order, out, dtype, context)
+    return _right(a, order, out, dtype, context)
 
 
 def matrix_power(
@@ -258,7 +264,7 @@ def is_unitary(
     >>> is_unitary([[0, 1j], [1, 0]])
     True
     """
-    return bool(call(_UNITARY, (a,), dtype=dtype, context=context))
+    return bool(_unitary(a, None, dtype, context))
 
 
 def eye(

@@ -1,6 +1,7 @@
 """Private native implementation for tessaline"""
 
 from collections.abc import Callable
+from contextvars import ContextVar
 from typing import Any, overload
 
 from numpy import int64
@@ -144,6 +145,17 @@ class LUFactor:
 
     def logdet(self) -> object:
         """The logarithm of the determinant."""
+
+class _PackageFunction:
+    """One function of the package."""
+
+class _FrontDoor:
+    """The way of the package's functions."""
+
+    def __init__(self, entered: ContextVar[tuple[Any, ...]], context_class: type, find_default: Callable[[], Any], explain: Callable[[Any, Exception], Exception]) -> None: ...
+
+    def function(self, signature: Any, unusual: Callable[..., Any], real_result: bool = False) -> Callable[..., Any]:
+        """A function of one signature, called by position."""
 
 def available_backends() -> tuple[str, ...]:
     """

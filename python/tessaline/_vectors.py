@@ -7,29 +7,77 @@ for shapes that do not fit and for an ``out`` that cannot be written in place.
 
 from __future__ import annotations
 
+from collections.abc import Callable
 from typing import Any
 
 import numpy as np
 from numpy.typing import ArrayLike, DTypeLike
 
-from ._call import call, check_output, refuse_overlap
+from ._call import call, check_output, function, refuse_overlap
 from ._context import Context, current_context
 from ._dtypes import component_of, is_complex
 from ._operands import Array, make_ready, with_number
 from ._signatures import OUTPUT, SIGNATURES
 
-_SQRT = SIGNATURES["sqrt"]
 _CONJUGATE = SIGNATURES["conjugate"]
-_MULTIPLY = SIGNATURES["multiply"]
-_ADD = SIGNATURES["add"]
-_SUBTRACT = SIGNATURES["subtract"]
-_SUM = SIGNATURES["sum"]
 _NORM = SIGNATURES["norm"]
-_SCALE = SIGNATURES["scale"]
-_DIVIDE = SIGNATURES["divide"]
-_INNER = SIGNATURES["inner"]
-_OUTER = SIGNATURES["outer"]
-_EQUAL = SIGNATURES["vector_equal"]
+
+
+def _with_number(name: str) -> Callable[..., Any]:
+    """An operation on a vector and a number."""
+    signature = SIGNATURES[name]
+
+    def converted(x: Any, number: Any, out: Any, dtype: Any, context: Any) -> Any:
+        operands = with_number(signature, x, number, dtype)
+        return call(signature, operands, out=out, context=context)
+
+    return function(name, converted)
+
+
+def _conjugate(x: Any, out: Any, dtype: Any, context: Any) -> Array:
+    context = current_context(context)
+    (array,) = make_ready("conjugate", _CONJUGATE.names, (x,), dtype)
+    _CONJUGATE.bind((array.shape,))
+    if out is None:
+        result = array.copy()
+    else:
+        result = check_output("conjugate", out, array.shape, array.dtype)
+        refuse_overlap("conjugate", result, array, "x", in_place=True)
+        np.copyto(result, array)
+    context._run(_CONJUGATE, {OUTPUT: result})
+    return result
+
+
+def _norm(x: Any, out: Any, dtype: Any, context: Any) -> Any:
+    (array,) = make_ready("norm", _NORM.names, (x,), dtype)
+    if not is_complex(array.dtype):
+        return call(_NORM, (array,), out=out, context=context)
+    component = component_of(array.dtype)
+    if out is not None:
+        check_output("norm", out, (), component)
+        refuse_overlap("norm", out, array, "x")
+    # The runtime's scalar is complex, with an imaginary part of 0.
+    native = np.empty((), array.dtype)
+    call(_NORM, (array,), out=native, context=context)
+    real = native.reshape(1).view(component)[0]
+    if out is None:
+        return real
+    out[()] = real
+    return out
+
+
+_add = function("add")
+_subtract = function("subtract")
+_multiply = function("multiply")
+_sqrt = function("sqrt")
+_conjugated = function("conjugate", _conjugate)
+_scale = _with_number("scale")
+_divide = _with_number("divide")
+_sum = function("sum")
+_normed = function("norm", _norm, real_result=True)
+_inner = function("inner")
+_outer = function("outer")
+_equal = function("vector_equal")
 
 
 def add(
@@ -45,7 +93,7 @@ def add(
     >>> add(np.array([1, 2], np.float32), np.array([10, 20], np.float32))
     array([11., 22.], dtype=float32)
     """
-    return call(_ADD, (x, y), out=out, dtype=dtype, context=context)
+    return _add(x, y, out, dtype, context)
 
 
 def subtract(
@@ -61,7 +109,7 @@ def subtract(
     >>> subtract([3, 4], [1, 1])
     array([2., 3.])
     """
-    return call(_SUBTRACT, (x, y), out=out, dtype=dtype, context=context)
+    return _subtract(x, y, out, dtype, context)
 
 
 def multiply(
@@ -77,7 +125,7 @@ def multiply(
     >>> multiply([1, 2, 3], [4, 5, 6])
     array([ 4., 10., 18.])
     """
-    return call(_MULTIPLY, (x, y), out=out, dtype=dtype, context=context)
+    return _multiply(x, y, out, dtype, context)
 
 
 def sqrt(
@@ -94,7 +142,7 @@ def sqrt(
     >>> sqrt([4, 9])
     array([2., 3.])
     """
-    return call(_SQRT, (x,), out=out, dtype=dtype, context=context)
+    return _sqrt(x, out, dtype, context)
 
 
 def conjugate(
@@ -109,17 +157,7 @@ def conjugate(
     >>> conjugate([1 + 2j, 3])
     array([1.-2.j, 3.-0.j])
     """
-    context = current_context(context)
-    (array,) = make_ready("conjugate", _CONJUGATE.names, (x,), dtype)
-    _CONJUGATE.bind((array.shape,))
-    if out is None:
-        result = array.copy()
-    else:
-        result = check_output("conjugate", out, array.shape, array.dtype)
-        refuse_overlap("conjugate", result, array, "x", in_place=True)
-        np.copyto(result, array)
-    context._run(_CONJUGATE, {OUTPUT: result})
-    return result
+    return _conjugated(x, out, dtype, context)
 
 
 def scale(
@@ -139,7 +177,7 @@ def scale(
     >>> scale(np.array([1, 2], np.float32), 3)
     array([3., 6.], dtype=float32)
     """
-    return call(_SCALE, with_number(_SCALE, x, factor, dtype), out=out, context=context)
+    return _scale(x, factor, out, dtype, context)
 
 
 def divide(
@@ -157,7 +195,7 @@ def divide(
     >>> divide([1, 2], 4)
     array([0.25, 0.5 ])
     """
-    return call(_DIVIDE, with_number(_DIVIDE, x, divisor, dtype), out=out, context=context)
+    return _divide(x, divisor, out, dtype, context)
 
 
 def sum(
@@ -172,7 +210,7 @@ def sum(
     >>> sum([1, 2, 3])
     np.float64(6.0)
     """
-    return call(_SUM, (x,), out=out, dtype=dtype, context=context)
+    return _sum(x, out, dtype, context)
 
 
 def norm(
@@ -190,21 +228,7 @@ def norm(
     >>> norm([3, 4j])
     np.float64(5.0)
     """
-    (array,) = make_ready("norm", _NORM.names, (x,), dtype)
-    if not is_complex(array.dtype):
-        return call(_NORM, (array,), out=out, context=context)
-    component = component_of(array.dtype)
-    if out is not None:
-        check_output("norm", out, (), component)
-        refuse_overlap("norm", out, array, "x")
-    # The runtime's scalar is complex, with an imaginary part of 0.
-    native = np.empty((), array.dtype)
-    call(_NORM, (array,), out=native, context=context)
-    real = native.reshape(1).view(component)[0]
-    if out is None:
-        return real
-    out[()] = real
-    return out
+    return _normed(x, out, dtype, context)
 
 
 def inner(
@@ -220,7 +244,7 @@ def inner(
     >>> inner([1j, 2], [1j, 3])
     np.complex128(7+0j)
     """
-    return call(_INNER, (x, y), out=out, dtype=dtype, context=context)
+    return _inner(x, y, out, dtype, context)
 
 
 def outer(
@@ -237,7 +261,7 @@ def outer(
     array([[ 3.,  4.,  5.],
            [ 6.,  8., 10.]])
     """
-    return call(_OUTER, (x, y), out=out, dtype=dtype, context=context)
+    return _outer(x, y, out, dtype, context)
 
 
 def vector_equal(
@@ -253,4 +277,4 @@ def vector_equal(
     >>> vector_equal([1, 2], [1, 2, 3])
     False
     """
-    return bool(call(_EQUAL, (x, y), dtype=dtype, context=context))
+    return bool(_equal(x, y, None, dtype, context))

@@ -27,6 +27,15 @@ BackendAdaptationRegistry builtin_adaptations() {
     return adaptations;
 }
 
+std::vector<const OperationSpec*> by_handle(const OperationRegistry& operations) {
+    std::vector<const OperationSpec*> specs(operations.size());
+    for (const auto& [id, registration] : operations.registrations()) {
+        const OperationSpec& spec = registration.operation();
+        specs[static_cast<std::size_t>(spec.handle()) - 1] = &spec;
+    }
+    return specs;
+}
+
 OperationRegistry&& seal(OperationRegistry& operations) {
     operations.seal();
     return std::move(operations);
@@ -50,6 +59,7 @@ TessalineContext::TessalineContext(OperationRegistry&& operations, BackendRegist
                                    std::vector<std::shared_ptr<void>> plugin_libraries)
     : plugin_libraries_(std::move(plugin_libraries)),
       operations_(seal(operations)),
+      operations_by_handle_(by_handle(operations_)),
       backends_(seal(backends, operations_)),
       adaptations_(std::move(adaptations)),
       dispatcher_(backends_, adaptations_),
@@ -74,6 +84,7 @@ TessalineContext::TessalineContext(OperationRegistry&& operations, BackendRegist
 TessalineContext::TessalineContext(TessalineContext&& other) noexcept
     : plugin_libraries_(std::move(other.plugin_libraries_)),
       operations_(std::move(other.operations_)),
+      operations_by_handle_(std::move(other.operations_by_handle_)),
       backends_(std::move(other.backends_)),
       adaptations_(std::move(other.adaptations_)),
       dispatcher_(backends_, adaptations_),

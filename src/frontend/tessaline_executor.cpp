@@ -52,7 +52,20 @@ TessalineExecutor::TessalineExecutor(const TessalineContext& context, BackendExe
 
 void TessalineExecutor::execute(BackendExecutionBindings& bindings, const OperationId& id,
                                 BackendExecutor::ExecutionOptions options) const {
-    const OperationSpec& spec = context_->operation(id);
+    run(bindings, context_->operation(id), std::move(options));
+}
+
+void TessalineExecutor::execute(BackendExecutionBindings& bindings, const OperationSpec& operation,
+                                BackendExecutor::ExecutionOptions options) const {
+    if (!context_->contains(operation)) {
+        throw std::invalid_argument("TessalineExecutor::execute - operation '" +
+                                    operation.id().canonical() + "' belongs to another catalogue");
+    }
+    run(bindings, operation, std::move(options));
+}
+
+void TessalineExecutor::run(BackendExecutionBindings& bindings, const OperationSpec& spec,
+                            BackendExecutor::ExecutionOptions options) const {
     const OperationDescriptor request = describe_request(
         spec, bindings, executor_.cross_device_policy(), executor_.gpu_scheduling_options());
     refuse_shared_memory(spec, request, bindings);

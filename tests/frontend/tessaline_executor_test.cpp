@@ -68,6 +68,20 @@ TEST_F(TessalineExecutorTest, AddsVectorsElementByElement) {
     EXPECT_TRUE(std::isnan(sums[3]));
 }
 
+TEST_F(TessalineExecutorTest, AnOperationThatWasLookedUpIsTakenFromItsOwnCatalogueAlone) {
+    const auto a = float_vector({1, 2});
+    auto out = float_vector({0, 0});
+    OperationBindings bindings;
+    bindings.bind(input_role(0), a).bind(input_role(1), a).bind(output_role(0), out);
+    auto run_bindings = bindings.make_backend_bindings();
+    const TessalineContext other;
+    expect_error<std::invalid_argument>(
+        [&] { executor_.execute(run_bindings, other.operation(BuiltinOperations::add), {}); },
+        "TessalineExecutor::execute - operation 'tessaline.add@1' belongs to another catalogue");
+    executor_.execute(run_bindings, context_.operation(BuiltinOperations::add), {});
+    EXPECT_THAT(elements<float>(out), ElementsAre(2, 4));
+}
+
 TEST_F(TessalineExecutorTest, AcceptsNoElementsAndAnOutputThatIsAnInput) {
     const auto none = float_vector({});
     auto empty = float_vector({});

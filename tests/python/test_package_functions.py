@@ -6,6 +6,7 @@ import doctest
 import importlib
 import inspect
 import itertools
+import math
 import os
 import pickle
 import re
@@ -59,6 +60,62 @@ def test_values_are_those_of_numpy_within_the_bound(case: Case, dtype: Any) -> N
         # Below the normal range the error of an operation is absolute.
         bound = bound + case.factor(n) * least(dtype)
         assert (error <= bound).all(), f"n {n}: error {error.max()}"
+
+
+NUMBERS: list[Any] = [
+    *(
+        3,
+        -2,
+        2**53,
+        2**53 + 1,
+        0.1,
+        -0.0,
+        2.0**-149,
+        1e-300,
+        1 + 2**-11 + 2**-40,
+        math.inf,
+        math.nan,
+    ),
+    *(np.float32(0.1), np.float64(0.1), np.float16(3), np.int8(-3), True, np.array(0.1)),
+    *(0.1 - 2j, np.complex64(3j), np.complex128(1e-50 + 1j)),
+]
+
+
+def same(a: Any, b: Any) -> bool:
+    return type(a) is type(b) and np.asarray(a).tobytes() == np.asarray(b).tobytes()
+
+
+@pytest.mark.parametrize("dtype", DTYPES, ids=str)
+def test_ordinary_calls_go_past_python_to_the_same_bits(
+    dtype: Any, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    x, a = values((6,), dtype, 1), strong(6, dtype)
+    calls = [(case.name, case.operands(6, dtype)) for case in CASES]
+    calls = [each for each in calls if each[0] not in ("matrix_power", "eye", "scale")]
+    calls += [("scale", (x, 3)), ("vector_equal", (x, x)), ("is_unitary", (a,))]
+    calls += [("eigvalsh", (a,)), ("logdet_positive_definite", (a,))]
+    expected = [getattr(tessaline, name)(*operands, dtype=dtype) for name, operands in calls]
+    monkeypatch.setattr(tessaline.Context, "_run", None)
+    for (name, operands), long_way in zip(calls, expected):
+        result = getattr(tessaline, name)(*operands)
+        assert same(result, long_way), name
+        if name not in ("vector_equal", "is_unitary", "norm", "conjugate"):
+            out = np.empty_like(np.asarray(result))
+            assert getattr(tessaline, name)(*operands, out=out) is out and same(out[()], result[()])
+
+
+@pytest.mark.parametrize("dtype", DTYPES, ids=str)
+@pytest.mark.parametrize("number", NUMBERS, ids=repr)
+def test_numbers_are_rounded_alike_on_both_ways(number: Any, dtype: Any) -> None:
+    x = values((7,), dtype, 1)
+    for function in (tessaline.scale, tessaline.divide):
+        try:
+            expected = function(x, number, dtype=dtype)
+        except (OverflowError, TypeError) as refusal:
+            with pytest.raises(type(refusal), match=re.escape(str(refusal))):
+                function(x, number)
+        else:
+            assert same(function(x, number), expected)
 
 
 @pytest.mark.parametrize("dtype", DTYPES, ids=str)

@@ -41,6 +41,11 @@ class TESSALINE_API TessalineContext {
     std::span<const OperationId> operations() const { return operation_ids_; }
     /// Raises std::out_of_range for an unknown id.
     const OperationSpec& operation(const OperationId& id) const;
+    /// Whether `operation` is the very contract that this context holds, and no copy.
+    bool contains(const OperationSpec& operation) const {
+        const auto index = static_cast<std::size_t>(operation.handle()) - 1;
+        return index < operations_by_handle_.size() && operations_by_handle_[index] == &operation;
+    }
     const BackendDispatcher& dispatcher() const { return dispatcher_; }
     /// What is published about an operation. Raises std::out_of_range for an unknown id.
     const OperationDescription& describe(const OperationId& id) const;
@@ -55,6 +60,7 @@ class TESSALINE_API TessalineContext {
     // Libraries are declared first, so that they outlive the entries that call into them.
     std::vector<std::shared_ptr<void>> plugin_libraries_;
     OperationRegistry operations_;
+    std::vector<const OperationSpec*> operations_by_handle_; ///< handles count from 1
     BackendRegistry backends_;
     BackendAdaptationRegistry adaptations_;
     BackendDispatcher dispatcher_;                   ///< refers into this very object

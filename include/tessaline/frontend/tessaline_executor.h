@@ -31,11 +31,18 @@ class TESSALINE_API TessalineExecutor {
     void execute(BackendExecutionBindings& bindings, const OperationId& id,
                  BackendExecutor::ExecutionOptions options) const;
     void execute(BackendExecutionBindings& bindings, const OperationId& id) const;
+    /// Runs an operation that was looked up in the context before, which spares the call a search.
+    /// Raises std::invalid_argument for one of another catalogue.
+    void execute(BackendExecutionBindings& bindings, const OperationSpec& operation,
+                 BackendExecutor::ExecutionOptions options) const;
     void execute(const OperationId& id, const OperationBindings& bindings,
                  BackendExecutor::ExecutionOptions options) const;
     void execute(const OperationId& id, const OperationBindings& bindings) const;
 
   private:
+    void run(BackendExecutionBindings& bindings, const OperationSpec& spec,
+             BackendExecutor::ExecutionOptions options) const;
+
     const TessalineContext* context_;
     BackendExecutor executor_;
 };
