@@ -12,6 +12,7 @@ FLOORS = [
     "storage",
     "execution",
     "dispatch",
+    "backend/common",
     "backend/cpu/numbers",
     "backend/cpu/runtime",
     "backend/cpu/simd/plain",

@@ -4,7 +4,7 @@
 namespace Tessaline::BuiltinOperations {
 
 // 101 is the first priority that is open to programs; objects without one come after all that have.
-#define TESSALINE_DEFINE_OPERATION_ID(name)                                                        \
+#define TESSALINE_DEFINE_OPERATION_ID(name, index)                                                 \
     [[gnu::init_priority(101)]] const OperationId name("tessaline." #name, 1);
 TESSALINE_BUILTIN_OPERATIONS(TESSALINE_DEFINE_OPERATION_ID)
 #undef TESSALINE_DEFINE_OPERATION_ID

@@ -3,6 +3,8 @@
 
 #include "tessaline/catalogue/builtin_operation_ids.h"
 
+#include <algorithm>
+
 namespace Tessaline {
 
 namespace {
@@ -12,6 +14,7 @@ namespace Validators = BuiltinValidators;
 
 using enum OperandAccess;
 using enum OperandKind;
+using enum OperandType;
 using enum RequirementKind;
 using enum RequirementPurpose;
 using enum RequirementEnforcement;
@@ -41,15 +44,11 @@ using ConstraintList = std::initializer_list<BuiltinConstraint>;
 
 constexpr OperandList two_vectors_to_vector = {
     {in0, read, Vector}, {in1, read, Vector}, {out0, write, Vector}};
-constexpr OperandList two_vectors_to_scalar = {
-    {in0, read, Vector}, {in1, read, Vector}, {out0, write, Scalar}};
 constexpr OperandList vector_and_scalar_to_vector = {
     {in0, read, Vector}, {in1, read, Scalar}, {out0, write, Vector}};
 constexpr OperandList two_matrices_to_matrix = {
     {in0, read, Matrix}, {in1, read, Matrix}, {out0, write, Matrix}};
 constexpr OperandList vector_to_scalar = {{in0, read, Vector}, {out0, write, Scalar}};
-constexpr OperandList matrix_to_scalar = {{in0, read, Matrix}, {out0, write, Scalar}};
-constexpr OperandList matrix_to_vector = {{in0, read, Matrix}, {out0, write, Vector}};
 constexpr OperandList matrix_to_matrix = {{in0, read, Matrix}, {out0, write, Matrix}};
 
 constexpr BuiltinConstraint square_input = equal({in0, 0}, {in0, 1});
@@ -82,7 +81,6 @@ constexpr const char* hermitian_result =
     "Eigenvalues are real and sorted in ascending order. Eigenvectors are orthonormal columns and "
     "retain the input's real or complex domain in compute precision.";
 
-// The order of the rows is the order of registration and so fixes the handles.
 constexpr BuiltinOperation table[] = {
     {&Ids::sqrt,
      {{in0, read, Vector}, {out0, write, Vector}},
@@ -171,7 +169,7 @@ constexpr BuiltinOperation table[] = {
      {"Output axes are products of the corresponding input axes."}},
 
     {&Ids::inner,
-     two_vectors_to_scalar,
+     {{in0, read, Vector}, {in1, read, Vector}, {out0, write, Scalar}},
      Validators::inner,
      {equal({in0, 0}, {in1, 0})},
      {},
@@ -200,21 +198,21 @@ constexpr BuiltinOperation table[] = {
      {"The right-hand side is overwritten with the solution."}},
 
     {&Ids::logdet,
-     {{in0, read, LuDecomp}, {out0, write, Scalar}},
+     {{in0, read, LuDecomp}, {out0, write, Scalar, complex}},
      Validators::logdet,
      {},
      {valid_factorisation},
      {"The complex logarithm uses its principal branch."}},
 
     {&Ids::trace,
-     matrix_to_scalar,
+     {{in0, read, Matrix}, {out0, write, Scalar}},
      Validators::matrix_to_scalar,
      {},
      {},
      {"The core operation accepts rectangular matrices and sums the available diagonal."}},
 
     {&Ids::eig,
-     {{in0, read, Matrix}, {out0, write, EigenVals}},
+     {{in0, read, Matrix}, {out0, write, EigenVals, complex}},
      Validators::eig,
      {square_input, output_as_long},
      {},
@@ -222,7 +220,7 @@ constexpr BuiltinOperation table[] = {
       "storage places vectors in columns and row-major storage places them in rows."}},
 
     {&Ids::principal_eigenvector,
-     matrix_to_vector,
+     {{in0, read, Matrix}, {out0, write, Vector, complex}},
      Validators::principal_eigenvector,
      {square_input, output_as_long},
      {{unique_dominant_eigenvalue, in0, unique_result, caller_responsibility,
@@ -244,7 +242,7 @@ constexpr BuiltinOperation table[] = {
      {traced}},
 
     {&Ids::matrix_power,
-     {{in0, read, Matrix}, {in1, read, Scalar}, {out0, write, Matrix}},
+     {{in0, read, Matrix}, {in1, read, Scalar, integer}, {out0, write, Matrix}},
      Validators::matrix_power,
      {square_input, output_as_long, equal({out0, 1}, {in0, 1})},
      {{nonnegative, in1, defined_result, caller_responsibility,
@@ -252,7 +250,7 @@ constexpr BuiltinOperation table[] = {
      {"Power zero produces the identity matrix."}},
 
     {&Ids::is_unitary,
-     matrix_to_scalar,
+     {{in0, read, Matrix}, {out0, write, Scalar, integer}},
      Validators::matrix_to_scalar,
      {},
      {},
@@ -266,7 +264,7 @@ constexpr BuiltinOperation table[] = {
      {"The read-write output must be square."}},
 
     {&Ids::vector_equal,
-     two_vectors_to_scalar,
+     {{in0, read, Vector}, {in1, read, Vector}, {out0, write, Scalar, integer}},
      Validators::vector_equal,
      {},
      {},
@@ -277,21 +275,21 @@ constexpr BuiltinOperation table[] = {
       "comparisons containing NaN compare unequal."}},
 
     {&Ids::eigh,
-     {{in0, read, Matrix}, {out0, write, Vector}, {out1, write, Matrix}},
+     {{in0, read, Matrix}, {out0, write, Vector, real}, {out1, write, Matrix, compute}},
      Validators::hermitian_eigen,
      {square_input, output_as_long, equal({out1, 0}, {in0, 0}), equal({out1, 1}, {in0, 1})},
      {finite_entries, hermitian_input},
      {hermitian_result}},
 
     {&Ids::eigvalsh,
-     matrix_to_vector,
+     {{in0, read, Matrix}, {out0, write, Vector, real}},
      Validators::hermitian_eigen,
      {square_input, output_as_long},
      {finite_entries, hermitian_input},
      {hermitian_result}},
 
     {&Ids::slogdet,
-     {{in0, read, Matrix}, {out0, write, Scalar}, {out1, write, Scalar}},
+     {{in0, read, Matrix}, {out0, write, Scalar, compute}, {out1, write, Scalar, real}},
      Validators::determinant,
      {square_input},
      {finite_entries},
@@ -299,7 +297,7 @@ constexpr BuiltinOperation table[] = {
       "matrices return zero and negative infinity; the empty determinant is one."}},
 
     {&Ids::logdet_positive_definite,
-     matrix_to_scalar,
+     {{in0, read, Matrix}, {out0, write, Scalar, real}},
      Validators::determinant,
      {square_input},
      {finite_entries,
@@ -308,6 +306,14 @@ constexpr BuiltinOperation table[] = {
        "Cholesky factorisation must succeed; the result is real."}},
      {}},
 };
+
+// The order of registration, which fixes the handles.
+constexpr const OperationId* order[] = {
+#define TESSALINE_LIST_OPERATION(name, index) &Ids::name,
+    TESSALINE_BUILTIN_OPERATIONS(TESSALINE_LIST_OPERATION)
+#undef TESSALINE_LIST_OPERATION
+};
+static_assert(std::ranges::equal(table, order, {}, &BuiltinOperation::id));
 
 } // namespace
 

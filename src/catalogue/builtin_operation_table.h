@@ -11,10 +11,20 @@
 
 namespace Tessaline {
 
+/// The type of an operand in a backend's row, in terms of the row's policy.
+enum class OperandType {
+    stored,  ///< the policy itself
+    compute, ///< stored as it is computed
+    real,    ///< a component of the compute type
+    complex, ///< the complex type of such components
+    integer, ///< int32, whatever the policy
+};
+
 struct BuiltinOperand {
     OperandRole role;
     OperandAccess access;
     OperandKind kind; ///< the family that the validator admits; it gives the rank
+    OperandType type = OperandType::stored;
 };
 
 /// One axis of an operand.
@@ -51,5 +61,8 @@ struct BuiltinOperation {
 
 /// The table, in the order of registration.
 std::span<const BuiltinOperation> builtin_operation_table();
+
+/// The row of an operation. Raises std::logic_error for one that is not in the table.
+const BuiltinOperation& builtin_operation(const OperationId& id);
 
 } // namespace Tessaline

@@ -42,15 +42,6 @@ OperationNumerics numerics_of(const BuiltinOperation& row) {
     return numerics;
 }
 
-const BuiltinOperation& row_of(const OperationId& id) {
-    for (const BuiltinOperation& row : builtin_operation_table()) {
-        if (*row.id == id) {
-            return row;
-        }
-    }
-    throw std::logic_error("operation_numerics - unknown built-in operation");
-}
-
 OperationSpec spec_of(const BuiltinOperation& row) {
     std::vector<OperationOperandSpec> operands;
     for (const BuiltinOperand& operand : row.operands) {
@@ -61,6 +52,15 @@ OperationSpec spec_of(const BuiltinOperation& row) {
 
 } // namespace
 
+const BuiltinOperation& builtin_operation(const OperationId& id) {
+    for (const BuiltinOperation& row : builtin_operation_table()) {
+        if (*row.id == id) {
+            return row;
+        }
+    }
+    throw std::logic_error("operation_numerics - unknown built-in operation");
+}
+
 void register_builtin_operations(OperationRegistry& registry,
                                  const RegistrationProvenance& provenance) {
     for (const BuiltinOperation& row : builtin_operation_table()) {
@@ -69,7 +69,7 @@ void register_builtin_operations(OperationRegistry& registry,
 }
 
 OperationNumerics operation_numerics(const OperationId& id) {
-    return numerics_of(row_of(id));
+    return numerics_of(builtin_operation(id));
 }
 
 } // namespace Tessaline

@@ -20,4 +20,9 @@ bool is_compiled_policy(ScalarType storage, ScalarType compute) {
     return found;
 }
 
+bool is_compiled_complex_policy(ScalarType storage, ScalarType compute) {
+    return is_compiled_policy(storage, compute) &&
+           scalar_metadata(storage).category == ScalarCategory::complex_floating;
+}
+
 } // namespace Tessaline

@@ -7,40 +7,42 @@
 
 #include "tessaline/catalogue/operation_id.h"
 
-/// Calls OPERATION with the last segment of each name.
+/// Calls OPERATION with the last segment of each name and with the operation's place among the
+/// kernels of a backend. Both orders are fixed: this one gives the handles, that one the order of a
+/// backend's rows.
 #define TESSALINE_BUILTIN_OPERATIONS(OPERATION)                                                    \
-    OPERATION(sqrt)                                                                                \
-    OPERATION(conjugate)                                                                           \
-    OPERATION(multiply)                                                                            \
-    OPERATION(add)                                                                                 \
-    OPERATION(subtract)                                                                            \
-    OPERATION(sum)                                                                                 \
-    OPERATION(norm)                                                                                \
-    OPERATION(scale)                                                                               \
-    OPERATION(divide)                                                                              \
-    OPERATION(transpose)                                                                           \
-    OPERATION(adjoint)                                                                             \
-    OPERATION(matmul)                                                                              \
-    OPERATION(matvec)                                                                              \
-    OPERATION(kron)                                                                                \
-    OPERATION(inner)                                                                               \
-    OPERATION(outer)                                                                               \
-    OPERATION(lu_factor)                                                                           \
-    OPERATION(solve)                                                                               \
-    OPERATION(logdet)                                                                              \
-    OPERATION(trace)                                                                               \
-    OPERATION(eig)                                                                                 \
-    OPERATION(principal_eigenvector)                                                               \
-    OPERATION(partial_trace_left)                                                                  \
-    OPERATION(partial_trace_right)                                                                 \
-    OPERATION(matrix_power)                                                                        \
-    OPERATION(is_unitary)                                                                          \
-    OPERATION(eye)                                                                                 \
-    OPERATION(vector_equal)                                                                        \
-    OPERATION(eigh)                                                                                \
-    OPERATION(eigvalsh)                                                                            \
-    OPERATION(slogdet)                                                                             \
-    OPERATION(logdet_positive_definite)
+    OPERATION(sqrt, 0)                                                                             \
+    OPERATION(conjugate, 1)                                                                        \
+    OPERATION(multiply, 2)                                                                         \
+    OPERATION(add, 3)                                                                              \
+    OPERATION(subtract, 4)                                                                         \
+    OPERATION(sum, 5)                                                                              \
+    OPERATION(norm, 19)                                                                            \
+    OPERATION(scale, 6)                                                                            \
+    OPERATION(divide, 7)                                                                           \
+    OPERATION(transpose, 8)                                                                        \
+    OPERATION(adjoint, 11)                                                                         \
+    OPERATION(matmul, 9)                                                                           \
+    OPERATION(matvec, 10)                                                                          \
+    OPERATION(kron, 12)                                                                            \
+    OPERATION(inner, 13)                                                                           \
+    OPERATION(outer, 14)                                                                           \
+    OPERATION(lu_factor, 15)                                                                       \
+    OPERATION(solve, 16)                                                                           \
+    OPERATION(logdet, 17)                                                                          \
+    OPERATION(trace, 18)                                                                           \
+    OPERATION(eig, 20)                                                                             \
+    OPERATION(principal_eigenvector, 21)                                                           \
+    OPERATION(partial_trace_left, 22)                                                              \
+    OPERATION(partial_trace_right, 23)                                                             \
+    OPERATION(matrix_power, 24)                                                                    \
+    OPERATION(is_unitary, 25)                                                                      \
+    OPERATION(eye, 26)                                                                             \
+    OPERATION(vector_equal, 27)                                                                    \
+    OPERATION(eigh, 28)                                                                            \
+    OPERATION(eigvalsh, 29)                                                                        \
+    OPERATION(slogdet, 30)                                                                         \
+    OPERATION(logdet_positive_definite, 31)
 
 namespace Tessaline {
 
@@ -48,7 +50,7 @@ namespace Tessaline {
 // program may hold a context, or ids of its own made of these, in such an object.
 namespace TESSALINE_API BuiltinOperations {
 
-#define TESSALINE_DECLARE_OPERATION_ID(name) extern const OperationId name;
+#define TESSALINE_DECLARE_OPERATION_ID(name, index) extern const OperationId name;
 TESSALINE_BUILTIN_OPERATIONS(TESSALINE_DECLARE_OPERATION_ID)
 #undef TESSALINE_DECLARE_OPERATION_ID
 

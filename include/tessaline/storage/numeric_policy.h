@@ -133,4 +133,7 @@ void for_each_numeric_policy(Visitor&& visitor) {
 /// Whether a pair is in the list.
 TESSALINE_API bool is_compiled_policy(ScalarType storage, ScalarType compute);
 
+/// Whether it is there and complex, so that its operands may be split or interleaved.
+TESSALINE_API bool is_compiled_complex_policy(ScalarType storage, ScalarType compute);
+
 } // namespace Tessaline

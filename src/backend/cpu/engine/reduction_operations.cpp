@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "backend/common/tolerances.h"
 #include "backend/cpu/engine/operations.h"
 #include "backend/cpu/engine/planes.h"
-#include "backend/cpu/floating/comparisons.h"
 #include "backend/cpu/numbers/floating_policies.h"
 #include "backend/cpu/runtime/stop_point.h"
 

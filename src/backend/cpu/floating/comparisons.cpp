@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/floating/comparisons.h"
 
+#include "backend/common/tolerances.h"
 #include "backend/cpu/floating/widened.h"
 #include "backend/cpu/runtime/stop_point.h"
 

@@ -96,9 +96,7 @@ std::vector<Real> rounded_eigenvalues(const std::vector<double>& values, Floatin
     for (const double value : values) {
         rounded.push_back(static_cast<Real>(value));
         if (!std::isfinite(rounded.back())) {
-            const auto& id =
-                BackendRegistration::floating_operations[static_cast<std::size_t>(name)];
-            throw SolverError("CPU", -1, "eigenvalue overflow", id.get().name(),
+            throw SolverError("CPU", -1, "eigenvalue overflow", operation_id(name).name(),
                               "eigh/eigvalsh - eigenvalue is outside the finite result dtype range",
                               ErrorReason::solver_failure);
         }

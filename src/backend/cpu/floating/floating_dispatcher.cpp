@@ -33,6 +33,7 @@ class Step final : public BackendProcessStep {
 
 template <typename T>
 void run_floating_kernel(FloatingOperation operation, BackendExecutionBindings& bindings) {
+    static_assert(kernels<T>.is_complete(), "an operation has no kernel");
     const FloatingKernel kernel = kernels<T>.find(operation);
     if (kernel == nullptr) {
         throw std::logic_error("CPU floating kernel - unsupported operation");

@@ -3,15 +3,15 @@
 
 // The way into the floating kernels: by stored element type and operation index.
 
-#include "backend/cpu/floating/floating_operation.h"
+#include "backend/common/floating_operation.h"
 #include "tessaline/execution/backend_process.h"
 
 namespace Tessaline {
 
 /// Runs the kernel of an operation on operands stored as T, in the thread's current CPU context. T
-/// is the stored element of a compiled policy other than int. Raises std::logic_error for an
-/// operation without a kernel and for operands of another form than the kernel's,
-/// std::invalid_argument for a written operand that is bound for reading, and what the kernel does.
+/// is the stored element of a compiled policy other than int. Raises std::logic_error for an index
+/// that no operation has and for operands of another form than the kernel's, std::invalid_argument
+/// for a written operand that is bound for reading, and what the kernel does.
 template <typename T>
 void run_floating_kernel(FloatingOperation operation, BackendExecutionBindings& bindings);
 

@@ -5,10 +5,10 @@
 // is a class template of static functions, defined and instantiated in its own source; adding a
 // kernel takes its line here.
 
+#include "backend/common/floating_operation.h"
 #include "backend/cpu/floating/comparisons.h"
 #include "backend/cpu/floating/eigen.h"
 #include "backend/cpu/floating/elementwise.h"
-#include "backend/cpu/floating/floating_operation.h"
 #include "backend/cpu/floating/lu.h"
 #include "backend/cpu/floating/matrix_power.h"
 #include "backend/cpu/floating/products.h"
@@ -28,7 +28,9 @@ class FloatingKernelTable {
         return kernels_[static_cast<std::size_t>(operation)];
     }
 
-    /// Null for an operation without a kernel and for an index that no operation has.
+    constexpr bool is_complete() const { return std::ranges::count(kernels_, nullptr) == 0; }
+
+    /// Null for an index that no operation has.
     constexpr FloatingKernel find(FloatingOperation operation) const {
         const auto index = static_cast<std::size_t>(operation);
         return index < kernels_.size() ? kernels_[index] : nullptr;

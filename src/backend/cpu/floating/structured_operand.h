@@ -3,8 +3,8 @@
 
 // The input of a structured solver: a matrix of any policy as a working copy in double precision.
 
+#include "backend/common/floating_operation.h"
 #include "backend/cpu/determinants/structured_input.h"
-#include "backend/cpu/floating/floating_operation.h"
 #include "backend/cpu/floating/operands.h"
 
 #include <limits>
@@ -47,10 +47,9 @@ class WorkingCopy {
     /// pair may differ by the order times the precision in which the policy computes.
     void validate(FloatingOperation operation, bool hermitian) const {
         constexpr double epsilon = std::numeric_limits<Component<ComputeOf<T>>>::epsilon();
-        const auto index = static_cast<std::size_t>(operation);
-        CpuStructured::validate<C>(
-            elements_, order(), hermitian, static_cast<double>(order()) * epsilon,
-            BackendRegistration::floating_operations[index].get().name().c_str());
+        CpuStructured::validate<C>(elements_, order(), hermitian,
+                                   static_cast<double>(order()) * epsilon,
+                                   operation_id(operation).name().c_str());
     }
 
   private:

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/rows/cpu_floating_numerics.h"
 
+#include "backend/common/solver_numerics.h"
+#include "backend/common/tolerances.h"
 #include "backend/cpu/eigen_general/limits.h"
 #include "backend/cpu/eigen_hermitian/structured_solver.h"
-#include "backend/cpu/floating/comparisons.h"
+#include "backend/cpu/numbers/floating_policies.h"
 #include "backend/cpu/rows/cpu_solver_numerics.h"
 
 namespace Tessaline::CpuNumerics {
@@ -101,14 +103,15 @@ ImplementationNumerics record_of(Operation operation, const PolicyNumerics& poli
                                  const BackendRegistryKey& key) {
     switch (operation) {
     case Operation::lu_factor:
-        return lu_factor("cpu.partial_pivoting_lu", policy.factors);
+        return lu_factor_numerics("cpu.partial_pivoting_lu", policy.factors);
     case Operation::solve:
         // A right-hand side that is stored otherwise than computed is copied.
-        return solve("cpu.triangular_substitution", policy.factors,
-                     policy.factors.mode == PrecisionMode::native ? SymbolicExpression::constant(0)
-                                                                  : order_of_input());
+        return lu_solve_numerics("cpu.triangular_substitution", policy.factors,
+                                 policy.factors.mode == PrecisionMode::native
+                                     ? SymbolicExpression::constant(0)
+                                     : order_of_input());
     case Operation::logdet:
-        return lu_logdet("cpu.lu_logdet", policy.factors);
+        return lu_logdet_numerics("cpu.lu_logdet", policy.factors);
     case Operation::eig:
         return eigenvectors("cpu.balanced_shifted_qr", policy);
     case Operation::principal_eigenvector:

@@ -3,7 +3,7 @@
 
 // The numerics records of the floating rows.
 
-#include "backend/cpu/floating/floating_operation.h"
+#include "backend/common/floating_operation.h"
 #include "tessaline/dispatch/builtin_capability.h"
 
 namespace Tessaline::CpuNumerics {

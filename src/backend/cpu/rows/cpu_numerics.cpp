@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/rows/cpu_numerics.h"
 
+#include "backend/common/solver_numerics.h"
+#include "backend/common/tolerances.h"
 #include "backend/cpu/eigen_general/limits.h"
-#include "backend/cpu/floating/comparisons.h"
 #include "backend/cpu/rows/cpu_solver_numerics.h"
 #include "backend/cpu/simd/kernels/engine_power_methods.h"
 #include "tessaline/catalogue/builtin_operation_ids.h"
@@ -78,17 +79,17 @@ ImplementationNumerics complex_principal_eigenvector() {
 }
 
 ImplementationNumerics complex_lu_factor() {
-    return lu_factor("simd.partial_pivoting", single_precision);
+    return lu_factor_numerics("simd.partial_pivoting", single_precision);
 }
 
 /// The right-hand side passes through interleaved scratch.
 ImplementationNumerics complex_solve() {
-    return solve("simd.lu.forward_backward_substitution", single_precision,
-                 SymbolicExpression::dimension(in0, 0));
+    return lu_solve_numerics("simd.lu.forward_backward_substitution", single_precision,
+                             SymbolicExpression::dimension(in0, 0));
 }
 
 ImplementationNumerics complex_logdet() {
-    return lu_logdet("simd.lu_logdet", single_precision);
+    return lu_logdet_numerics("simd.lu_logdet", single_precision);
 }
 
 struct SolverRecord {

@@ -11,11 +11,6 @@ namespace Tessaline {
 
 namespace {
 
-bool is_complex_policy(ScalarType storage, ScalarType compute) {
-    return is_compiled_policy(storage, compute) &&
-           scalar_metadata(storage).category == ScalarCategory::complex_floating;
-}
-
 bool is_dense(const BackendOperandKey& key) {
     return key.format.value == 0;
 }
@@ -95,7 +90,7 @@ bool supports_cpu_layout_adaptation(const BackendOperandKey& from, const Backend
                            to.location == DataLocation::pageable_host && from.kind == to.kind &&
                            from.format == to.format && from.storage == to.storage &&
                            from.compute == to.compute;
-    if (!same_data || !is_complex_policy(from.storage, from.compute) || !is_dense(from) ||
+    if (!same_data || !is_compiled_complex_policy(from.storage, from.compute) || !is_dense(from) ||
         from.complex != DataComplexLayout::interleaved) {
         return false;
     }

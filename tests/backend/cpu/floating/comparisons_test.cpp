@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/floating/comparisons.h"
-
+#include "backend/common/tolerances.h"
 #include "backend/cpu/floating/floating_test_support.h"
 
 namespace Tessaline {

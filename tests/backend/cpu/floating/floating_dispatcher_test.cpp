@@ -18,7 +18,7 @@ TEST(FloatingOperations, HaveTheIdsOfTheirIndices) {
         {28, "tessaline.eigh@1"},
         {31, "tessaline.logdet_positive_definite@1"}};
     for (const auto& [index, id] : samples) {
-        EXPECT_EQ(BackendRegistration::floating_operations[index].get().canonical(), id);
+        EXPECT_EQ(BackendRegistration::floating_operations[index]->canonical(), id);
     }
 }
 

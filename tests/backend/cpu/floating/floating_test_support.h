@@ -277,11 +277,9 @@ void expect_result(FloatingOperation operation, const std::vector<OperandBinding
                                 bytes_of(found).begin();
         const auto i = static_cast<std::size_t>(difference) / sizeof(Output);
         ASSERT_EQ(i, expected.elements.size())
-            << BackendRegistration::floating_operations[static_cast<std::size_t>(operation)]
-                   .get()
-                   .name()
-            << " with " << threads << " threads, element " << i << " of " << expected.rows << " by "
-            << expected.cols << ": " << ::testing::PrintToString(found.elements[i]) << ", expected "
+            << operation_id(operation).name() << " with " << threads << " threads, element " << i
+            << " of " << expected.rows << " by " << expected.cols << ": "
+            << ::testing::PrintToString(found.elements[i]) << ", expected "
             << ::testing::PrintToString(expected.elements[i]);
     };
     output.assign(before);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/rows/cpu_capabilities.h"
 
-#include "backend/cpu/floating/floating_operation.h"
+#include "backend/common/floating_operation.h"
 #include "support/expect_error.h"
 #include "support/key_storage.h"
 
@@ -11,7 +11,6 @@ namespace Tessaline {
 namespace {
 
 using BackendRegistration::BuiltinCapability;
-using BackendRegistration::floating_operations;
 using Testing::expect_error;
 using Testing::run_on_ones;
 
@@ -37,7 +36,7 @@ TEST(CpuFloatingCapabilities, KernelsTakeStorageOfTheirKeys) {
             for (std::size_t index = 0; index < rows.size(); ++index) {
                 const BuiltinCapability& row = rows[index];
                 SCOPED_TRACE(describe_operand_key(row.key.output()) + " of " + row.key.op().name());
-                EXPECT_EQ(row.key.op(), floating_operations[index].get());
+                EXPECT_EQ(row.key.op(), operation_id(static_cast<FloatingOperation>(index)));
                 const auto& key =
                     row.key.inputs().empty() ? row.key.output() : row.key.get_input(0);
                 if (key.kind == OperandKind::LuDecomp && key.storage != key.compute) {
