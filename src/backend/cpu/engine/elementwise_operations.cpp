@@ -55,85 +55,30 @@ void apply(void (*kernel)(Input, Input, Output), Input a, Input b, Output out) {
     });
 }
 
-/// Calls a real kernel of two inputs on both parts of complex ones.
-void apply_to_parts(void (*kernel)(RealInput, RealInput, RealOutput), SplitInput a, SplitInput b,
-                    SplitOutput out) {
-    for_elements(out.size, [=](Index begin, Index end) {
-        kernel(part(real_plane(a), begin, end), part(real_plane(b), begin, end),
-               part(real_plane(out), begin, end));
-        kernel(part(imag_plane(a), begin, end), part(imag_plane(b), begin, end),
-               part(imag_plane(out), begin, end));
-    });
+using RealKernel = void (*)(RealInput, RealInput, RealOutput);
+
+// A real kernel of two inputs on the real numbers of its operands.
+
+void apply_to_parts(RealKernel kernel, RealInput a, RealInput b, RealOutput out) {
+    kernel(a, b, out);
 }
-void apply_to_parts(void (*kernel)(RealInput, RealInput, RealOutput), InterleavedInput a,
-                    InterleavedInput b, InterleavedOutput out) {
-    for_elements(out.size, [=](Index begin, Index end) {
-        kernel(parts_of(part(a, begin, end)), parts_of(part(b, begin, end)),
-               parts_of(part(out, begin, end)));
-    });
+void apply_to_parts(RealKernel kernel, SplitInput a, SplitInput b, SplitOutput out) {
+    kernel(real_plane(a), real_plane(b), real_plane(out));
+    kernel(imag_plane(a), imag_plane(b), imag_plane(out));
+}
+void apply_to_parts(RealKernel kernel, InterleavedInput a, InterleavedInput b,
+                    InterleavedOutput out) {
+    kernel(parts_of(a), parts_of(b), parts_of(out));
 }
 
 template <typename Form>
-void scale_by_kernel(const ComplexKernels<Form>& kernels, typename Form::VectorInput a,
-                     ComplexScalarView<const float> factor, typename Form::VectorOutput out) {
-    // Read once, lest a chunk overwrite a factor that is an element of the result.
-    const float real = *factor.real;
-    const float imag = *factor.imag;
-    for_elements(out.size, [&](Index begin, Index end) {
-        kernels.scale(part(a, begin, end), {&real, &imag}, part(out, begin, end));
-    });
-}
-
-template <typename Form>
-void divide_by_kernel(const ComplexKernels<Form>& kernels, typename Form::VectorInput a,
-                      ComplexScalarView<const float> divisor, typename Form::VectorOutput out) {
-    const float real = *divisor.real;
-    const float imag = *divisor.imag;
-    const float squared = real * real + imag * imag;
-    const float inverse_real = real / squared;
-    const float inverse_imag = -imag / squared;
-    scale_by_kernel(kernels, a, {&inverse_real, &inverse_imag}, out);
-}
-
-} // namespace
-
-void sqrt(const Table&, SplitInput a, SplitOutput out) {
+void combine(RealKernel kernel, VectorInput<Form> a, VectorInput<Form> b, VectorOutput<Form> out) {
     for_elements(out.size, [=](Index begin, Index end) {
-        for (Index i = begin; i < end; ++i) {
-            const auto root = result_as<Element>(std::sqrt(Element(a.real[i], a.imag[i])));
-            out.real[i] = root.real();
-            out.imag[i] = root.imag();
-        }
+        apply_to_parts(kernel, part(a, begin, end), part(b, begin, end), part(out, begin, end));
     });
 }
 
-void sqrt(const Table&, InterleavedInput a, InterleavedOutput out) {
-    for_elements(out.size, [=](Index begin, Index end) {
-        for (Index i = begin; i < end; ++i) {
-            out.data[i] = result_as<Element>(std::sqrt(a.data[i]));
-        }
-    });
-}
-
-void conj(const Table& kernels, SplitOutput a) {
-    for_elements(a.size, [&](Index begin, Index end) {
-        const RealOutput imag = part(imag_plane(a), begin, end);
-        kernels.negate({imag.data, imag.size}, imag);
-    });
-}
-
-void conj(const Table&, InterleavedOutput a) {
-    auto* const bits = as_bits(a.data);
-    for_elements(a.size, [=](Index begin, Index end) {
-        copy_flipped(bits + begin, bits + begin, end - begin, imaginary_sign<Element>());
-    });
-}
-
-void add(const Table& kernels, RealInput a, RealInput b, RealOutput out) {
-    apply(kernels.add, a, b, out);
-}
-
-void add(const Table&, Float16Input a, Float16Input b, Float16Output out) {
+void add_halves(Float16Input a, Float16Input b, Float16Output out) {
     for_elements(out.size, [=](Index begin, Index end) {
         if (const ConversionKernels* conversions = unfused_table()) {
             conversions->add_binary16(&a.data[begin].bits, &b.data[begin].bits,
@@ -146,63 +91,91 @@ void add(const Table&, Float16Input a, Float16Input b, Float16Output out) {
     });
 }
 
-void add(const Table& kernels, SplitInput a, SplitInput b, SplitOutput out) {
-    apply_to_parts(kernels.add, a, b, out);
+void negate_imaginary(const Table& kernels, SplitOutput a) {
+    const RealOutput imag = imag_plane(a);
+    kernels.negate({imag.data, imag.size}, imag);
+}
+void negate_imaginary(const Table&, InterleavedOutput a) {
+    auto* const bits = as_bits(a.data);
+    copy_flipped(bits, bits, a.size, imaginary_sign<Element>());
 }
 
-void add(const Table& kernels, InterleavedInput a, InterleavedInput b, InterleavedOutput out) {
-    apply_to_parts(kernels.add, a, b, out);
-}
+} // namespace
 
-void sub(const Table& kernels, RealInput a, RealInput b, RealOutput out) {
-    apply(kernels.subtract, a, b, out);
-}
-
-void sub(const Table& kernels, SplitInput a, SplitInput b, SplitOutput out) {
-    apply_to_parts(kernels.subtract, a, b, out);
-}
-
-void sub(const Table& kernels, InterleavedInput a, InterleavedInput b, InterleavedOutput out) {
-    apply_to_parts(kernels.subtract, a, b, out);
-}
-
-void mul(const Table& kernels, RealInput a, RealInput b, RealOutput out) {
-    apply(kernels.multiply, a, b, out);
-}
-
-void mul(const Table& kernels, SplitInput a, SplitInput b, SplitOutput out) {
-    apply(kernels.split.multiply, a, b, out);
-}
-
-void mul(const Table& kernels, InterleavedInput a, InterleavedInput b, InterleavedOutput out) {
-    apply(kernels.interleaved.multiply, a, b, out);
-}
-
-void scale(const Table& kernels, RealInput a, RealScalarView<const float> factor, RealOutput out) {
-    const float value = *factor.data;
-    for_elements(out.size, [&](Index begin, Index end) {
-        kernels.scale(part(a, begin, end), value, part(out, begin, end));
+template <typename Form>
+void sqrt(const Table&, VectorInput<Form> a, VectorOutput<Form> out) {
+    for_elements(out.size, [=](Index begin, Index end) {
+        for (Index i = begin; i < end; ++i) {
+            set_element(out, i, result_as<Element>(std::sqrt(element_at(a, i))));
+        }
     });
 }
 
-void scale(const Table& kernels, SplitInput a, ComplexScalarView<const float> factor,
-           SplitOutput out) {
-    scale_by_kernel(kernels.split, a, factor, out);
+template <typename Form>
+void conj(const Table& kernels, VectorOutput<Form> a) {
+    for_elements(a.size,
+                 [&](Index begin, Index end) { negate_imaginary(kernels, part(a, begin, end)); });
 }
 
-void scale(const Table& kernels, InterleavedInput a, ComplexScalarView<const float> factor,
-           InterleavedOutput out) {
-    scale_by_kernel(kernels.interleaved, a, factor, out);
+template <typename Form>
+void add(const Table& kernels, VectorInput<Form> a, VectorInput<Form> b, VectorOutput<Form> out) {
+    if constexpr (std::is_same_v<Form, HalfForm>) {
+        add_halves(a, b, out);
+    } else {
+        combine<Form>(kernels.add, a, b, out);
+    }
 }
 
-void divide(const Table& kernels, SplitInput a, ComplexScalarView<const float> divisor,
-            SplitOutput out) {
-    divide_by_kernel(kernels.split, a, divisor, out);
+template <typename Form>
+void sub(const Table& kernels, VectorInput<Form> a, VectorInput<Form> b, VectorOutput<Form> out) {
+    combine<Form>(kernels.subtract, a, b, out);
 }
 
-void divide(const Table& kernels, InterleavedInput a, ComplexScalarView<const float> divisor,
-            InterleavedOutput out) {
-    divide_by_kernel(kernels.interleaved, a, divisor, out);
+template <typename Form>
+void mul(const Table& kernels, VectorInput<Form> a, VectorInput<Form> b, VectorOutput<Form> out) {
+    apply(kernels_of<Form>(kernels).multiply, a, b, out);
 }
+
+template <typename Form>
+void scale(const Table& kernels, VectorInput<Form> a, ScalarInput<Form> factor,
+           VectorOutput<Form> out) {
+    // The factor is read once, lest a chunk overwrite one that is an element of the result.
+    const auto run = [&](auto value) {
+        for_elements(out.size, [&](Index begin, Index end) {
+            kernels_of<Form>(kernels).scale(part(a, begin, end), value, part(out, begin, end));
+        });
+    };
+    if constexpr (std::is_same_v<Form, RealForm>) {
+        run(*factor.data);
+    } else {
+        const float real = *factor.real;
+        const float imag = *factor.imag;
+        run(ComplexScalarView<const float>{&real, &imag});
+    }
+}
+
+template <typename Form>
+void divide(const Table& kernels, VectorInput<Form> a, ScalarInput<Form> divisor,
+            VectorOutput<Form> out) {
+    const float real = *divisor.real;
+    const float imag = *divisor.imag;
+    const float squared = real * real + imag * imag;
+    const float inverse_real = real / squared;
+    const float inverse_imag = -imag / squared;
+    scale<Form>(kernels, a, {&inverse_real, &inverse_imag}, out);
+}
+
+TESSALINE_IN_EITHER_FORM(sqrt)
+TESSALINE_IN_EITHER_FORM(conj)
+TESSALINE_IN_EITHER_FORM(add)
+TESSALINE_IN_EITHER_FORM(sub)
+TESSALINE_IN_EITHER_FORM(mul)
+TESSALINE_IN_EITHER_FORM(scale)
+TESSALINE_IN_EITHER_FORM(divide)
+TESSALINE_IN_FORM(RealForm, add)
+TESSALINE_IN_FORM(RealForm, sub)
+TESSALINE_IN_FORM(RealForm, mul)
+TESSALINE_IN_FORM(RealForm, scale)
+TESSALINE_IN_FORM(HalfForm, add)
 
 } // namespace Tessaline::SimdOperations

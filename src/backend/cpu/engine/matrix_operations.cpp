@@ -41,18 +41,6 @@ void transpose_lines(SplitMatrixInput A, SplitMatrixOutput out, bool negate) {
     });
 }
 
-/// Transposes row-major elements; `flipped` are the bits of an element that change.
-void transpose_elements(InterleavedMatrixInput A, InterleavedMatrixOutput out,
-                        BitsOf<Element> flipped) {
-    const bool past_caches = out.rows * out.cols * sizeof(Element) >= least_bytes_past_caches;
-    const auto* const from = as_bits(A.data);
-    auto* const to = as_bits(out.data);
-    for_chunks(out.rows, work_of(out.rows, out.cols), [=](Index begin, Index end) {
-        copy_transposed(from + begin, A.cols, to + begin * out.cols, out.cols, A.rows, end - begin,
-                        flipped, past_caches);
-    });
-}
-
 /// Copies two planes as they lie; `negate` changes the sign of the imaginary one.
 void copy_lines(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out, bool negate) {
     const Index count = A.rows * A.cols;
@@ -66,6 +54,25 @@ void copy_lines(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out,
     });
 }
 
+/// Transposes a matrix; `negate` changes the sign of imaginary parts.
+void turn(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out, bool negate) {
+    if (A.layout == out.layout) {
+        transpose_lines(A, out, negate);
+    } else {
+        copy_lines(kernels, A, out, negate);
+    }
+}
+void turn(const Table&, InterleavedMatrixInput A, InterleavedMatrixOutput out, bool negate) {
+    const bool past_caches = out.rows * out.cols * sizeof(Element) >= least_bytes_past_caches;
+    const auto* const from = as_bits(A.data);
+    auto* const to = as_bits(out.data);
+    const BitsOf<Element> flipped = negate ? imaginary_sign<Element>() : 0;
+    for_chunks(out.rows, work_of(out.rows, out.cols), [=](Index begin, Index end) {
+        copy_transposed(from + begin, A.cols, to + begin * out.cols, out.cols, A.rows, end - begin,
+                        flipped, past_caches);
+    });
+}
+
 template <typename Input, typename Output>
 void require_transposed(const Input& A, const Output& out, const char* message) {
     if (A.rows != out.cols || A.cols != out.rows) {
@@ -73,15 +80,14 @@ void require_transposed(const Input& A, const Output& out, const char* message) 
     }
 }
 
-template <typename Matrix>
-void require_square(const Matrix& matrix) {
-    if (matrix.rows != matrix.cols) {
-        throw std::invalid_argument("SimdEngine::identity - non-square matrix");
-    }
+// Zeros from element `begin` to element `end`.
+void clear(SplitMatrixOutput out, Index begin, Index end) {
+    std::fill(out.real + begin, out.real + end, 0.0F);
+    std::fill(out.imag + begin, out.imag + end, 0.0F);
 }
-
-constexpr const char* left_refusal = "SimdEngine::trace_out_left - incompatible shapes or layout";
-constexpr const char* right_refusal = "SimdEngine::trace_out_right - incompatible shapes or layout";
+void clear(InterleavedMatrixOutput out, Index begin, Index end) {
+    std::fill(out.data + begin, out.data + end, Element());
+}
 
 /// Traces out the factor of a product space that `kernel` does.
 template <typename Input, typename Output>
@@ -105,69 +111,40 @@ void copy_matrix(const Table& kernels, SplitMatrixInput from, SplitMatrixOutput 
     }
 }
 
-void transpose(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) {
+template <typename Form>
+void transpose(const Table& kernels, MatrixInput<Form> A, MatrixOutput<Form> out) {
     require_transposed(A, out, "SimdEngine::transpose - incompatible shapes");
-    if (A.layout == out.layout) {
-        transpose_lines(A, out, false);
-    } else {
-        copy_lines(kernels, A, out, false);
-    }
+    turn(kernels, A, out, false);
 }
 
-void adjoint(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) {
+template <typename Form>
+void adjoint(const Table& kernels, MatrixInput<Form> A, MatrixOutput<Form> out) {
     require_transposed(A, out, "SimdEngine::adjoint - incompatible shapes");
-    if (A.layout == out.layout) {
-        transpose_lines(A, out, true);
-    } else {
-        copy_lines(kernels, A, out, true);
+    turn(kernels, A, out, true);
+}
+
+template <typename Form>
+void trace_out_left(const Table& kernels, MatrixInput<Form> A, MatrixOutput<Form> out) {
+    trace_out(kernels_of<Form>(kernels).partial_trace_left, A, out,
+              "SimdEngine::trace_out_left - incompatible shapes or layout");
+}
+
+template <typename Form>
+void trace_out_right(const Table& kernels, MatrixInput<Form> A, MatrixOutput<Form> out) {
+    trace_out(kernels_of<Form>(kernels).partial_trace_right, A, out,
+              "SimdEngine::trace_out_right - incompatible shapes or layout");
+}
+
+template <typename Form>
+void identity(const Table&, MatrixOutput<Form> out) {
+    if (out.rows != out.cols) {
+        throw std::invalid_argument("SimdEngine::identity - non-square matrix");
     }
-}
-
-void transpose(const Table&, InterleavedMatrixInput A, InterleavedMatrixOutput out) {
-    require_transposed(A, out, "SimdEngine::transpose - incompatible shapes");
-    transpose_elements(A, out, 0);
-}
-
-void adjoint(const Table&, InterleavedMatrixInput A, InterleavedMatrixOutput out) {
-    require_transposed(A, out, "SimdEngine::adjoint - incompatible shapes");
-    transpose_elements(A, out, imaginary_sign<Element>());
-}
-
-void trace_out_left(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) {
-    trace_out(kernels.split.partial_trace_left, A, out, left_refusal);
-}
-
-void trace_out_left(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixOutput out) {
-    trace_out(kernels.interleaved.partial_trace_left, A, out, left_refusal);
-}
-
-void trace_out_right(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out) {
-    trace_out(kernels.split.partial_trace_right, A, out, right_refusal);
-}
-
-void trace_out_right(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixOutput out) {
-    trace_out(kernels.interleaved.partial_trace_right, A, out, right_refusal);
-}
-
-void identity(const Table&, InterleavedMatrixOutput out) {
-    require_square(out);
     const Index order = out.rows;
     for_chunks(order, order, [=](Index begin, Index end) {
-        std::fill(out.data + begin * order, out.data + end * order, Element());
+        clear(out, begin * order, end * order);
         for (Index i = begin; i < end; ++i) {
-            out.data[i * order + i] = 1;
-        }
-    });
-}
-
-void identity(const Table&, SplitMatrixOutput out) {
-    require_square(out);
-    const Index order = out.rows;
-    for_chunks(order, order, [=](Index begin, Index end) {
-        std::fill(out.real + begin * order, out.real + end * order, 0.0F);
-        std::fill(out.imag + begin * order, out.imag + end * order, 0.0F);
-        for (Index i = begin; i < end; ++i) {
-            out.real[i * order + i] = 1;
+            set_element(out, i * order + i, 1);
         }
     });
 }
@@ -188,5 +165,11 @@ void relayout(const Table&, InterleavedMatrixInput from, InterleavedMatrixOutput
         }
     }
 }
+
+TESSALINE_IN_EITHER_FORM(transpose)
+TESSALINE_IN_EITHER_FORM(adjoint)
+TESSALINE_IN_EITHER_FORM(trace_out_left)
+TESSALINE_IN_EITHER_FORM(trace_out_right)
+TESSALINE_IN_EITHER_FORM(identity)
 
 } // namespace Tessaline::SimdOperations

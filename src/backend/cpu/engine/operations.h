@@ -10,72 +10,56 @@
 // squares and comparisons are the same on both engines. Operands of an elementwise operation may be
 // its result as well; results of the others overlap no operand. Sizes without a stated error agree.
 //
-// Most operations on split operands take interleaved ones too and give the same bits; such matrices
-// are row-major, but for relayout and the solvers.
+// An operation on operands that may have several forms is a template on the form; in either complex
+// form it gives the same bits. Interleaved matrices are row-major, but for relayout and the
+// solvers.
 
-#include "backend/cpu/simd/tables/kernels.h"
+#include "backend/cpu/engine/forms.h"
 #include "tessaline/storage/host_eigen_vals.h"
-#include "tessaline/storage/low_precision.h"
 
 namespace Tessaline::SimdOperations {
-
-using namespace SimdKernels;
-using Float16Input = DenseRealVectorView<const Float16>;
-using Float16Output = DenseRealVectorView<Float16>;
 
 // Elementwise.
 
 /// The principal square root, by the library.
-void sqrt(const Table& kernels, SplitInput a, SplitOutput out);
-void sqrt(const Table& kernels, InterleavedInput a, InterleavedOutput out);
-void conj(const Table& kernels, SplitOutput a);
-void conj(const Table& kernels, InterleavedOutput a);
-void add(const Table& kernels, RealInput a, RealInput b, RealOutput out);
-/// Rounded once to binary16.
-void add(const Table& kernels, Float16Input a, Float16Input b, Float16Output out);
-void add(const Table& kernels, SplitInput a, SplitInput b, SplitOutput out);
-void add(const Table& kernels, InterleavedInput a, InterleavedInput b, InterleavedOutput out);
-void sub(const Table& kernels, RealInput a, RealInput b, RealOutput out);
-void sub(const Table& kernels, SplitInput a, SplitInput b, SplitOutput out);
-void sub(const Table& kernels, InterleavedInput a, InterleavedInput b, InterleavedOutput out);
-void mul(const Table& kernels, RealInput a, RealInput b, RealOutput out);
+template <typename Form>
+void sqrt(const Table& kernels, VectorInput<Form> a, VectorOutput<Form> out);
+template <typename Form>
+void conj(const Table& kernels, VectorOutput<Form> a);
+/// For binary16 too, rounded once.
+template <typename Form>
+void add(const Table& kernels, VectorInput<Form> a, VectorInput<Form> b, VectorOutput<Form> out);
+template <typename Form>
+void sub(const Table& kernels, VectorInput<Form> a, VectorInput<Form> b, VectorOutput<Form> out);
 /// Without recovery of infinities, as all complex products here.
-void mul(const Table& kernels, SplitInput a, SplitInput b, SplitOutput out);
-void mul(const Table& kernels, InterleavedInput a, InterleavedInput b, InterleavedOutput out);
-void scale(const Table& kernels, RealInput a, RealScalarView<const float> factor, RealOutput out);
-void scale(const Table& kernels, SplitInput a, ComplexScalarView<const float> factor,
-           SplitOutput out);
-void scale(const Table& kernels, InterleavedInput a, ComplexScalarView<const float> factor,
-           InterleavedOutput out);
-/// Multiplies by the inverse of the divisor, which is computed once and unscaled.
-void divide(const Table& kernels, SplitInput a, ComplexScalarView<const float> divisor,
-            SplitOutput out);
-void divide(const Table& kernels, InterleavedInput a, ComplexScalarView<const float> divisor,
-            InterleavedOutput out);
+template <typename Form>
+void mul(const Table& kernels, VectorInput<Form> a, VectorInput<Form> b, VectorOutput<Form> out);
+template <typename Form>
+void scale(const Table& kernels, VectorInput<Form> a, ScalarInput<Form> factor,
+           VectorOutput<Form> out);
+/// Multiplies by the inverse of the divisor, which is computed once and unscaled. Complex only.
+template <typename Form>
+void divide(const Table& kernels, VectorInput<Form> a, ScalarInput<Form> divisor,
+            VectorOutput<Form> out);
 
 // Products. Shapes that do not fit raise std::invalid_argument where a shape is checked.
 
-/// Shapes are checked, and that all three matrices are row-major.
-void matmul(const Table& kernels, RealMatrixInput A, RealMatrixInput B, RealMatrixOutput C);
+/// Shapes are checked, and that all three matrices are row-major where they are real.
+template <typename Form>
+void matmul(const Table& kernels, MatrixInput<Form> A, MatrixInput<Form> B, MatrixOutput<Form> C);
 /// Shapes are checked.
-void matmul(const Table& kernels, SplitMatrixInput A, SplitMatrixInput B, SplitMatrixOutput C);
-void matmul(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixInput B,
-            InterleavedMatrixOutput C);
-/// Shapes are checked.
-void matvec(const Table& kernels, SplitMatrixInput A, SplitInput x, SplitOutput out);
-void matvec(const Table& kernels, InterleavedMatrixInput A, InterleavedInput x,
-            InterleavedOutput out);
-void kroneckerprod(const Table& kernels, SplitMatrixInput A, SplitMatrixInput B,
-                   SplitMatrixOutput out);
-void kroneckerprod(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixInput B,
-                   InterleavedMatrixOutput out);
-void outerprod(const Table& kernels, SplitInput a, SplitInput b, SplitMatrixOutput out);
-void outerprod(const Table& kernels, InterleavedInput a, InterleavedInput b,
-               InterleavedMatrixOutput out);
+template <typename Form>
+void matvec(const Table& kernels, MatrixInput<Form> A, VectorInput<Form> x, VectorOutput<Form> out);
+template <typename Form>
+void kroneckerprod(const Table& kernels, MatrixInput<Form> A, MatrixInput<Form> B,
+                   MatrixOutput<Form> out);
+template <typename Form>
+void outerprod(const Table& kernels, VectorInput<Form> a, VectorInput<Form> b,
+               MatrixOutput<Form> out);
 /// The sum of conj(a) b.
-void innerprod(const Table& kernels, SplitInput a, SplitInput b, ComplexScalarView<float> out);
-void innerprod(const Table& kernels, InterleavedInput a, InterleavedInput b,
-               ComplexScalarView<float> out);
+template <typename Form>
+void innerprod(const Table& kernels, VectorInput<Form> a, VectorInput<Form> b,
+               ScalarOutput<Form> out);
 /// A to a power, by squaring; exponents 0 and 1 give the identity and a copy without a product.
 /// Shapes are checked.
 void matrix_power(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out,
@@ -84,40 +68,39 @@ void matrix_power(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput ou
 // Positions.
 
 /// Shapes are checked.
-void transpose(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out);
-void transpose(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixOutput out);
+template <typename Form>
+void transpose(const Table& kernels, MatrixInput<Form> A, MatrixOutput<Form> out);
 /// Shapes are checked.
-void adjoint(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out);
-void adjoint(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixOutput out);
+template <typename Form>
+void adjoint(const Table& kernels, MatrixInput<Form> A, MatrixOutput<Form> out);
 /// Traces out the first factor of a product space: the result has the order of the second. Shapes
 /// are checked, and that both matrices are row-major.
-void trace_out_left(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out);
-void trace_out_left(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixOutput out);
+template <typename Form>
+void trace_out_left(const Table& kernels, MatrixInput<Form> A, MatrixOutput<Form> out);
 /// Traces out the second factor. Shapes are checked, and that both matrices are row-major.
-void trace_out_right(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out);
-void trace_out_right(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixOutput out);
+template <typename Form>
+void trace_out_right(const Table& kernels, MatrixInput<Form> A, MatrixOutput<Form> out);
 /// Raises std::invalid_argument for a matrix that is not square.
-void identity(const Table& kernels, SplitMatrixOutput out);
-void identity(const Table& kernels, InterleavedMatrixOutput out);
+template <typename Form>
+void identity(const Table& kernels, MatrixOutput<Form> out);
 /// Copies between element orders. Shapes are checked.
 void relayout(const Table& kernels, InterleavedMatrixInput from, InterleavedMatrixOutput to);
 
 // Reductions, serial.
 
-void sum(const Table& kernels, RealInput a, RealScalarView<float> out);
-void sum(const Table& kernels, SplitInput a, ComplexScalarView<float> out);
-void sum(const Table& kernels, InterleavedInput a, ComplexScalarView<float> out);
+template <typename Form>
+void sum(const Table& kernels, VectorInput<Form> a, ScalarOutput<Form> out);
 /// The sum of the diagonal, by eight lanes on either engine.
-void trace(const Table& kernels, SplitMatrixInput A, ComplexScalarView<float> out);
-void trace(const Table& kernels, InterleavedMatrixInput A, ComplexScalarView<float> out);
+template <typename Form>
+void trace(const Table& kernels, MatrixInput<Form> A, ScalarOutput<Form> out);
 /// The Euclidean norm, with imaginary part 0. The squares may overflow or underflow.
-void norm(const Table& kernels, SplitInput a, ComplexScalarView<float> out);
-void norm(const Table& kernels, InterleavedInput a, ComplexScalarView<float> out);
+template <typename Form>
+void norm(const Table& kernels, VectorInput<Form> a, ScalarOutput<Form> out);
 /// 1 where the rows are orthonormal within tolerances, as an empty matrix's are; else 0.
 void is_unitary(const Table& kernels, SplitMatrixInput A, RealScalarView<int> out);
 /// 1 where sizes agree and all components within tolerances; else 0.
-void vector_equal(const Table& kernels, SplitInput a, SplitInput b, RealScalarView<int> out);
-void vector_equal(const Table& kernels, InterleavedInput a, InterleavedInput b,
+template <typename Form>
+void vector_equal(const Table& kernels, VectorInput<Form> a, VectorInput<Form> b,
                   RealScalarView<int> out);
 
 // Solvers, serial. Raise SolverError for what cannot be solved.

@@ -3,14 +3,12 @@
 
 // Split matrices as the kernels take them: single planes, in row-major order.
 
-#include "backend/cpu/simd/tables/kernels.h"
+#include "backend/cpu/engine/forms.h"
 
 #include <optional>
 #include <vector>
 
 namespace Tessaline::SimdOperations {
-
-using namespace SimdKernels;
 
 template <typename T>
 DenseRealMatrixView<T> real_plane(DenseComplexSplitMatrixView<T> matrix) {
@@ -49,8 +47,20 @@ class SplitScratch {
     Index cols_;
 };
 
-/// An input in row-major order: itself, or a copy.
+/// An input in row-major order: itself, or a copy of split elements. Others are row-major.
+template <typename Form>
 class RowMajorInput {
+  public:
+    RowMajorInput(const Table&, MatrixInput<Form> matrix) : view_(matrix) {}
+
+    MatrixInput<Form> view() const { return view_; }
+
+  private:
+    MatrixInput<Form> view_;
+};
+
+template <>
+class RowMajorInput<SplitForm> {
   public:
     RowMajorInput(const Table& kernels, SplitMatrixInput matrix) : view_(matrix) {
         if (!is_row_major(matrix)) {
@@ -68,7 +78,20 @@ class RowMajorInput {
 };
 
 /// A result in row-major order: itself, or a temporary that `finish` copies to it.
+template <typename Form>
 class RowMajorResult {
+  public:
+    RowMajorResult(const Table&, MatrixOutput<Form> matrix) : matrix_(matrix) {}
+
+    MatrixOutput<Form> view() { return matrix_; }
+    void finish() {}
+
+  private:
+    MatrixOutput<Form> matrix_;
+};
+
+template <>
+class RowMajorResult<SplitForm> {
   public:
     RowMajorResult(const Table& kernels, SplitMatrixOutput matrix)
         : kernels_(kernels),

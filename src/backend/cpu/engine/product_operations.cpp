@@ -27,26 +27,22 @@ void multiply(void (*kernel)(Input, Input, Output, Index, Index), Input A, Input
         [=](Index begin, Index end) { kernel(A, B, C, begin, end); }, least_rows_of_product);
 }
 
-template <typename Matrix, typename Input, typename Output>
-void require_transforming(const Matrix& A, const Input& x, const Output& out) {
-    if (A.cols != x.size || A.rows != out.size) {
-        throw std::invalid_argument("SimdEngine::matvec - incompatible shapes");
-    }
-}
-
-template <typename Form>
-void transform(const ComplexKernels<Form>& kernels, typename Form::MatrixInput A,
-               typename Form::VectorInput x, typename Form::VectorOutput out) {
-    for_chunks(A.rows, work_of(A.rows, A.cols),
-               [&](Index begin, Index end) { kernels.row_products(A, x, out, begin, end); });
-}
-
 /// An outer product is the Kronecker product of a column and a row.
 template <typename Form>
-void fill_kron(const ComplexKernels<Form>& kernels, typename Form::MatrixInput A,
-               typename Form::MatrixInput B, typename Form::MatrixOutput out) {
+void fill_kron(const Table& kernels, MatrixInput<Form> A, MatrixInput<Form> B,
+               MatrixOutput<Form> out) {
+    const auto fill = kernels_of<Form>(kernels).kron;
+    RowMajorResult<Form> result(kernels, out);
     for_chunks(out.rows, work_of(out.rows, out.cols),
-               [&](Index begin, Index end) { kernels.kron(A, B, out, begin, end); });
+               [&](Index begin, Index end) { fill(A, B, result.view(), begin, end); });
+    result.finish();
+}
+
+SplitMatrixInput as_matrix(SplitInput vector, Index rows, Index cols) {
+    return {vector.real, vector.imag, rows, cols, DataMatrixLayout::row_major};
+}
+InterleavedMatrixInput as_matrix(InterleavedInput vector, Index rows, Index cols) {
+    return {vector.data, rows, cols, DataMatrixLayout::row_major};
 }
 
 /// A to a power above 1.
@@ -54,7 +50,7 @@ void raise(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out, unsi
     SplitScratch accumulated(A.rows, A.cols);
     SplitScratch base(A.rows, A.cols);
     SplitScratch spare(A.rows, A.cols);
-    identity(kernels, accumulated.view());
+    identity<SplitForm>(kernels, accumulated.view());
     copy_matrix(kernels, A, base.view());
     const SplitMatrixOutput power = power_by_squaring(
         exponent, accumulated.view(), base.view(), spare.view(),
@@ -66,77 +62,51 @@ void raise(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out, unsi
 
 } // namespace
 
-void matmul(const Table& kernels, RealMatrixInput A, RealMatrixInput B, RealMatrixOutput C) {
-    if (!multiplies(A, B, C) || !is_row_major(A) || !is_row_major(B) || !is_row_major(C)) {
-        throw std::invalid_argument("SimdEngine::matmul - incompatible shapes or layout");
-    }
-    multiply(kernels.matmul, A, B, C);
-}
-
-void matmul(const Table& kernels, SplitMatrixInput A, SplitMatrixInput B, SplitMatrixOutput C) {
-    if (!multiplies(A, B, C)) {
+template <typename Form>
+void matmul(const Table& kernels, MatrixInput<Form> A, MatrixInput<Form> B, MatrixOutput<Form> C) {
+    if constexpr (std::is_same_v<Form, RealForm>) {
+        if (!multiplies(A, B, C) || !is_row_major(A) || !is_row_major(B) || !is_row_major(C)) {
+            throw std::invalid_argument("SimdEngine::matmul - incompatible shapes or layout");
+        }
+    } else if (!multiplies(A, B, C)) {
         throw std::invalid_argument("SimdEngine::matmul - incompatible shapes");
     }
-    const RowMajorInput a(kernels, A);
-    const RowMajorInput b(kernels, B);
-    RowMajorResult c(kernels, C);
-    multiply(kernels.split.matmul, a.view(), b.view(), c.view());
+    const RowMajorInput<Form> a(kernels, A);
+    const RowMajorInput<Form> b(kernels, B);
+    RowMajorResult<Form> c(kernels, C);
+    multiply(kernels_of<Form>(kernels).matmul, a.view(), b.view(), c.view());
     c.finish();
 }
 
-void matmul(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixInput B,
-            InterleavedMatrixOutput C) {
-    if (!multiplies(A, B, C)) {
-        throw std::invalid_argument("SimdEngine::matmul - incompatible shapes");
+template <typename Form>
+void matvec(const Table& kernels, MatrixInput<Form> A, VectorInput<Form> x,
+            VectorOutput<Form> out) {
+    if (A.cols != x.size || A.rows != out.size) {
+        throw std::invalid_argument("SimdEngine::matvec - incompatible shapes");
     }
-    multiply(kernels.interleaved.matmul, A, B, C);
+    const RowMajorInput<Form> a(kernels, A);
+    for_chunks(A.rows, work_of(A.rows, A.cols), [&](Index begin, Index end) {
+        kernels_of<Form>(kernels).row_products(a.view(), x, out, begin, end);
+    });
 }
 
-void matvec(const Table& kernels, SplitMatrixInput A, SplitInput x, SplitOutput out) {
-    require_transforming(A, x, out);
-    transform(kernels.split, RowMajorInput(kernels, A).view(), x, out);
+template <typename Form>
+void kroneckerprod(const Table& kernels, MatrixInput<Form> A, MatrixInput<Form> B,
+                   MatrixOutput<Form> out) {
+    fill_kron<Form>(kernels, RowMajorInput<Form>(kernels, A).view(),
+                    RowMajorInput<Form>(kernels, B).view(), out);
 }
 
-void matvec(const Table& kernels, InterleavedMatrixInput A, InterleavedInput x,
-            InterleavedOutput out) {
-    require_transforming(A, x, out);
-    transform(kernels.interleaved, A, x, out);
+template <typename Form>
+void outerprod(const Table& kernels, VectorInput<Form> a, VectorInput<Form> b,
+               MatrixOutput<Form> out) {
+    fill_kron<Form>(kernels, as_matrix(a, a.size, 1), as_matrix(b, 1, b.size), out);
 }
 
-void kroneckerprod(const Table& kernels, SplitMatrixInput A, SplitMatrixInput B,
-                   SplitMatrixOutput out) {
-    const RowMajorInput a(kernels, A);
-    const RowMajorInput b(kernels, B);
-    RowMajorResult result(kernels, out);
-    fill_kron(kernels.split, a.view(), b.view(), result.view());
-    result.finish();
-}
-
-void kroneckerprod(const Table& kernels, InterleavedMatrixInput A, InterleavedMatrixInput B,
-                   InterleavedMatrixOutput out) {
-    fill_kron(kernels.interleaved, A, B, out);
-}
-
-void outerprod(const Table& kernels, SplitInput a, SplitInput b, SplitMatrixOutput out) {
-    RowMajorResult result(kernels, out);
-    fill_kron(kernels.split, {a.real, a.imag, a.size, 1, DataMatrixLayout::row_major},
-              {b.real, b.imag, 1, b.size, DataMatrixLayout::row_major}, result.view());
-    result.finish();
-}
-
-void outerprod(const Table& kernels, InterleavedInput a, InterleavedInput b,
-               InterleavedMatrixOutput out) {
-    fill_kron(kernels.interleaved, {a.data, a.size, 1, DataMatrixLayout::row_major},
-              {b.data, 1, b.size, DataMatrixLayout::row_major}, out);
-}
-
-void innerprod(const Table& kernels, SplitInput a, SplitInput b, ComplexScalarView<float> out) {
-    kernels.split.inner(a, b, out);
-}
-
-void innerprod(const Table& kernels, InterleavedInput a, InterleavedInput b,
-               ComplexScalarView<float> out) {
-    kernels.interleaved.inner(a, b, out);
+template <typename Form>
+void innerprod(const Table& kernels, VectorInput<Form> a, VectorInput<Form> b,
+               ScalarOutput<Form> out) {
+    kernels_of<Form>(kernels).inner(a, b, out);
 }
 
 void matrix_power(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput out,
@@ -145,12 +115,19 @@ void matrix_power(const Table& kernels, SplitMatrixInput A, SplitMatrixOutput ou
         throw std::invalid_argument("SimdEngine::matrix_power - incompatible shapes");
     }
     if (exponent == 0) {
-        identity(kernels, out);
+        identity<SplitForm>(kernels, out);
     } else if (exponent == 1) {
         copy_matrix(kernels, A, out);
     } else {
         raise(kernels, A, out, exponent);
     }
 }
+
+TESSALINE_IN_EITHER_FORM(matmul)
+TESSALINE_IN_EITHER_FORM(matvec)
+TESSALINE_IN_EITHER_FORM(kroneckerprod)
+TESSALINE_IN_EITHER_FORM(outerprod)
+TESSALINE_IN_EITHER_FORM(innerprod)
+TESSALINE_IN_FORM(RealForm, matmul)
 
 } // namespace Tessaline::SimdOperations

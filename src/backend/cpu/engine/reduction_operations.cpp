@@ -63,14 +63,26 @@ bool nearly_equal(const float* a, const float* b, Index size) {
     return true;
 }
 
-template <typename ElementAt>
-float euclidean_norm(Index size, const ElementAt& element) {
-    float sum = 0;
-    for (Index i = 0; i < size; ++i) {
-        const Element value = element(i);
-        sum += value.real() * value.real() + value.imag() * value.imag();
-    }
-    return result_as<float>(std::sqrt(sum));
+bool nearly_equal(SplitInput a, SplitInput b) {
+    return nearly_equal(a.real, b.real, a.size) && nearly_equal(a.imag, b.imag, a.size);
+}
+bool nearly_equal(InterleavedInput a, InterleavedInput b) {
+    return nearly_equal(reinterpret_cast<const float*>(a.data),
+                        reinterpret_cast<const float*>(b.data), 2 * a.size);
+}
+
+/// The parts of elements that lie `step` floats apart.
+struct ElementParts {
+    const float* real;
+    const float* imag;
+    Index step;
+};
+ElementParts parts_of(SplitMatrixInput A) {
+    return {A.real, A.imag, 1};
+}
+ElementParts parts_of(InterleavedMatrixInput A) {
+    const auto* const parts = reinterpret_cast<const float*>(A.data);
+    return {parts, parts + 1, 2};
 }
 
 /// Whether a row's inner product with itself is 1. An overflow is none.
@@ -112,62 +124,52 @@ bool rows_are_orthonormal(const Table& kernels, SplitMatrixInput A) {
 
 } // namespace
 
-void sum(const Table& kernels, RealInput a, RealScalarView<float> out) {
-    *out.data = kernels.sum(a);
+template <typename Form>
+void sum(const Table& kernels, VectorInput<Form> a, ScalarOutput<Form> out) {
+    if constexpr (std::is_same_v<Form, RealForm>) {
+        *out.data = kernels.sum(a);
+    } else {
+        kernels_of<Form>(kernels).sum(a, out);
+    }
 }
 
-void sum(const Table& kernels, SplitInput a, ComplexScalarView<float> out) {
-    kernels.split.sum(a, out);
-}
-
-void sum(const Table& kernels, InterleavedInput a, ComplexScalarView<float> out) {
-    kernels.interleaved.sum(a, out);
-}
-
-void trace(const Table&, SplitMatrixInput A, ComplexScalarView<float> out) {
+template <typename Form>
+void trace(const Table&, MatrixInput<Form> A, ScalarOutput<Form> out) {
     const Index count = std::min(A.rows, A.cols);
-    const Index stride = (is_row_major(A) ? A.cols : A.rows) + 1;
-    *out.real = strided_sum(A.real, count, stride);
-    *out.imag = strided_sum(A.imag, count, stride);
+    const ElementParts parts = parts_of(A);
+    const Index stride = parts.step * ((is_row_major(A) ? A.cols : A.rows) + 1);
+    *out.real = strided_sum(parts.real, count, stride);
+    *out.imag = strided_sum(parts.imag, count, stride);
 }
 
-void trace(const Table&, InterleavedMatrixInput A, ComplexScalarView<float> out) {
-    const Index count = std::min(A.rows, A.cols);
-    const Index stride = 2 * (A.cols + 1);
-    const auto* const parts = reinterpret_cast<const float*>(A.data);
-    *out.real = strided_sum(parts, count, stride);
-    *out.imag = strided_sum(parts + 1, count, stride);
-}
-
-void norm(const Table&, SplitInput a, ComplexScalarView<float> out) {
-    *out.real = euclidean_norm(a.size, [a](Index i) { return Element(a.real[i], a.imag[i]); });
-    *out.imag = 0;
-}
-
-void norm(const Table&, InterleavedInput a, ComplexScalarView<float> out) {
-    *out.real = euclidean_norm(a.size, [a](Index i) { return a.data[i]; });
+template <typename Form>
+void norm(const Table&, VectorInput<Form> a, ScalarOutput<Form> out) {
+    float sum = 0;
+    for (Index i = 0; i < a.size; ++i) {
+        const Element value = element_at(a, i);
+        sum += value.real() * value.real() + value.imag() * value.imag();
+    }
+    *out.real = result_as<float>(std::sqrt(sum));
     *out.imag = 0;
 }
 
 void is_unitary(const Table& kernels, SplitMatrixInput A, RealScalarView<int> out) {
     *out.data = 0;
     if (A.rows == A.cols) {
-        const RowMajorInput a(kernels, A);
+        const RowMajorInput<SplitForm> a(kernels, A);
         *out.data = rows_are_orthonormal(kernels, a.view()) ? 1 : 0;
     }
 }
 
-void vector_equal(const Table&, SplitInput a, SplitInput b, RealScalarView<int> out) {
-    const bool equal = a.size == b.size && nearly_equal(a.real, b.real, a.size) &&
-                       nearly_equal(a.imag, b.imag, a.size);
-    *out.data = equal ? 1 : 0;
+template <typename Form>
+void vector_equal(const Table&, VectorInput<Form> a, VectorInput<Form> b, RealScalarView<int> out) {
+    *out.data = a.size == b.size && nearly_equal(a, b) ? 1 : 0;
 }
 
-void vector_equal(const Table&, InterleavedInput a, InterleavedInput b, RealScalarView<int> out) {
-    const bool equal =
-        a.size == b.size && nearly_equal(reinterpret_cast<const float*>(a.data),
-                                         reinterpret_cast<const float*>(b.data), 2 * a.size);
-    *out.data = equal ? 1 : 0;
-}
+TESSALINE_IN_EITHER_FORM(sum)
+TESSALINE_IN_EITHER_FORM(trace)
+TESSALINE_IN_EITHER_FORM(norm)
+TESSALINE_IN_EITHER_FORM(vector_equal)
+TESSALINE_IN_FORM(RealForm, sum)
 
 } // namespace Tessaline::SimdOperations

@@ -2,15 +2,16 @@
 #pragma once
 
 // The SIMD engine: its operations for one instruction set, and for the one chosen at run time. Both
-// have lu_decomp and the members that TESSALINE_SIMD_OPERATIONS lists, each with the operands and
-// the errors of the function of that name in operations.h.
+// have lu_decomp and the members that the lists below name, each with the operands and the errors
+// of the function of that name in operations.h.
 
 #include "backend/cpu/engine/operations.h"
 #include "backend/cpu/simd/tables/x86_simd.h"
 
 namespace Tessaline {
 
-#define TESSALINE_SIMD_OPERATIONS(OPERATION)                                                       \
+/// Those that are templates on the form.
+#define TESSALINE_SIMD_OPERATIONS_BY_FORM(OPERATION)                                               \
     OPERATION(sqrt)                                                                                \
     OPERATION(conj)                                                                                \
     OPERATION(add)                                                                                 \
@@ -23,18 +24,21 @@ namespace Tessaline {
     OPERATION(kroneckerprod)                                                                       \
     OPERATION(outerprod)                                                                           \
     OPERATION(innerprod)                                                                           \
-    OPERATION(matrix_power)                                                                        \
     OPERATION(transpose)                                                                           \
     OPERATION(adjoint)                                                                             \
     OPERATION(trace_out_left)                                                                      \
     OPERATION(trace_out_right)                                                                     \
     OPERATION(identity)                                                                            \
-    OPERATION(relayout)                                                                            \
     OPERATION(sum)                                                                                 \
     OPERATION(trace)                                                                               \
     OPERATION(norm)                                                                                \
+    OPERATION(vector_equal)
+
+/// Those that operands of one form have.
+#define TESSALINE_SIMD_OPERATIONS_OF_ONE_FORM(OPERATION)                                           \
+    OPERATION(matrix_power)                                                                        \
+    OPERATION(relayout)                                                                            \
     OPERATION(is_unitary)                                                                          \
-    OPERATION(vector_equal)                                                                        \
     OPERATION(solve)                                                                               \
     OPERATION(logdet)                                                                              \
     OPERATION(eigen)                                                                               \
@@ -48,11 +52,18 @@ class X86SimdEngine {
         SimdOperations::lu_decomp(kernels, lu);
     }
 #define TESSALINE_ENGINE_OPERATION(operation)                                                      \
+    template <typename First, typename... Rest>                                                    \
+    static void operation(First first, Rest... rest) {                                             \
+        SimdOperations::operation<SimdOperations::FormOf<First>>(kernels, first, rest...);         \
+    }
+    TESSALINE_SIMD_OPERATIONS_BY_FORM(TESSALINE_ENGINE_OPERATION)
+#undef TESSALINE_ENGINE_OPERATION
+#define TESSALINE_ENGINE_OPERATION(operation)                                                      \
     template <typename... Operands>                                                                \
     static void operation(Operands... operands) {                                                  \
         SimdOperations::operation(kernels, operands...);                                           \
     }
-    TESSALINE_SIMD_OPERATIONS(TESSALINE_ENGINE_OPERATION)
+    TESSALINE_SIMD_OPERATIONS_OF_ONE_FORM(TESSALINE_ENGINE_OPERATION)
 #undef TESSALINE_ENGINE_OPERATION
 
   private:
@@ -78,7 +89,8 @@ class SimdEngine {
                    &X86SimdEngine<X86Simd::avx512>::template operation<Operands...>);              \
         selected(operands...);                                                                     \
     }
-    TESSALINE_SIMD_OPERATIONS(TESSALINE_ENGINE_OPERATION)
+    TESSALINE_SIMD_OPERATIONS_BY_FORM(TESSALINE_ENGINE_OPERATION)
+    TESSALINE_SIMD_OPERATIONS_OF_ONE_FORM(TESSALINE_ENGINE_OPERATION)
 #undef TESSALINE_ENGINE_OPERATION
 
   private:

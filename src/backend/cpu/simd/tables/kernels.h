@@ -38,12 +38,16 @@ struct SplitForm {
     using VectorOutput = SplitOutput;
     using MatrixInput = SplitMatrixInput;
     using MatrixOutput = SplitMatrixOutput;
+    using ScalarInput = ComplexScalarView<const float>;
+    using ScalarOutput = ComplexScalarView<float>;
 };
 struct InterleavedForm {
     using VectorInput = InterleavedInput;
     using VectorOutput = InterleavedOutput;
     using MatrixInput = InterleavedMatrixInput;
     using MatrixOutput = InterleavedMatrixOutput;
+    using ScalarInput = ComplexScalarView<const float>;
+    using ScalarOutput = ComplexScalarView<float>;
 };
 
 /// Kernels of complex operands, which give the same bits in either form.
