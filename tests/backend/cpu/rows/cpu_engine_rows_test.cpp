@@ -22,6 +22,52 @@ TEST(EngineRows, KernelsTakeStorageOfTheirKeys) {
     });
 }
 
+TEST(EngineRows, KernelsRefuseStorageOfAnotherElement) {
+    for_each_numeric_policy([]<typename Policy>(Policy) {
+        if constexpr (requires { CpuCapabilities<Policy>::legacy_records(); }) {
+            for (const auto& row : CpuCapabilities<Policy>::legacy_records()) {
+                for (std::size_t wrong = 0; wrong <= row.key.inputs().size(); ++wrong) {
+                    std::vector<BackendOperandKey> operands = row.key.inputs();
+                    operands.push_back(row.key.output());
+                    BackendOperandKey& operand = operands[wrong];
+                    const bool is_complex = scalar_metadata(operand.storage).category ==
+                                            ScalarCategory::complex_floating;
+                    operand.storage = is_complex ? ScalarType::Complex128 : ScalarType::Float64;
+                    operand.compute = operand.storage;
+                    const BackendOperandKey output = operands.back();
+                    operands.pop_back();
+                    const BackendRegistryKey key(row.key.backend(), row.key.op(), operands, output);
+                    EXPECT_THROW(Testing::run_on_ones(key, row.entry), std::bad_cast)
+                        << Testing::key_text(key);
+                }
+            }
+        }
+    });
+}
+
+TEST(EngineRows, TheExponentIsReadAsUnsigned) {
+    // 2^32 - 1 is odd, and only the sign of the eigenvalue -1 remembers that.
+    const auto rows =
+        CpuCapabilities<NumericPolicy<std::complex<float>, std::complex<float>>>::legacy_records();
+    const auto row = std::ranges::find(rows, BuiltinOperations::matrix_power,
+                                       [](const auto& each) { return each.key.op(); });
+    Testing::OperandsOfKeys operands(row->key, 1, 1, [](OperandRole, ErasedBufferAccess& buffers) {
+        const MutableBufferView view = buffers.buffer(0);
+        if (view.scalar_type == ScalarType::Int32) {
+            *static_cast<int*>(view.data) = -1;
+        } else {
+            *static_cast<float*>(view.data) = -1;
+            *static_cast<float*>(buffers.buffer(1).data) = 0;
+        }
+    });
+    BackendExecutionSession session;
+    row->entry.materialise().execute(session, operands.bindings());
+    operands.for_each_output([](const MutableBufferView& view) {
+        EXPECT_EQ(*static_cast<const float*>(view.data),
+                  view.role == BufferRole::imaginary ? 0 : -1);
+    });
+}
+
 TEST(RegisterCpuBackends, EveryRowBearsTheProvenanceGiven) {
     BackendRegistry registry;
     const auto provenance = RegistrationProvenance::builtin("9.9");

@@ -2,10 +2,13 @@
 
 // What holds for every implementation on the CPU, whatever it computes: the caller's floating-point
 // environment, the number of threads and the bits of a NaN that comes in change no bit that comes
-// out, and the caller keeps its environment.
+// out, and the caller keeps its environment. An engine's row computes what the floating row of its
+// operation does, in whatever form the operands are.
 
 #include "backend/cpu/floating/floating_test_support.h"
 #include "backend/cpu/rows/cpu_capabilities.h"
+#include "backend/cpu/steps/cpu_layout_adaptation.h"
+#include "backend/cpu/steps/deferred_planes.h"
 #include "support/key_storage.h"
 #include "support/key_text.h"
 
@@ -168,9 +171,31 @@ struct ControlWords {
 /// What a run leaves behind.
 struct Outcome {
     std::vector<std::byte> outputs;
+    std::vector<double> values; ///< of the outputs, real parts before imaginary ones
     std::string error;
     bool keeps_environment = true;
-    bool has_one_nan = true; ///< in its outputs
+    bool has_one_nan = true;      ///< in its outputs
+    bool has_made_planes = false; ///< of operands that are adapted
+};
+
+/// Stands after a kernel and looks whether planes were made for it.
+class PlanesProbe final : public BackendProcessStep {
+  public:
+    explicit PlanesProbe(bool& found) : found_(found) {}
+
+    void execute(BackendExecutionSession&, BackendExecutionBindings& bindings) override {
+        for (const OperandRole role : bindings.roles) {
+            const OperandBinding& bound = bindings.operands.at(role);
+            if (!bindings.adapted_origins(role).empty()) {
+                found_ |= operand_kind(bound) == OperandKind::Vector
+                              ? deferred_origin<VectorEntity, float>(bound) == nullptr
+                              : deferred_origin<MatrixEntity, float>(bound) == nullptr;
+            }
+        }
+    }
+
+  private:
+    bool& found_;
 };
 
 class Row {
@@ -179,14 +204,17 @@ class Row {
 
     const std::string& operation() const { return row_.key.op().name(); }
 
+    /// The split operands of `key`, which is the row's or another's that adapts to it, are taken as
+    /// they are; where the row wants planes of others, steps adapt them.
     Outcome run(const Contents& contents, const Environment& environment,
-                const std::shared_ptr<CpuRuntimeContext>& runtime) const {
+                const std::shared_ptr<CpuRuntimeContext>& runtime,
+                const BackendRegistryKey& key) const {
         const Orders orders(operation());
-        OperandsOfKeys operands(row_.key, orders.of_inputs, orders.of_outputs,
+        OperandsOfKeys operands(key, orders.of_inputs, orders.of_outputs,
                                 Filling(contents, orders.of_inputs));
-        const BackendProcess process = row_.entry.materialise();
-        BackendExecutionSession session(runtime);
         Outcome outcome;
+        const BackendProcess process = adapted(key, outcome.has_made_planes);
+        BackendExecutionSession session(runtime);
         std::fenv_t own;
         std::fegetenv(&own);
         environment.set();
@@ -198,33 +226,68 @@ class Row {
         }
         outcome.keeps_environment = ControlWords() == before;
         std::fesetenv(&own);
+        std::vector<double> imaginary;
         operands.for_each_output([&](const MutableBufferView& view) {
             const auto* bytes = static_cast<const std::byte*>(view.data);
             outcome.outputs.insert(outcome.outputs.end(), bytes,
                                    bytes + view.count * view.element_size);
-            visit_parts(view, [&]<typename Part>(Part* parts, std::uint64_t count, auto) {
+            visit_parts(view, [&]<typename Part>(Part* parts, std::uint64_t count, auto step) {
                 outcome.has_one_nan &= std::all_of(parts, parts + count, is_no_other_nan<Part>);
+                for (std::uint64_t i = 0; i < count; ++i) {
+                    (i % step == 1 ? imaginary : outcome.values)
+                        .push_back(static_cast<double>(widened(parts[i])));
+                }
             });
         });
+        outcome.values.insert(outcome.values.end(), imaginary.begin(), imaginary.end());
         return outcome;
+    }
+    Outcome run(const Contents& contents, const Environment& environment,
+                const std::shared_ptr<CpuRuntimeContext>& runtime) const {
+        return run(contents, environment, runtime, row_.key);
     }
 
   private:
+    BackendProcess adapted(const BackendRegistryKey& key, bool& has_made_planes) const {
+        BackendProcess process = row_.entry.materialise();
+        process.push_back(std::make_unique<PlanesProbe>(has_made_planes));
+        const auto adapt = [&](OperandRole role, const BackendOperandKey& from,
+                               const BackendOperandKey& to) {
+            if (from != to) {
+                process.push_front(adapt_cpu_layout(role, to, true, false));
+                if (is_output_role(role)) {
+                    process.push_back(adapt_cpu_layout(role, to, true, true));
+                }
+            }
+        };
+        for (std::size_t i = 0; i < key.inputs().size(); ++i) {
+            adapt(input_role(i), key.inputs()[i], row_.key.inputs()[i]);
+        }
+        for (std::size_t i = 0; i < key.outputs().size(); ++i) {
+            adapt(output_role(i), key.outputs()[i], row_.key.outputs()[i]);
+        }
+        return process;
+    }
+
     const BuiltinCapability& row_;
 };
 
+std::vector<BuiltinCapability> engine_rows() {
+    std::vector<BuiltinCapability> rows;
+    for_each_numeric_policy([&]<typename Policy>(Policy) {
+        if constexpr (requires { CpuCapabilities<Policy>::legacy_records(); }) {
+            std::ranges::move(CpuCapabilities<Policy>::legacy_records(), std::back_inserter(rows));
+        }
+    });
+    return rows;
+}
+
 /// Those of the engine and those of the floating kernels, but for the ones that take no operands.
 std::vector<BuiltinCapability> all_rows() {
-    std::vector<BuiltinCapability> rows =
-        CpuCapabilities<NumericPolicy<float, float>>::legacy_records();
-    const auto add = [&rows](const std::vector<BuiltinCapability>& more) {
-        rows.insert(rows.end(), more.begin(), more.end());
-    };
-    add(CpuCapabilities<NumericPolicy<Float16, float>>::legacy_records());
-    add(CpuCapabilities<NumericPolicy<std::complex<float>, std::complex<float>>>::legacy_records());
+    std::vector<BuiltinCapability> rows = engine_rows();
     for_each_numeric_policy([&]<typename Policy>(Policy) {
         if constexpr (!Policy::is_integer) {
-            add(cpu_floating_capabilities(Policy::type()));
+            std::ranges::move(cpu_floating_capabilities(Policy::type()), std::back_inserter(rows));
         }
     });
     std::erase_if(rows, [](const BuiltinCapability& row) {
@@ -232,6 +295,41 @@ std::vector<BuiltinCapability> all_rows() {
         return key.kind == OperandKind::LuDecomp && key.storage != key.compute;
     });
     return rows;
+}
+
+/// The floating row of the operation and policy of a row of the engine.
+BuiltinCapability floating_row_of(const BackendRegistryKey& key) {
+    const auto& first = key.inputs().empty() ? key.output() : key.get_input(0);
+    for (auto& row : cpu_floating_capabilities(
+             DataTypeDescriptor::from_scalar_types(first.storage, first.compute))) {
+        if (row.key.op() == key.op()) {
+            return row;
+        }
+    }
+    throw std::out_of_range(key.op().name());
+}
+
+/// The key with each choice of its split operands interleaved, the first one with none.
+std::vector<BackendRegistryKey> choices_of_forms(const BackendRegistryKey& key) {
+    std::vector<BackendOperandKey> operands = key.inputs();
+    operands.push_back(key.output());
+    std::vector<std::vector<BackendOperandKey>> choices{operands};
+    for (std::size_t i = 0; i < operands.size(); ++i) {
+        if (operands[i].complex == DataComplexLayout::split) {
+            const std::size_t before = choices.size();
+            for (std::size_t j = 0; j < before; ++j) {
+                choices.push_back(choices[j]);
+                choices.back()[i].complex = DataComplexLayout::interleaved;
+            }
+        }
+    }
+    std::vector<BackendRegistryKey> keys;
+    for (auto& choice : choices) {
+        const BackendOperandKey output = choice.back();
+        choice.pop_back();
+        keys.emplace_back(key.backend(), key.op(), std::move(choice), output);
+    }
+    return keys;
 }
 
 std::shared_ptr<CpuRuntimeContext> runtime_of(std::size_t threads) {
@@ -262,6 +360,52 @@ TEST(EveryRow, HasOneOutcomeInAnyEnvironmentOnAnyNumberOfThreads) {
                     EXPECT_TRUE(found.keeps_environment);
                 }
             }
+        }
+    }
+}
+
+/// The row's kernel computes what the floating row does within rounding, with the same bits for
+/// each choice of forms, and has planes made only where some operand is split or none may be
+/// interleaved.
+void expect_agreement(const BuiltinCapability& capability, bool takes_planes_only) {
+    const Row row(capability);
+    const auto alone = runtime_of(1);
+    const auto run = [&](const Row& each, const BackendRegistryKey& key) {
+        return each.run(all_contents[0], environments[0], alone, key);
+    };
+    const auto found = run(row, capability.key).values;
+    const auto keys = choices_of_forms(capability.key);
+    for (const BackendRegistryKey& key : keys) {
+        const Outcome other = run(row, key);
+        const bool spares_planes =
+            key == keys.front() || (key == keys.back() && !takes_planes_only);
+        EXPECT_EQ(other.has_made_planes, !spares_planes) << Testing::key_text(key);
+        EXPECT_EQ(other.values, found) << Testing::key_text(key);
+    }
+    const BuiltinCapability floating = floating_row_of(capability.key);
+    const auto expected = run(Row(floating), floating.key).values;
+    ASSERT_EQ(found.size(), expected.size());
+    double size = 0;
+    for (const double value : expected) {
+        size = std::max(size, std::abs(value));
+    }
+    // Sums of at most 21 products, three times in a row for a power; either row may round each.
+    const double bound = 2 * 3 * 21 * std::numeric_limits<float>::epsilon() * size;
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        ASSERT_LE(std::abs(found[i] - expected[i]), bound)
+            << Testing::key_text(capability.key) << ", value " << i;
+    }
+}
+
+TEST(EveryRow, OfTheEngineAgreesWithTheFloatingRowInEveryChoiceOfForms) {
+    const std::set<std::string> planes_only{"tessaline.is_unitary", "tessaline.matrix_power",
+                                            "tessaline.solve"};
+    // The results of these are defined up to their order, or up to a scale.
+    const std::set<std::string> ambiguous{"tessaline.eig", "tessaline.principal_eigenvector"};
+    for (const BuiltinCapability& row : engine_rows()) {
+        const std::string& name = row.key.op().name();
+        if (!ambiguous.contains(name)) {
+            expect_agreement(row, planes_only.contains(name));
         }
     }
 }
