@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The functions of the package: values against NumPy, operands of any kind, and refusals."""
 
+import contextlib
 import ctypes
 import doctest
 import importlib
@@ -25,7 +26,7 @@ import tessaline
 from hypothesis import given, settings
 from hypothesis import strategies as st
 from package_cases import CASES, DTYPES, Case, eps, is_complex, least, strong, values, wide
-from tessaline import _signatures
+from tessaline import _native, _signatures
 from tessaline._formulas import formula
 
 SIZES = [0, 1, 2, 7, 17]
@@ -216,6 +217,27 @@ def test_letters_stand_for_exactly_the_equalities_of_the_contract(identifier: st
     # Each equality takes away one of the sizes that a caller may choose, and letters are the rest.
     free = {letter for letter in axes if "*" not in letter}
     assert len(axes) - len(free) == len(equalities)
+
+
+# Signatures with each input of as many axes as the one output has.
+SHARED = [
+    pytest.param(each, role, id=f"{each.name}-{role}")
+    for each in _signatures.SIGNATURES.values()
+    for role, letters in enumerate(each.inputs)
+    if letters and [len(axes) for axes in each.outputs] == [len(letters)] and not each.in_place
+]
+
+
+@pytest.mark.parametrize(("signature", "role"), SHARED)
+def test_an_output_may_be_an_input_where_the_signature_says_so(signature: Any, role: int) -> None:
+    context = _native.Context(pinning_policy="disabled")
+    operands = {i: np.ones((1,) * len(axes)) for i, axes in enumerate(signature.inputs)}
+    if signature.name == "matrix_power":
+        operands[1] = np.array(1, np.int32)
+    bindings = {**operands, _signatures.OUTPUT: operands[role]}
+    overlap = pytest.raises(ValueError, match=f"Output0 overlaps Input{role}")
+    with contextlib.nullcontext() if signature.elementwise else overlap:
+        context.execute(signature.id, bindings, signature.locations)
 
 
 # Copies in all the ways in which an array can lie in memory.
