@@ -313,7 +313,8 @@ constexpr const OperationId* order[] = {
     TESSALINE_BUILTIN_OPERATIONS(TESSALINE_LIST_OPERATION)
 #undef TESSALINE_LIST_OPERATION
 };
-static_assert(std::ranges::equal(table, order, {}, &BuiltinOperation::id));
+static_assert(std::ranges::equal(table, order, {}, &BuiltinOperation::id),
+              "the rows are not those of the list of operations, in its order");
 
 } // namespace
 

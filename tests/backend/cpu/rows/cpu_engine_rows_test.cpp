@@ -11,17 +11,6 @@
 namespace Tessaline {
 namespace {
 
-TEST(EngineRows, KernelsTakeStorageOfTheirKeys) {
-    for_each_numeric_policy([]<typename Policy>(Policy) {
-        if constexpr (requires { CpuCapabilities<Policy>::legacy_records(); }) {
-            for (const auto& row : CpuCapabilities<Policy>::legacy_records()) {
-                EXPECT_NO_THROW(Testing::run_on_ones(row.key, row.entry))
-                    << Testing::key_text(row.key);
-            }
-        }
-    });
-}
-
 TEST(EngineRows, KernelsRefuseStorageOfAnotherElement) {
     for_each_numeric_policy([]<typename Policy>(Policy) {
         if constexpr (requires { CpuCapabilities<Policy>::legacy_records(); }) {
