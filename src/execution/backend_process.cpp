@@ -2,6 +2,7 @@
 #include "tessaline/execution/backend_process.h"
 
 #include "execution/default_floating_environment.h"
+#include "execution/first_failure.h"
 
 #include <stdexcept>
 #include <string>
@@ -150,7 +151,7 @@ std::exception_ptr BackendProcess::run_steps(BackendExecutionSession& session,
                                              BackendExecutionBindings& bindings) const {
     session.begin_process_gpu_submission();
     std::exception_ptr failure;
-    try {
+    keeping_first(failure, [&] {
         if (steps_) {
             const DefaultFloatingEnvironment environment;
             for (const std::unique_ptr<BackendProcessStep>& step : *steps_) {
@@ -158,9 +159,7 @@ std::exception_ptr BackendProcess::run_steps(BackendExecutionSession& session,
                 step->execute(session, bindings);
             }
         }
-    } catch (...) {
-        failure = std::current_exception();
-    }
+    });
     session.end_process_gpu_submission();
     return failure;
 }
@@ -171,21 +170,11 @@ void BackendProcess::settle(BackendExecutionSession& session, BackendExecutionBi
         return;
     }
     std::exception_ptr cleanup_error;
-    bool confirmed = true;
-    try {
-        cleanup_error = session.synchronize_process_gpu();
-    } catch (...) {
+    if (keeping_first(failure, [&] { cleanup_error = session.synchronize_process_gpu(); })) {
+        keeping_first(failure, [&] { bindings.restore_adapted(); });
+    } else {
         // Device work may still use the adapted operands, so the bindings stay as they are.
-        confirmed = false;
         quarantine_steps_noexcept();
-        failure = failure ? failure : std::current_exception();
-    }
-    if (confirmed) {
-        try {
-            bindings.restore_adapted();
-        } catch (...) {
-            failure = failure ? failure : std::current_exception();
-        }
     }
     if (failure || cleanup_error) {
         std::rethrow_exception(failure ? failure : cleanup_error);

@@ -1,43 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/expect_error.h"
+#include "support/fake_device.h"
+#include "support/function_step.h"
 #include "support/plain_entities.h"
-#include "tessaline/execution/backend_process.h"
 
 #include <gmock/gmock.h>
 
 #include <cfenv>
-#include <functional>
 
 namespace Tessaline {
 namespace {
 
+using Log = Testing::CallLog;
 using Testing::DescribedVector;
 using ::testing::ElementsAre;
 using Testing::expect_error;
-
-using Log = std::vector<std::string>;
-
-/// A step that does what a function does, and logs its end.
-class FunctionStep final : public BackendProcessStep {
-  public:
-    using Function = std::function<void(BackendExecutionSession&, BackendExecutionBindings&)>;
-
-    explicit FunctionStep(Function function, bool* destroyed = nullptr)
-        : function_(std::move(function)),
-          destroyed_(destroyed) {}
-    ~FunctionStep() override {
-        if (destroyed_ != nullptr) {
-            *destroyed_ = true;
-        }
-    }
-    void execute(BackendExecutionSession& session, BackendExecutionBindings& bindings) override {
-        function_(session, bindings);
-    }
-
-  private:
-    Function function_;
-    bool* destroyed_;
-};
+using Testing::FakeMachine;
+using Testing::FunctionStep;
+using Testing::process_of;
 
 std::unique_ptr<BackendProcessStep> logging(Log& log, std::string name) {
     return std::make_unique<FunctionStep>(
@@ -49,54 +29,11 @@ std::unique_ptr<BackendProcessStep> failing(std::string what) {
         [what = std::move(what)](auto&, auto&) { throw std::runtime_error(what); });
 }
 
-class DeviceRuntime final : public BackendRuntimeContext {
-  public:
-    BackendKind backend() const override { return BackendKind::cuda; }
-};
-
-/// A device half with two devices that logs what is asked of it.
-class LoggingGpuSide final : public GpuSessionSide {
-  public:
-    LoggingGpuSide(Log& log, std::int32_t selected) : log_(log), selected_(selected) {}
-
-    std::optional<std::int32_t> selected_device() const override { return selected_; }
-    BackendRuntimeContext* runtime(std::int32_t device) const override {
-        return device <= 2 ? &runtime_ : nullptr;
-    }
-    CrossDevicePolicy cross_device_policy() const override {
-        return CrossDevicePolicy::StagedHostCopy;
-    }
-    void acquire_contexts(std::span<const std::int32_t> devices) override {
-        for (const std::int32_t device : devices) {
-            log_.push_back("acquire " + std::to_string(device));
-        }
-    }
-    void begin_submission() override { log_.push_back("begin"); }
-    void end_submission() noexcept override { log_.push_back("end"); }
-    std::exception_ptr synchronise_submission() override {
-        log_.push_back("synchronise");
-        if (unconfirmed) {
-            throw std::runtime_error("completion unknown");
-        }
-        return failed ? std::make_exception_ptr(std::runtime_error("late failure")) : nullptr;
-    }
-
-    bool unconfirmed = false;
-    bool failed = false;
-
-  private:
-    Log& log_;
-    std::int32_t selected_;
-    mutable DeviceRuntime runtime_;
-};
-
-struct DeviceSession {
+struct DeviceSession : FakeMachine {
     explicit DeviceSession(std::int32_t selected = 0)
-        : side(new LoggingGpuSide(log, selected)),
-          session(nullptr, std::unique_ptr<GpuSessionSide>(side)) {}
+        : session(BackendExecutionSession::TrustedGpuRuntimeCatalogue{}, nullptr, runtimes(),
+                  selected, std::nullopt, CrossDevicePolicy::StagedHostCopy) {}
 
-    Log log;
-    LoggingGpuSide* side;
     BackendExecutionSession session;
 };
 
@@ -309,7 +246,7 @@ TEST(BackendProcess, CudaPlanMustAgreeWithTheSession) {
     EXPECT_TRUE(device.log.empty());
     BackendProcess planless;
     planless.execute(device.session, bindings);
-    EXPECT_THAT(device.log, ElementsAre("begin", "end"));
+    EXPECT_TRUE(device.log.empty());
 }
 
 TEST(BackendProcess, AcquiresEveryReachableDeviceBeforeTheFirstStep) {
@@ -322,7 +259,7 @@ TEST(BackendProcess, AcquiresEveryReachableDeviceBeforeTheFirstStep) {
     process.set_execution_plan(cuda_plan());
     process.push_back(logging(device.log, "step"));
     process.execute_deferred(device.session, bindings);
-    EXPECT_THAT(device.log, ElementsAre("acquire 1", "acquire 2", "begin", "step", "end"));
+    EXPECT_THAT(device.log, ElementsAre("acquire 1", "acquire 2", "step"));
 
     DescribedVector on_nine(DataTopologyDescriptor::gpu(9));
     auto unreachable = bindings_of(on_nine);
@@ -339,20 +276,20 @@ TEST(BackendProcess, StepFailurePrecedesLaterErrors) {
     DescribedVector temporary(host);
     for (const bool step_fails : {false, true}) {
         DeviceSession device;
-        device.side->failed = true;
-        BackendProcess process;
-        process.set_execution_plan(cuda_plan());
-        process.push_back(std::make_unique<FunctionStep>([&](auto&, auto& bindings) {
+        device.devices[0]->failing = {"destroy"};
+        BackendProcess process = process_of([&](auto& session, auto& bindings) {
+            session.gpu(0);
             bindings.push_adapted(out0, std::ref<VectorEntity>(temporary));
-        }));
+        });
+        process.set_execution_plan(cuda_plan());
         if (step_fails) {
             process.push_back(failing("broken"));
         }
         auto bindings = bindings_of(mine);
         expect_error<std::runtime_error>([&] { process.execute(device.session, bindings); },
-                                         step_fails ? "broken" : "late failure");
+                                         step_fails ? "broken" : "destroy 0 failed");
         EXPECT_EQ(current(bindings), &mine);
-        EXPECT_THAT(device.log, ElementsAre("acquire 0", "begin", "end", "synchronise"));
+        EXPECT_THAT(device.log, ElementsAre("acquire 0", "record 0", "await event 0", "destroy 0"));
         process.ensure_usable("after a confirmed end");
     }
 }
@@ -361,20 +298,21 @@ TEST(BackendProcess, UnconfirmedCompletionQuarantinesTheSteps) {
     DescribedVector mine(host);
     DescribedVector temporary(host);
     bool destroyed = false;
-    const FunctionStep::Function adapt = [&](auto&, auto& bindings) {
+    const FunctionStep::Function adapt = [&](auto& session, auto& bindings) {
+        session.gpu(0);
         bindings.push_adapted(out0, std::ref<VectorEntity>(temporary));
     };
-    auto step = std::make_unique<FunctionStep>(adapt, &destroyed);
+    auto step = std::make_unique<FunctionStep>(adapt, [&destroyed] { destroyed = true; });
     FunctionStep* const leaked = step.get();
     {
         DeviceSession device;
-        device.side->unconfirmed = true;
+        device.devices[0]->failing = {"await event"};
         BackendProcess process;
         process.set_execution_plan(cuda_plan());
         process.push_back(std::move(step));
         auto bindings = bindings_of(mine);
         expect_error<std::runtime_error>([&] { process.execute(device.session, bindings); },
-                                         "completion unknown");
+                                         "await event 0 failed");
         EXPECT_EQ(current(bindings), &temporary) << "a device may still use the temporary";
         EXPECT_EQ(process.size(), 1U);
         const std::string unusable =
@@ -391,30 +329,6 @@ TEST(BackendProcess, UnconfirmedCompletionQuarantinesTheSteps) {
     EXPECT_FALSE(destroyed) << "the end of the process must not free what a device may touch";
     delete leaked;
     EXPECT_TRUE(destroyed);
-}
-
-TEST(BackendExecutionSession, CpuSessionHasNoDevice) {
-    BackendExecutionSession session;
-    EXPECT_EQ(session.cpu(BackendKind::cpu_scalar).backend(), BackendKind::cpu_scalar);
-    EXPECT_EQ(session.cpu(BackendKind::cpu_simd).backend(), BackendKind::cpu_simd);
-    EXPECT_EQ(session.selected_gpu_runtime(), nullptr);
-    EXPECT_EQ(session.cross_device_policy(), CrossDevicePolicy::Reject);
-    EXPECT_EQ(session.synchronize_process_gpu(), nullptr);
-    session.prepare_gpu_contexts({});
-    expect_error<std::logic_error>([&] { session.cpu(BackendKind::cuda); },
-                                   "BackendExecutionSession::cpu - non-CPU backend requested");
-    expect_error<std::logic_error>(
-        [&] { static_cast<void>(session.selected_gpu_device_id()); },
-        "BackendExecutionSession::selected_gpu_device_id - CUDA device not selected");
-    const std::int32_t negative[] = {3, -1};
-    expect_error<std::invalid_argument>(
-        [&] { session.prepare_gpu_contexts(negative); },
-        "BackendExecutionSession::prepare_gpu_contexts - CUDA device id must be non-negative");
-    const std::int32_t absent[] = {3, 1};
-    expect_error<std::logic_error>(
-        [&] { session.prepare_gpu_contexts(absent); },
-        "BackendExecutionSession::prepare_gpu_contexts - CUDA runtime context unavailable for "
-        "device 1");
 }
 
 } // namespace
