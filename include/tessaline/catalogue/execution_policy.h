@@ -54,4 +54,22 @@ schedule_gpu_execution_device(std::span<const OperandPlacement> placements,
                               CrossDevicePolicy policy, const GpuSchedulingOptions& scheduling,
                               std::string_view name);
 
+/// Raises std::invalid_argument, opened by `name`, unless a run of these operands can take place on
+/// `device`: for a GPU operand with a negative device id, a device that is negative or not among
+/// `scope_devices`, a GPU operand on a device that is not among them, and, under
+/// CrossDevicePolicy::Reject, for a GPU operand on another device.
+TESSALINE_API void validate_gpu_execution_device(std::span<const OperandPlacement> placements,
+                                                 std::span<const std::int32_t> scope_devices,
+                                                 std::int32_t device, CrossDevicePolicy policy,
+                                                 std::string_view name);
+
+/// The device that schedule_gpu_execution_device finds, `fallback_device` where it finds none;
+/// validated by validate_gpu_execution_device.
+TESSALINE_API std::int32_t select_gpu_execution_device(std::span<const OperandPlacement> placements,
+                                                       std::span<const std::int32_t> scope_devices,
+                                                       std::int32_t fallback_device,
+                                                       CrossDevicePolicy policy,
+                                                       const GpuSchedulingOptions& scheduling,
+                                                       std::string_view name);
+
 } // namespace Tessaline

@@ -32,9 +32,16 @@ class TESSALINE_API BackendExecutor {
         /// long itself, on the thread that submitted the run. What it raises ends the run and is
         /// the run's failure. It may run operations.
         std::function<void()> interrupt;
+        /// What the selected device is to use, in place of the executor's own; unused on the CPU.
+        std::optional<CudaStreamRef> cuda_stream;
     };
 
-    /// Stands for submitted work. Movable; used by one thread at a time.
+    /// Stands for submitted work. Movable, also to another thread; used by one thread at a time.
+    ///
+    /// A run on the CPU is over when its handle comes back. Work on devices may go on: a handle
+    /// that is dropped or assigned over waits for it, and since it must not raise, a failure that
+    /// nobody asked for becomes one line on stderr. Where the end of device work cannot be
+    /// confirmed, what that work may still touch is never freed.
     class TESSALINE_API Execution {
       public:
         struct State;
@@ -44,15 +51,19 @@ class TESSALINE_API BackendExecutor {
         Execution& operator=(Execution&& other) noexcept;
         ~Execution();
 
-        /// Returns when the run is complete and rethrows its first failure, as often as asked.
+        /// Returns when the run is complete and the bindings are the caller's again; rethrows the
+        /// run's first failure, as often as asked. Where the end of device work cannot be confirmed
+        /// it raises that failure, the process can no more be used, and another call tries again.
         void wait();
         /// Whether the run is complete, without waiting. It does not settle the run: wait() tells
-        /// of failures.
+        /// of failures and gives the bindings back. Raises BackendLibraryError for a device that
+        /// cannot be asked.
         bool completed() const;
 
       private:
         friend class BackendExecutor;
         explicit Execution(std::unique_ptr<State> state);
+        void discard_state_noexcept() noexcept;
 
         std::unique_ptr<State> state_;
     };
@@ -61,9 +72,19 @@ class TESSALINE_API BackendExecutor {
     BackendExecutor(CpuRuntimeOptions options, CpuOnlyTag tag);
     static BackendExecutor cpu_only(CpuRuntimeOptions options = {});
 
+    /// On the runtimes of devices that live already. The first device is the one of runs whose
+    /// operands lie on none; without any, the executor runs on the CPU alone. `default_stream`, if
+    /// any, is what runs use that name no stream. Raises std::invalid_argument for a null runtime
+    /// and for two of one device.
+    BackendExecutor(CpuRuntimeOptions options,
+                    const std::vector<std::shared_ptr<GpuDeviceRuntime>>& devices,
+                    std::optional<CudaStreamRef> default_stream,
+                    CrossDevicePolicy cross_device_policy, GpuSchedulingOptions gpu_scheduling);
+
     /// Runs a process and waits for its end; raises the failure of the run. The caller's bindings
-    /// are given back in every case. Raises std::runtime_error, before anything ran, for a CUDA
-    /// plan in an executor without devices, and OperationStopped.
+    /// are given back once the end of the run is confirmed. Raises OperationStopped and, before
+    /// anything ran, std::runtime_error for a CUDA plan in an executor without devices and what
+    /// select_gpu_execution_device, validate_gpu_execution_device and a session refuse.
     void execute(const BackendProcess& process, BackendExecutionBindings& bindings,
                  ExecutionOptions options = {}) const;
 
@@ -84,12 +105,24 @@ class TESSALINE_API BackendExecutor {
     static void mark_process_completion_unconfirmed(const BackendProcess& process) noexcept;
 
   private:
+    using StatePointer = std::unique_ptr<Execution::State>;
+
     Execution run(const BackendProcess& process, BackendExecutionBindings& bindings,
-                  const ExecutionOptions& options, std::unique_ptr<Execution::State> state) const;
+                  const ExecutionOptions& options, StatePointer state) const;
+    void run_on_cpu(const BackendProcess& process, BackendExecutionBindings& bindings,
+                    const ExecutionOptions& options, Execution::State& state) const;
+    void run_on_device(const BackendProcess& process, BackendExecutionBindings& bindings,
+                       const ExecutionOptions& options, Execution::State& state) const;
+    std::int32_t choose_device(const std::optional<BackendProcess::ExecutionPlan>& plan,
+                               const BackendExecutionBindings& bindings,
+                               CrossDevicePolicy policy) const;
 
     std::shared_ptr<CpuRuntimeContext> cpu_runtime_;
     GpuSchedulingOptions gpu_scheduling_;
+    std::vector<std::int32_t> scope_devices_; ///< the first is the primary one; empty: CPU only
     CrossDevicePolicy cross_device_policy_ = CrossDevicePolicy::Reject;
+    std::shared_ptr<const GpuRuntimeMap> gpu_runtimes_;
+    std::optional<CudaStreamRef> default_stream_;
 };
 
 } // namespace Tessaline
