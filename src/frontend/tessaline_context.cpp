@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessaline/frontend/tessaline_context.h"
 
-#include "frontend/builtin_provenance.h"
+#include "frontend/builtin_registrations.h"
 #include "frontend/describe_operations.h"
-#include "tessaline/backend/cpu/register_cpu.h"
-#include "tessaline/catalogue/builtin_operations.h"
 #include "tessaline/frontend/tessaline_context_builder.h"
 
 #include <algorithm>
@@ -14,18 +12,6 @@
 namespace Tessaline {
 
 namespace {
-
-OperationRegistry builtin_operations() {
-    OperationRegistry operations;
-    register_builtin_operations(operations, builtin_provenance());
-    return operations;
-}
-
-BackendAdaptationRegistry builtin_adaptations() {
-    BackendAdaptationRegistry adaptations;
-    register_cpu_adaptations(adaptations);
-    return adaptations;
-}
 
 std::vector<const OperationSpec*> by_handle(const OperationRegistry& operations) {
     std::vector<const OperationSpec*> specs(operations.size());

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessaline/frontend/tessaline_context_builder.h"
 
-#include "frontend/builtin_provenance.h"
+#include "frontend/builtin_registrations.h"
 #include "frontend/plugin/native_plugin.h"
-#include "tessaline/backend/cpu/register_cpu.h"
-#include "tessaline/catalogue/builtin_operations.h"
 
 #include <stdexcept>
 #include <unordered_set>
@@ -53,14 +51,12 @@ void validate_rank(const OperationSpec& spec, OperandRole role, const BackendOpe
 } // namespace
 
 TessalineContextBuilder::TessalineContextBuilder() : TessalineContextBuilder(CustomOnlyTag{}) {
-    const auto provenance = builtin_provenance();
-    register_builtin_operations(operations_, provenance);
-    register_cpu_backends(backends_, provenance);
+    operations_ = builtin_operations();
+    backends_ = builtin_backends();
 }
 
-TessalineContextBuilder::TessalineContextBuilder(CustomOnlyTag) {
-    register_cpu_adaptations(adaptations_);
-}
+TessalineContextBuilder::TessalineContextBuilder(CustomOnlyTag)
+    : adaptations_(builtin_adaptations()) {}
 
 TessalineContextBuilder TessalineContextBuilder::custom_only() {
     return TessalineContextBuilder(CustomOnlyTag{});
