@@ -4,7 +4,6 @@
 #include "support/key_text.h"
 #include "tessaline/backend/cpu/register_cpu.h"
 #include "tessaline/catalogue/builtin_operations.h"
-#include "tessaline/frontend/tessaline_context.h"
 
 #include <gtest/gtest.h>
 
@@ -86,14 +85,6 @@ TEST(RegisterCpuBackends, InterleavedOperandsReachEveryOperationInEveryPolicy) {
             }
         }
     });
-}
-
-TEST(DefaultContext, DescribesItselfEveryTimeAlike) {
-    const TessalineContext context;
-    const TessalineContext other;
-    for (const OperationId& id : context.operations()) {
-        EXPECT_EQ(context.describe(id), other.describe(id)) << id.name();
-    }
 }
 
 } // namespace

@@ -3,8 +3,8 @@
 #include "support/plain_entities.h"
 #include "tessaline/backend/cpu/cpu_operand_views.h"
 #include "tessaline/backend/cpu/launch_cpu_kernel_step.h"
-#include "tessaline/frontend/elements.h"
 #include "tessaline/storage/host_entities.h"
+#include "tessaline/storage/storage_factory.h"
 
 #include <deque>
 
@@ -162,24 +162,27 @@ BackendExecutionBindings unary_bindings(OperandBinding in, OperandBinding out) {
     return bindings;
 }
 
-Vector float_vector(std::uint64_t size) {
-    return Vector::host_impl(DataTypeDescriptor::real_float(), size, DataComplexLayout::none);
+RealVector float_vector(std::uint64_t size) {
+    return {VectorDescriptor(size, DataTopologyDescriptor::pageable_host(-1),
+                             DataTypeDescriptor::real_float(), DataVectorFormat::dense,
+                             DataComplexLayout::none),
+            HostBuffer<float>(size)};
 }
 
 TEST(LaunchCpuKernelStep, RunsItsKernelInTheSessionsContext) {
     auto in = float_vector(2);
     auto out = float_vector(2);
-    elements<float>(in)[1] = 4;
+    in.data()[1] = 4;
     BackendExecutionSession session(runtime_with(CpuNumaPolicy::automatic));
     auto bindings =
-        unary_bindings(ConstOperandEntityRef(std::as_const(in).entity()), std::ref(out.entity()));
+        unary_bindings(ConstOperandEntityRef<VectorEntity>(in), std::ref<VectorEntity>(out));
     negate_step()->execute(session, bindings);
-    EXPECT_EQ(elements<float>(out)[1], -4);
+    EXPECT_EQ(out.data()[1], -4);
     EXPECT_EQ(seen_context, &session.cpu(BackendKind::cpu_simd));
     EXPECT_EQ(CpuExecutionContextDetail::current, nullptr);
 
     auto none = float_vector(0);
-    auto empty = unary_bindings(std::ref(none.entity()), std::ref(none.entity()));
+    auto empty = unary_bindings(std::ref<VectorEntity>(none), std::ref<VectorEntity>(none));
     expect_error<std::domain_error>([&] { negate_step()->execute(session, empty); },
                                     "nothing to negate");
     EXPECT_EQ(CpuExecutionContextDetail::current, nullptr);
@@ -187,18 +190,18 @@ TEST(LaunchCpuKernelStep, RunsItsKernelInTheSessionsContext) {
 
 TEST(LaunchCpuKernelStep, RefusesOperandsThatItsKernelWasNotMadeFor) {
     auto vector = float_vector(1);
-    auto wide = Vector::host_impl(DataTypeDescriptor::real_double(), 1, DataComplexLayout::none);
-    auto scalar = Scalar::host_impl(DataTypeDescriptor::real_float());
+    const auto wide =
+        StorageFactory::host_vector(DataTypeDescriptor::real_double(), 1, DataComplexLayout::none);
+    const auto scalar = StorageFactory::host_scalar(DataTypeDescriptor::real_float());
     BackendExecutionSession session;
-    const OperandBinding good = std::ref(vector.entity());
+    const OperandBinding good = std::ref<VectorEntity>(vector);
     const auto run = [&](OperandBinding in, OperandBinding out) {
         auto bindings = unary_bindings(in, out);
         negate_step()->execute(session, bindings);
     };
-    EXPECT_THROW(run(std::ref(scalar.entity()), good), std::bad_variant_access);
-    EXPECT_THROW(run(good, ConstOperandEntityRef(std::as_const(vector).entity())),
-                 std::bad_variant_access);
-    EXPECT_THROW(run(std::ref(wide.entity()), good), std::bad_cast);
+    EXPECT_THROW(run(std::ref(*scalar), good), std::bad_variant_access);
+    EXPECT_THROW(run(good, ConstOperandEntityRef<VectorEntity>(vector)), std::bad_variant_access);
+    EXPECT_THROW(run(std::ref(*wide), good), std::bad_cast);
     BackendExecutionBindings unbound;
     expect_error<std::out_of_range>([&] { negate_step()->execute(session, unbound); },
                                     "unordered_map::at");
