@@ -1,5 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Fails where a file includes one of a floor, or of a room of the CPU backend, that stands above its own."""
+"""Fails where a file includes one of a floor, or of a room of the CPU backend, that stands above its own.
+
+Fails as well where a public header includes one that is not installed.
+"""
 
 import pathlib
 import re
@@ -67,12 +70,15 @@ def main():
                 continue
             own = floor_of(path.relative_to(root), rooms)
             files += own is not None
-            for name in re.findall(r'^#include "(?:tessaline/)?([^"]+)"', path.read_text(), re.M):
+            for public, name in re.findall(r'^#include "(tessaline/)?([^"]+)"', path.read_text(), re.M):
+                if root.name == "tessaline" and not public:
+                    faults += 1
+                    print(f"{path.relative_to(ROOT)} is installed and includes {name}, which is not")
                 other = floor_of(pathlib.PurePath(name), rooms)
                 if own is not None and other is not None and other > own:
                     faults += 1
                     print(f"{path.relative_to(ROOT)} ({FLOORS[own]}) includes {name} ({FLOORS[other]})")
-    print(f"includes: {files} files, {faults} against the order of the floors")
+    print(f"includes: {files} files, {faults} against the order of the floors or out of what is installed")
     return 1 if faults or not files else 0
 
 

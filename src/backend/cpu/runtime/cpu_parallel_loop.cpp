@@ -2,10 +2,10 @@
 #include "tessaline/backend/cpu/cpu_runtime_context.h"
 
 #include "backend/cpu/runtime/cpu_spinning.h"
+#include "backend/cpu/runtime/cpu_worker_pool.h"
 #include "backend/cpu/runtime/run_stop.h"
 #include "backend/cpu/runtime/stop_point.h"
 #include "execution/default_floating_environment.h"
-#include "tessaline/backend/cpu/cpu_worker_pool.h"
 
 #include <algorithm>
 #include <condition_variable>

@@ -2,7 +2,7 @@
 #include "tessaline/backend/cpu/cpu_runtime_context.h"
 
 #include "backend/cpu/runtime/cpu_selection.h"
-#include "tessaline/backend/cpu/cpu_worker_pool.h"
+#include "backend/cpu/runtime/cpu_worker_pool.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tessaline/backend/cpu/cpu_worker_budget.h"
+#include "backend/cpu/runtime/cpu_worker_budget.h"
 
 #include "backend/cpu/runtime/cpu_spinning.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tessaline/backend/cpu/cpu_worker_pool.h"
+#include "backend/cpu/runtime/cpu_worker_pool.h"
 
 #include "backend/cpu/runtime/cpu_spinning.h"
 #include "execution/default_floating_environment.h"

@@ -2,7 +2,7 @@
 // The process-wide lists behind the shared budgets and pools. Entries are weak: what nobody holds
 // any more ends, and its entry is dropped at the next look.
 
-#include "tessaline/backend/cpu/cpu_worker_pool.h"
+#include "backend/cpu/runtime/cpu_worker_pool.h"
 
 #include <algorithm>
 

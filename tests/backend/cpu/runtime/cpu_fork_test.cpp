@@ -2,8 +2,8 @@
 // Children of a process with live workers. Each has a time limit, since what is wrong here hangs.
 
 #include "backend/cpu/cpu_test_support.h"
+#include "backend/cpu/runtime/cpu_worker_pool.h"
 #include "backend/cpu/runtime/run_stop.h"
-#include "tessaline/backend/cpu/cpu_worker_pool.h"
 
 #include <algorithm>
 #include <csignal>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/cpu_test_support.h"
+#include "backend/cpu/runtime/cpu_worker_pool.h"
 #include "backend/cpu/runtime/run_stop.h"
 #include "backend/cpu/steps/cpu_chunks.h"
-#include "tessaline/backend/cpu/cpu_worker_pool.h"
 #include "tessaline/catalogue/errors.h"
 
 #include <algorithm>

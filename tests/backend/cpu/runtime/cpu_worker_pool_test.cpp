@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/cpu_test_support.h"
-#include "tessaline/backend/cpu/cpu_worker_pool.h"
+#include "backend/cpu/runtime/cpu_worker_pool.h"
 
 #include <algorithm>
 #include <condition_variable>

@@ -4,8 +4,8 @@
 // The threads behind parallel loops. Pools are shared by contexts of equal configuration, so that
 // several contexts do not multiply threads.
 
+#include "backend/cpu/runtime/cpu_worker_budget.h"
 #include "tessaline/backend/cpu/cpu_affinity.h"
-#include "tessaline/backend/cpu/cpu_worker_budget.h"
 #include "tessaline/backend/cpu/per_process.h"
 
 #include <atomic>
