@@ -152,21 +152,22 @@ TEST(BackendExecutionSession, SelectedDeviceUsesTheCallersStream) {
         [&] { session.gpu(1); },
         "GpuExecutionContext - failed to query CUDA stream device: no answer");
     using Null = GpuExecutionContext::NullStream;
-    const auto context = [&](std::shared_ptr<GpuDeviceRuntime> runtime, std::int32_t device) {
-        return [runtime, device] {
-            GpuExecutionContext(runtime, CudaStreamRef::external(nullptr, device), Null::refused);
-        };
+    const struct {
+        std::shared_ptr<GpuDeviceRuntime> runtime;
+        std::int32_t device;
+        Null null;
+        const char* message;
+    } refused[] = {
+        {nullptr, 0, Null::refused, "runtime context must not be null"},
+        {machine.devices[0], 1, Null::refused, "CUDA stream must not be null"},
+        {machine.devices[0], 1, Null::is_default_stream,
+         "CUDA stream device 1 does not match runtime device 0"},
     };
-    expect_error<std::invalid_argument>(context(nullptr, 0),
-                                        "GpuExecutionContext - runtime context must not be null");
-    expect_error<std::invalid_argument>(context(machine.devices[0], 1),
-                                        "GpuExecutionContext - CUDA stream must not be null");
-    expect_error<std::invalid_argument>(
-        [&] {
-            GpuExecutionContext(machine.devices[0], CudaStreamRef::external(nullptr, 1),
-                                Null::is_default_stream);
-        },
-        "GpuExecutionContext - CUDA stream device 1 does not match runtime device 0");
+    for (const auto& [runtime, device, null, message] : refused) {
+        expect_error<std::invalid_argument>(
+            [&] { GpuExecutionContext(runtime, CudaStreamRef::external(nullptr, device), null); },
+            std::string("GpuExecutionContext - ") + message);
+    }
 }
 
 TEST(BackendExecutionSession, RecordsEachStreamOnceBetweenBeginAndEnd) {

@@ -2,7 +2,6 @@
 #include "support/expect_error.h"
 #include "support/fake_device.h"
 #include "support/function_step.h"
-#include "support/plain_entities.h"
 
 #include <gmock/gmock.h>
 
@@ -12,6 +11,8 @@ namespace Tessaline {
 namespace {
 
 using Log = Testing::CallLog;
+using Testing::bindings_of;
+using Testing::bound_vector;
 using Testing::DescribedVector;
 using ::testing::ElementsAre;
 using Testing::expect_error;
@@ -43,17 +44,6 @@ BackendProcess::ExecutionPlan cuda_plan(std::optional<std::int32_t> device = std
 
 const auto host = DataTopologyDescriptor::pageable_host(-1);
 const OperandRole out0 = output_role(0);
-
-BackendExecutionBindings bindings_of(DescribedVector& entity) {
-    BackendExecutionBindings bindings;
-    bindings.operands.insert(out0, std::ref<VectorEntity>(entity));
-    bindings.roles = {out0};
-    return bindings;
-}
-
-const VectorEntity* current(const BackendExecutionBindings& bindings) {
-    return &bound_entity<VectorEntity>(bindings.operands.at(out0));
-}
 
 TEST(BackendProcess, RunsStepsInOrderAndRepeatedly) {
     Log log;
@@ -170,7 +160,7 @@ TEST(BackendProcess, ImmediateFormGivesTheCallersBindingsBack) {
         } else {
             process.execute(session, bindings);
         }
-        EXPECT_EQ(current(bindings), &mine);
+        EXPECT_EQ(bound_vector(bindings), &mine);
         EXPECT_TRUE(bindings.adapted.empty());
         // The deferred form leaves completion, and with it the bindings, to its caller.
         try {
@@ -178,7 +168,7 @@ TEST(BackendProcess, ImmediateFormGivesTheCallersBindingsBack) {
         } catch (const std::runtime_error&) {
             EXPECT_TRUE(fails);
         }
-        EXPECT_EQ(current(bindings), &second);
+        EXPECT_EQ(bound_vector(bindings), &second);
         EXPECT_EQ(bindings.adapted_origins(out0).size(), 2U);
     }
 }
@@ -191,9 +181,9 @@ TEST(BackendExecutionBindings, DisplacedBindingsNest) {
     bindings.push_adapted(out0, std::ref<VectorEntity>(first));
     bindings.push_adapted(out0, std::ref<VectorEntity>(second));
     bindings.pop_adapted(out0);
-    EXPECT_EQ(current(bindings), &first);
+    EXPECT_EQ(bound_vector(bindings), &first);
     bindings.pop_adapted(out0);
-    EXPECT_EQ(current(bindings), &mine);
+    EXPECT_EQ(bound_vector(bindings), &mine);
     EXPECT_TRUE(bindings.adapted.empty());
     EXPECT_TRUE(bindings.adapted_origins(input_role(0)).empty());
     expect_error<std::out_of_range>(
@@ -288,7 +278,7 @@ TEST(BackendProcess, StepFailurePrecedesLaterErrors) {
         auto bindings = bindings_of(mine);
         expect_error<std::runtime_error>([&] { process.execute(device.session, bindings); },
                                          step_fails ? "broken" : "destroy 0 failed");
-        EXPECT_EQ(current(bindings), &mine);
+        EXPECT_EQ(bound_vector(bindings), &mine);
         EXPECT_THAT(device.log, ElementsAre("acquire 0", "record 0", "await event 0", "destroy 0"));
         process.ensure_usable("after a confirmed end");
     }
@@ -313,7 +303,7 @@ TEST(BackendProcess, UnconfirmedCompletionQuarantinesTheSteps) {
         auto bindings = bindings_of(mine);
         expect_error<std::runtime_error>([&] { process.execute(device.session, bindings); },
                                          "await event 0 failed");
-        EXPECT_EQ(current(bindings), &temporary) << "a device may still use the temporary";
+        EXPECT_EQ(bound_vector(bindings), &temporary) << "a device may still use the temporary";
         EXPECT_EQ(process.size(), 1U);
         const std::string unusable =
             " - process is unusable after CUDA completion could not be confirmed";

@@ -2,7 +2,6 @@
 #include "support/expect_error.h"
 #include "support/fake_device.h"
 #include "support/function_step.h"
-#include "support/plain_entities.h"
 #include "tessaline/frontend/backend_executor.h"
 
 #include <gmock/gmock.h>
@@ -41,6 +40,8 @@ thread_local bool memory_is_exhausted = false;
 namespace Tessaline {
 namespace {
 
+using Testing::bindings_of;
+using Testing::bound_vector;
 using Testing::CallLog;
 using Testing::DescribedVector;
 using ::testing::ElementsAre;
@@ -55,17 +56,6 @@ using ::testing::internal::GetCapturedStderr;
 
 const auto host = DataTopologyDescriptor::pageable_host(-1);
 const OperandRole out0 = output_role(0);
-
-BackendExecutionBindings bindings_of(DescribedVector& entity) {
-    BackendExecutionBindings bindings;
-    bindings.operands.insert(out0, std::ref<VectorEntity>(entity));
-    bindings.roles = {out0};
-    return bindings;
-}
-
-const VectorEntity* current(const BackendExecutionBindings& bindings) {
-    return &bound_entity<VectorEntity>(bindings.operands.at(out0));
-}
 
 BackendProcess failing_process() {
     return process_of([](auto&, auto&) { throw std::domain_error("no good"); });
@@ -102,7 +92,7 @@ TEST(BackendExecutor, GivesTheCallersBindingsBackAlsoOnFailure) {
             }
         });
         auto execution = executor.submit_borrowed(process, bindings);
-        EXPECT_EQ(current(bindings), &mine);
+        EXPECT_EQ(bound_vector(bindings), &mine);
         EXPECT_TRUE(bindings.adapted.empty());
         if (fails) {
             expect_error<std::domain_error>([&] { execution.wait(); }, "no good");
@@ -256,14 +246,14 @@ TEST(BackendExecutor, WaitSettlesARunThatIsUnderWay) {
     EXPECT_FALSE(execution.completed());
     run.device().is_idle = true;
     EXPECT_TRUE(execution.completed());
-    EXPECT_EQ(current(run.bindings), &run.temporary) << "to be complete is not to be settled";
+    EXPECT_EQ(bound_vector(run.bindings), &run.temporary) << "to be complete is not to be settled";
     run.process = BackendProcess(); // whose steps the run retains
     auto moved = std::move(execution);
     moved.wait();
     moved.wait();
     EXPECT_THAT(run.machine.log, ElementsAre("acquire 0", "record 0", "query 0", "query 0",
                                              "await event 0", "destroy 0", "end of step"));
-    EXPECT_EQ(current(run.bindings), &run.mine);
+    EXPECT_EQ(bound_vector(run.bindings), &run.mine);
     EXPECT_TRUE(moved.completed());
 }
 
@@ -310,12 +300,12 @@ TEST(BackendExecutor, FailuresOfConfirmedRunsAreKept) {
                 [](auto&, auto&) { throw std::runtime_error("broken"); }));
         }
         auto execution = run.submit_borrowed();
-        EXPECT_EQ(current(run.bindings) == &run.mine, settled_at_once);
+        EXPECT_EQ(bound_vector(run.bindings) == &run.mine, settled_at_once);
         EXPECT_EQ(execution.completed(), settled_at_once);
         for (int attempt = 0; attempt < 2; ++attempt) {
             expect_error<std::runtime_error>([&] { execution.wait(); }, failure);
         }
-        EXPECT_EQ(current(run.bindings), &run.mine);
+        EXPECT_EQ(bound_vector(run.bindings), &run.mine);
         EXPECT_EQ(run.device().live_events, 0);
         run.process.ensure_usable("after a confirmed end");
     }
@@ -345,7 +335,7 @@ TEST(BackendExecutor, UnconfirmedRunsAreTriedAgainAndNeverFreed) {
             const auto wait = [&execution] { execution.wait(); };
             expect_error<std::runtime_error>(wait, failure);
             EXPECT_FALSE(execution.completed());
-            EXPECT_EQ(current(run.bindings), &run.temporary);
+            EXPECT_EQ(bound_vector(run.bindings), &run.temporary);
             EXPECT_EQ(run.device().free_streams(), 2 - kept_streams);
             expect_error<std::logic_error>(
                 [&] { run.process.ensure_usable("here"); },
@@ -354,7 +344,7 @@ TEST(BackendExecutor, UnconfirmedRunsAreTriedAgainAndNeverFreed) {
             if (recovers) {
                 run.device().failing = {};
                 expect_error<std::runtime_error>(wait, failure);
-                EXPECT_EQ(current(run.bindings), &run.mine);
+                EXPECT_EQ(bound_vector(run.bindings), &run.mine);
                 EXPECT_EQ(run.device().free_streams(), 2);
             }
             EXPECT_EQ(freed_steps(), recovers);

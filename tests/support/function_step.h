@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// A step that is written down where it is used.
+// Steps that are written down where they are used, and bindings of one operand for them.
 
+#include "support/plain_entities.h"
 #include "tessaline/execution/backend_process.h"
 
 #include <functional>
@@ -33,6 +34,18 @@ inline BackendProcess process_of(FunctionStep::Function function) {
     BackendProcess process;
     process.push_back(std::make_unique<FunctionStep>(std::move(function)));
     return process;
+}
+
+/// The vector bound as the first output.
+inline BackendExecutionBindings bindings_of(DescribedVector& entity) {
+    BackendExecutionBindings bindings;
+    bindings.operands.insert(output_role(0), std::ref<VectorEntity>(entity));
+    bindings.roles = {output_role(0)};
+    return bindings;
+}
+
+inline const VectorEntity* bound_vector(const BackendExecutionBindings& bindings) {
+    return &bound_entity<VectorEntity>(bindings.operands.at(output_role(0)));
 }
 
 } // namespace Tessaline::Testing
