@@ -20,20 +20,20 @@ class TESSALINE_API BackendExecutor {
 
     /// What a caller may choose about one run.
     ///
-    /// Either field may end a run before its end: before its first step, or between two sweeps,
-    /// iterations, panels or blocks of a long operation. The content of the outputs is then
-    /// unspecified; everything else is as after any run. A run that is about to end may still
-    /// succeed. The kernels of plugins run to their end. A run that another one's step makes ends
-    /// with that one as well.
+    /// Either of the last two fields may end a run before its end: before its first step, or
+    /// between two sweeps, iterations, panels or blocks of a long operation. The content of the
+    /// outputs is then unspecified; everything else is as after any run. A run that is about to end
+    /// may still succeed. The kernels of plugins run to their end. A run that another one's step
+    /// makes ends with that one as well.
     struct ExecutionOptions {
+        /// What the selected device is to use, in place of the executor's own; unused on the CPU.
+        std::optional<CudaStreamRef> cuda_stream;
         /// The run ends with OperationStopped once a stop has been requested, from any thread.
         std::stop_token stop;
         /// Called some twenty times a second while a long operation runs, less often where it takes
         /// long itself, on the thread that submitted the run. What it raises ends the run and is
         /// the run's failure. It may run operations.
         std::function<void()> interrupt;
-        /// What the selected device is to use, in place of the executor's own; unused on the CPU.
-        std::optional<CudaStreamRef> cuda_stream;
     };
 
     /// Stands for submitted work. Movable, also to another thread; used by one thread at a time.
