@@ -16,33 +16,11 @@ using LeaksOnPurpose = __lsan::ScopedDisabler;
 struct LeaksOnPurpose {};
 #endif
 
-namespace {
-
-thread_local bool memory_is_exhausted = false;
-
-} // namespace
-
-// Replaced in the whole program; the other forms call these. Where the compiler sees through them
-// it takes the two halves for a mismatch.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    if (void* memory = memory_is_exhausted ? nullptr : std::malloc(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-
 namespace Tessaline {
 namespace {
 
 using Testing::bindings_of;
 using Testing::bound_vector;
-using Testing::CallLog;
 using Testing::DescribedVector;
 using ::testing::ElementsAre;
 using Testing::expect_error;
@@ -357,6 +335,35 @@ TEST(BackendExecutor, UnconfirmedRunsAreTriedAgainAndNeverFreed) {
     }
 }
 
+} // namespace
+} // namespace Tessaline
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+
+namespace {
+
+thread_local bool memory_is_exhausted = false;
+
+} // namespace
+
+// Replaced in the whole program, where no sanitizer does so; the other forms call these. Where the
+// compiler sees through them it takes the two halves for a mismatch.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    if (void* memory = memory_is_exhausted ? nullptr : std::malloc(size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+namespace Tessaline {
+namespace {
+
 TEST(BackendExecutor, RestoringThatFailsIsAFailureOfTheRun) {
     RunUnderWay run;
     run.process.push_back(std::make_unique<FunctionStep>(
@@ -375,3 +382,5 @@ TEST(BackendExecutor, RestoringThatFailsIsAFailureOfTheRun) {
 
 } // namespace
 } // namespace Tessaline
+
+#endif
