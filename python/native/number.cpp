@@ -8,6 +8,7 @@
 
 #include <numpy/npy_math.h>
 
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <optional>
@@ -45,6 +46,9 @@ std::optional<Value> value_of(PyObject* number) {
     if (PyArray_IsScalar(number, Float32)) {
         return Value{PyArrayScalar_VAL(number, Float32)};
     }
+    if (PyArray_IsScalar(number, Half)) {
+        return Value{static_cast<float>(Float16::from_bits(PyArrayScalar_VAL(number, Half)))};
+    }
     if (PyArray_IsScalar(number, Complex64)) {
         const npy_cfloat value = PyArrayScalar_VAL(number, Complex64);
         return Value{npy_crealf(value), npy_cimagf(value), true};
@@ -52,24 +56,28 @@ std::optional<Value> value_of(PyObject* number) {
     return std::nullopt;
 }
 
-/// Rounds to a component. False for a finite value beyond its range, and where the type is reached
-/// through float and that is not exact.
+/// A double as the nearest float or, where it is none, as the neighbour with an odd last bit: to
+/// round that once more, to a type of 16 bits, is to round the double itself.
+float to_odd(double value) {
+    const auto nearest = static_cast<float>(value);
+    auto bits = std::bit_cast<std::uint32_t>(nearest);
+    if (static_cast<double>(nearest) != value && std::isfinite(nearest) && (bits & 1U) == 0) {
+        // The bits without the sign grow with the magnitude.
+        bits += std::fabs(static_cast<double>(nearest)) < std::fabs(value) ? 1U : -1U;
+    }
+    return std::bit_cast<float>(bits);
+}
+
+/// Rounds to a component. False for a finite value beyond its range.
 template <typename T>
 bool narrow(double value, T& component) {
-    if constexpr (std::is_same_v<T, double>) {
-        component = value;
-        return true;
+    if constexpr (std::is_floating_point_v<T>) {
+        component = static_cast<T>(value);
     } else {
-        const auto rounded = static_cast<float>(value);
-        if constexpr (std::is_same_v<T, float>) {
-            component = rounded;
-            return std::isfinite(rounded) || !std::isfinite(value);
-        } else {
-            component = T(rounded);
-            return static_cast<double>(rounded) == value &&
-                   std::isfinite(static_cast<float>(component)) == std::isfinite(rounded);
-        }
+        component = T(to_odd(value));
     }
+    return std::isfinite(static_cast<float>(component)) || !std::isfinite(value) ||
+           std::is_same_v<T, double>;
 }
 
 } // namespace

@@ -11,8 +11,8 @@ namespace Tessaline::Python {
 
 /// Writes a number, rounded to nearest, as an element of a floating policy. False, with nothing
 /// promised of the element, for one that this takes no stand on: of another class than float,
-/// complex, int and NumPy's floating scalars, beyond the range of the type, complex beside real
-/// elements, or one that two roundings could spoil.
+/// complex, int and NumPy's floating scalars, beyond the range of the type, or complex beside real
+/// elements.
 bool store_number(nanobind::handle number, const DataTypeDescriptor& type, void* element);
 
 } // namespace Tessaline::Python

@@ -2,6 +2,7 @@
 #include "structured_operands.h"
 
 #include "array_policy.h"
+#include "borrowed_operand.h"
 #include "host_array.h"
 #include "interrupts.h"
 #include "native_errors.h"
@@ -15,6 +16,7 @@
 #include <nanobind/stl/string_view.h>
 
 #include <algorithm>
+#include <array>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -197,6 +199,43 @@ void run_unlocked(const NativeContext& context, const OperationId& id,
     context.executor().execute(id, bindings, interruptible());
 }
 
+/// How many solutions are found before signals are looked at.
+constexpr std::size_t rows_between_signals = 64;
+
+/// Overwrites each row of an array in C order, a right-hand side of the factor's type, with its
+/// solution. Each has the bits of a run of its own, for that is what it is.
+void solve_rows(const LuFactorisation& factor, const NativeContext& context, nb::handle array) {
+    const HostArray rows = right_hand_side(array);
+    const std::uint64_t size = factor.size();
+    const DataTypeDescriptor& type = factor.type();
+    if (rows.rank() != 2 || rows.extent(1) != size ||
+        rows.dtype() != dlpack_type(type.storage_type())) {
+        refuse_type("solve - right-hand sides do not match the factor");
+    }
+    const OperationSpec& solve = context.context().operation(BuiltinOperations::solve);
+    const std::size_t row_bytes = size * scalar_metadata(type.storage_type()).size;
+    const std::array extents{static_cast<std::size_t>(size)};
+    auto* const first = static_cast<std::byte*>(rows.data());
+    for (std::size_t done = 0; done < rows.extent(0);) {
+        const std::size_t end = std::min(rows.extent(0), done + rows_between_signals);
+        {
+            const UnlockedInterpreter unlocked;
+            for (; done < end; ++done) {
+                BorrowedOperand solution;
+                BackendExecutionBindings bindings;
+                bindings.operands.insert(input_role(0), ConstOperandEntityRef(factor.entity()));
+                bindings.operands.insert(
+                    output_role(0), solution.borrow(type, first + done * row_bytes, extents, true));
+                bindings.roles = {input_role(0), output_role(0)};
+                context.executor().execute(bindings, solve, interruptible());
+            }
+        }
+        if (PyErr_CheckSignals() != 0) {
+            throw nb::python_error();
+        }
+    }
+}
+
 template <typename Operand>
 auto& swap_count(Operand& self) {
     return *require_buffer_data<unsigned long>(self.handle().entity(), BufferRole::lu_swap_count, 1,
@@ -229,6 +268,12 @@ void define_lu_operand(nb::module_& module) {
                          return factor_view(entity(self), BufferRole::lu_factors, false, self);
                      })
         .def_prop_ro("swaps", [](const NativeLUOperand& self) { return swap_count(self); })
+        .def(
+            "_solve_rows",
+            [](const NativeLUOperand& self, const NativeContext& context, nb::handle rows) {
+                solve_rows(self.handle(), context, rows);
+            },
+            "context"_a, "rows"_a, "Overwrite right-hand sides, one a row, with solutions.")
         .def(
             "_set_swaps",
             [](NativeLUOperand& self, unsigned long swaps) { swap_count(self) = swaps; }, "swaps"_a,

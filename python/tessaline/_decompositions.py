@@ -15,7 +15,7 @@ from numpy.typing import ArrayLike, DTypeLike
 
 from . import _native
 from ._call import call, check_output, function, refuse_overlap
-from ._context import Context, current_context
+from ._context import Context, current_context, explained
 from ._dtypes import WORDS, Dtype, computed_in, from_word
 from ._errors import NumericalError, is_finite, no_finite_result
 from ._operands import Array, convert, make_ready, numeric_dtype, plain_array
@@ -125,11 +125,10 @@ class LUFactor:
         if rhs.ndim == 1:
             result = np.empty_like(rhs) if out is None else out
             np.copyto(result, rhs)
-            self._solve_in_place(result, context)
+            self._solve_rows(result.reshape(1, -1), context)
             return result
         columns = np.array(rhs.T, order="C", copy=True)
-        for column in columns:
-            self._solve_in_place(column, context)
+        self._solve_rows(columns, context)
         if out is None:
             return np.ascontiguousarray(columns.T)
         np.copyto(out, columns.T)
@@ -154,8 +153,14 @@ class LUFactor:
             )
         return wanted
 
-    def _solve_in_place(self, vector: Array, context: Context) -> None:
-        context._run(_SOLVE, {INPUT: self._operand, OUTPUT: vector})
+    def _solve_rows(self, rows: Array, context: Context) -> None:
+        try:
+            self._operand._solve_rows(context._native, rows)
+        except (RuntimeError, ValueError) as failure:
+            error = explained(_SOLVE, failure)
+            if error is failure:
+                raise
+            raise error from None
 
     def logdet(self, *, dtype: DTypeLike | None = None, context: Context | None = None) -> Any:
         """The logarithm of the determinant, a complex number.

@@ -103,6 +103,9 @@ class LUOperand:
     @property
     def swaps(self) -> int: ...
 
+    def _solve_rows(self, context: Context, rows: NDArray[Any]) -> None:
+        """Overwrite right-hand sides, one a row, with solutions."""
+
     def _set_swaps(self, swaps: int) -> None:
         """Complete factors that were copied into the views."""
 

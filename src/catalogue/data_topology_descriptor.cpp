@@ -9,6 +9,9 @@ namespace Tessaline {
 
 namespace {
 
+// Before any initialiser of a static object runs, for one of them may be a context.
+constinit const GpuPlacement no_gpu{};
+
 HostPlacement host_placement_on(int numa) {
     return {numa, numa, numa >= 0, 0};
 }
@@ -24,7 +27,12 @@ DataTopologyDescriptor::DataTopologyDescriptor(DataLocation location, HostPlacem
                                                GpuPlacement gpu)
     : location_(location),
       host_(host),
-      gpu_(std::move(gpu)) {}
+      gpu_(gpu == GpuPlacement{} ? nullptr : std::make_shared<const GpuPlacement>(std::move(gpu))) {
+}
+
+const GpuPlacement& DataTopologyDescriptor::empty_gpu_placement() {
+    return no_gpu;
+}
 
 DataTopologyDescriptor DataTopologyDescriptor::pageable_host(HostPlacement placement) {
     return {DataLocation::pageable_host, placement, GpuPlacement{}};

@@ -6,6 +6,7 @@
 #include "tessaline/export.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace Tessaline {
@@ -56,7 +57,7 @@ class TESSALINE_API DataTopologyDescriptor {
 
     DataLocation location() const { return location_; }
     const HostPlacement& host_placement() const { return host_; }
-    const GpuPlacement& gpu_placement() const { return gpu_; }
+    const GpuPlacement& gpu_placement() const { return gpu_ ? *gpu_ : empty_gpu_placement(); }
 
     /// The effective NUMA node, as effective_numa_id().
     std::int32_t numa_id() const { return host_.effective_numa_id; }
@@ -66,21 +67,27 @@ class TESSALINE_API DataTopologyDescriptor {
     bool placement_guaranteed() const { return host_.placement_guaranteed; }
     std::int32_t host_allocation_policy() const { return host_.host_allocation_policy; }
 
-    std::int32_t gpu_id() const { return gpu_.gpu_id; }
-    std::int32_t gpu_local_numa_id() const { return gpu_.gpu_local_numa_id; }
-    bool has_gpu_local_numa_id() const { return gpu_.gpu_local_numa_id >= 0; }
-    const std::string& gpu_pci_bus_id() const { return gpu_.gpu_pci_bus_id; }
+    std::int32_t gpu_id() const { return gpu_placement().gpu_id; }
+    std::int32_t gpu_local_numa_id() const { return gpu_placement().gpu_local_numa_id; }
+    bool has_gpu_local_numa_id() const { return gpu_placement().gpu_local_numa_id >= 0; }
+    const std::string& gpu_pci_bus_id() const { return gpu_placement().gpu_pci_bus_id; }
 
     bool is_pageable_host() const { return location_ == DataLocation::pageable_host; }
     bool is_pinned_host() const { return location_ == DataLocation::pinned_host; }
     bool is_gpu() const { return location_ == DataLocation::cuda_device; }
 
-    friend bool operator==(const DataTopologyDescriptor&, const DataTopologyDescriptor&) = default;
+    friend bool operator==(const DataTopologyDescriptor& a, const DataTopologyDescriptor& b) {
+        return a.location_ == b.location_ && a.host_ == b.host_ &&
+               a.gpu_placement() == b.gpu_placement();
+    }
 
   private:
+    static const GpuPlacement& empty_gpu_placement();
+
     DataLocation location_;
     HostPlacement host_;
-    GpuPlacement gpu_;
+    /// Null for the empty form: a request copies many descriptors, nearly all of them on the host.
+    std::shared_ptr<const GpuPlacement> gpu_;
 };
 
 } // namespace Tessaline
