@@ -106,7 +106,7 @@ GramSchmidt::GramSchmidt(std::size_t n, const SimdKernels::GramSchmidtKernels* k
       set_(n, n),
       basis_(n, n),
       terms_(1, n),
-      magnitudes_(whole_groups(n) + 2 * column_group),
+      magnitudes_(whole_groups(n)),
       column_(n) {}
 
 void GramSchmidt::orthonormalise(std::span<Complex> columns, std::size_t m, double epsilon) {

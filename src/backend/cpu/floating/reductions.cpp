@@ -3,9 +3,9 @@
 
 #include "backend/cpu/floating/conversions.h"
 #include "backend/cpu/floating/operands.h"
+#include "backend/cpu/numbers/hypotenuse.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace Tessaline {
 
@@ -24,6 +24,39 @@ void for_widened_pieces(std::span<const T> in, const Body& body) {
         });
     }
 }
+
+/// The chain of hypotenuses of a norm and the magnitudes of more elements.
+template <typename Value>
+Component<Value> plain_norm(Component<Value> norm, const Value* elements, std::uint64_t count) {
+    for (std::uint64_t i = 0; i < count; ++i) {
+        if constexpr (is_complex_element<Value>) {
+            norm = hypotenuse(norm, hypotenuse(elements[i]));
+        } else {
+            norm = hypotenuse(norm, elements[i]);
+        }
+    }
+    return norm;
+}
+
+/// The same by vectors.
+template <typename Real>
+Real norm_by_kernel(const SimdKernels::NormKernels<Real>& kernels, Real norm, const Real* terms,
+                    std::uint64_t count) {
+    return kernels.prolong_norm(norm, terms, count);
+}
+template <typename Real>
+Real norm_by_kernel(const SimdKernels::NormKernels<Real>& kernels, Real norm,
+                    const std::complex<Real>* elements, std::uint64_t count) {
+    for_conversion_pieces(0, count, [&](std::uint64_t first, std::uint64_t piece) {
+        Real magnitudes[conversion_piece];
+        kernels.magnitudes(reinterpret_cast<const Real*>(elements + first), magnitudes, piece);
+        norm = kernels.prolong_norm(norm, magnitudes, piece);
+    });
+    return norm;
+}
+
+/// Fewer elements are sooner done than made into a vector.
+constexpr std::uint64_t shortest_norm_by_kernel = 8;
 
 } // namespace
 
@@ -69,10 +102,14 @@ template <typename T>
 void FloatingReductions<T>::norm(BackendExecutionBindings& bindings) {
     const auto in = input_vector<T>(bindings, input_role(0));
     const ScalarResult<T> result(bindings, output_role(0));
-    Component<ComputeOf<T>> norm = 0;
-    for (const T& element : in) {
-        norm = std::hypot(norm, std::abs(widened(element)));
-    }
+    using Real = Component<ComputeOf<T>>;
+    const SimdKernels::NormKernels<Real>* kernels =
+        in.size() < shortest_norm_by_kernel ? nullptr : SimdKernels::unfused_table();
+    Real norm = 0;
+    for_widened_pieces<T>(in, [&](auto, const ComputeOf<T>* elements, std::uint64_t count) {
+        norm = kernels == nullptr ? plain_norm(norm, elements, count)
+                                  : norm_by_kernel(*kernels, norm, elements, count);
+    });
     result.store(norm);
 }
 

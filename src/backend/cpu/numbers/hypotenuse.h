@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <complex>
+#include <limits>
 
 namespace Tessaline {
 
@@ -36,7 +37,19 @@ inline double hypotenuse(double x, double y) {
     return root - excess / (2 * root);
 }
 
-inline double hypotenuse(std::complex<double> z) {
+/// Of floats, whose squares have room in a double.
+inline float hypotenuse(float x, float y) {
+    const auto wide_x = static_cast<double>(x);
+    const auto wide_y = static_cast<double>(y);
+    const double squares = wide_x * wide_x + wide_y * wide_y;
+    if (!(squares <= std::numeric_limits<double>::max())) [[unlikely]] {
+        return std::hypot(x, y);
+    }
+    return static_cast<float>(std::sqrt(squares));
+}
+
+template <typename Real>
+Real hypotenuse(std::complex<Real> z) {
     return hypotenuse(z.real(), z.imag());
 }
 

@@ -146,6 +146,13 @@ TYPED_TEST(FloatingKernels, ReductionsAddInOrder) {
                                const typename TestFixture::Inputs& inputs, ComputeOf<T> value) {
         this->expect(operation, inputs, scalar, 1, 1, [value](Size, Size) { return value; });
     };
+    const auto expect_norm = [&](const Grid<T>& a) {
+        Component<ComputeOf<T>> norm = 0;
+        for (Size i = 0; i < a.rows; ++i) {
+            norm = std::hypot(norm, std::abs(a(i)));
+        }
+        expect(FloatingOperation::norm, {{vector, a}}, result_of(norm));
+    };
     for (const Size n : {0, 1, 2, 7, 16, 301}) {
         for (const bool with_specials : {false, true}) {
             const Grid<T> a = this->random(n, 1, with_specials);
@@ -154,11 +161,7 @@ TYPED_TEST(FloatingKernels, ReductionsAddInOrder) {
                    this->sum(n, [&](Size i) { return a(i); }));
             expect(FloatingOperation::inner, {{vector, a}, {vector, b}},
                    this->sum(n, [&](Size i) { return times(conjugate_of(a(i)), b(i)); }));
-            Component<ComputeOf<T>> norm = 0;
-            for (Size i = 0; i < n; ++i) {
-                norm = std::hypot(norm, std::abs(a(i)));
-            }
-            expect(FloatingOperation::norm, {{vector, a}}, result_of(norm));
+            expect_norm(a);
         }
     }
     for (const auto& [rows, cols] : {std::pair<Size, Size>{0, 3}, {5, 5}, {3, 7}, {7, 3}}) {
@@ -166,12 +169,22 @@ TYPED_TEST(FloatingKernels, ReductionsAddInOrder) {
         expect(FloatingOperation::trace, {{matrix, a}},
                this->sum(std::min(rows, cols), [&](Size i) { return a(i, i); }));
     }
-    // The squares of these leave the range, their sums' roots do not.
+    // Squares that leave the range, terms that are alike, and such that outgrow all before them.
     using Real = Component<ComputeOf<T>>;
     const auto range = range_of<Component<T>>();
-    for (const Real part : {static_cast<Real>(range[0]) / 8, static_cast<Real>(range[1]) * 8}) {
-        const Grid<T> a(4, 1, [=](Size, Size) { return ComputeOf<T>(part); });
-        expect(FloatingOperation::norm, {{vector, a}}, 2 * part);
+    struct Progression {
+        Real first;
+        Real factor;
+    };
+    for (const auto& [first, factor] : {Progression{static_cast<Real>(range[0]) / 64, 1},
+                                        {static_cast<Real>(range[1]) * 8, 1},
+                                        {static_cast<Real>(range[2]), 1},
+                                        {1, 1},
+                                        {Real{0x1p-8}, Real{1.25}}}) {
+        const Grid<T> a(49, 1, [=, r = first, f = factor](Size i, Size) {
+            return ComputeOf<T>(r * std::pow(f, static_cast<Real>(i)));
+        });
+        expect_norm(a);
     }
 }
 

@@ -5,10 +5,8 @@
 // products are made in vectors and summed one by one.
 
 #include "backend/cpu/simd/kernels/arithmetic.h"
-#include "backend/cpu/simd/kernels/hypotenuse.h"
+#include "backend/cpu/simd/kernels/chain_norm.h"
 #include "backend/cpu/simd/tables/gram_schmidt_kernels.h"
-
-#include <utility>
 
 namespace Tessaline::SimdKernels {
 
@@ -72,17 +70,10 @@ class GramSchmidt {
     }
 
     static double chain_norm(const double* magnitudes, Index count) {
-        double norm = magnitudes[0];
-        for (Index i = 1; i < count;) {
-            i += prolong_chain(norm, magnitudes + i, least(chain_length, count - i));
-        }
-        return norm;
+        return ChainNorm<Set, double>::prolong_norm(0, magnitudes, count);
     }
 
   private:
-    using Bits = LaneBits<Set>;
-    using Words [[gnu::vector_size(sizeof(Register))]] = std::uint64_t; ///< without overflow
-
     /// The sum of the terms one by one, in all lanes.
     static Vector chain_sum(const double* terms, Index imaginary, Index count) {
         double real = 0;
@@ -94,81 +85,10 @@ class GramSchmidt {
         return broadcast_complex<Set>(real, imag);
     }
 
-    /// Takes the chain of a norm over some of `count` magnitudes, at least one. Returns how many.
-    ///
-    /// The norms on the way are foretold by sums of squares, to a few units in the last place. Of
-    /// each and of both its neighbours the hypotenuse with the next magnitude is found. The chain
-    /// has only to choose among these, until it comes to a norm that is no neighbour.
-    static Index prolong_chain(double& norm, const double* magnitudes, Index count) {
-        alignas(64) double found[neighbours][chain_length];
-        alignas(64) long choices[chain_length];
-        Register before = Set::broadcast(norm);
-        Register sum = before * before;
-        for_places<chain_vectors>([&](auto v) {
-            const Register terms = Set::load(magnitudes + v.value * lanes);
-            const Register sums = sum + prefix_sums(terms * terms);
-            const Register foretold = Set::root(sums);
-            const Words former = Words(shifted<1>(foretold, before));
-            sum = Set::broadcast(sums[lanes - 1]);
-            before = foretold;
-            // For each neighbour the place of the norm after it.
-            Bits choice{};
-            for_places<neighbours>([&](auto place) {
-                const Register candidate = Register(former + place.value - 1);
-                const Register next = hypotenuse<Set>(candidate, terms);
-                Set::store(found[place.value] + v.value * lanes, next);
-                const Bits after = Bits(Words(next) - Words(foretold) + 1);
-                const auto is_neighbour = (after >= 0) & (after < neighbours);
-                choice |= (is_neighbour ? after : Bits{} + lost)
-                          << (place_bits * long{place.value});
-            });
-            Set::store(reinterpret_cast<double*>(choices) + v.value * lanes, Register(choice));
-        });
-        long place;
-        long next = 1;
-        Index taken = 0;
-        do {
-            place = next;
-            next = choices[taken] >> (place_bits * place) & lost;
-            ++taken;
-        } while (taken < count && next != lost);
-        norm = found[place][taken - 1];
-        return taken;
-    }
-    static constexpr long neighbours = 3;
-    static constexpr long place_bits = 8;
-    static constexpr long lost = 0xff;
-    /// A second vector shares the time that the first one waits for roots; a third brought nothing.
-    static constexpr Index chain_vectors = 2;
-    static constexpr Index chain_length = chain_vectors * lanes;
-
-    static Register prefix_sums(Register value) {
-        value += shifted<1>(value, Set::zero());
-        if constexpr (lanes >= 4) {
-            value += shifted<2>(value, Set::zero());
-        }
-        if constexpr (lanes >= 8) {
-            value += shifted<4>(value, Set::zero());
-        }
-        return value;
-    }
-    /// The lanes moved up by `Count`, and the last ones of `before` below.
-    template <int Count>
-    static Register shifted(Register value, Register before) {
-        return shifted<Count>(value, before,
-                              std::make_integer_sequence<int, static_cast<int>(lanes)>{});
-    }
-    template <int Count, int... Lane>
-    static Register shifted(Register value, Register before, std::integer_sequence<int, Lane...>) {
-        return __builtin_shufflevector(before, value, (Lane + static_cast<int>(lanes) - Count)...);
-    }
-
     static auto is_ordinary(Register part) {
         const Register size = absolute<Set>(part);
         return (part == 0) | ((size <= largest_ordinary) & (size >= 1 / largest_ordinary));
     }
-
-    static Index least(Index a, Index b) { return a < b ? a : b; }
 
     static Vector load(const double* from, Index imaginary) {
         return {Set::load(from), Set::load(from + imaginary)};

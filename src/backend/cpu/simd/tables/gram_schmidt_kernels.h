@@ -33,8 +33,7 @@ struct GramSchmidtKernels {
                            double* column, double* terms, Index rows);
     /// The magnitudes of the elements of a column, up to a multiple of `column_group`.
     void (*magnitudes)(const double* column, Index imaginary, Index rows, double* magnitudes);
-    /// The norm of a column of these magnitudes as a chain of hypotenuses. Two groups behind the
-    /// last one can be read.
+    /// The norm of a column of these magnitudes as a chain of hypotenuses.
     double (*chain_norm)(const double* magnitudes, Index count);
     /// Divides a column by a number. False, and nothing is done, where a part is not ordinary.
     bool (*divide_ordinary)(double* column, Index imaginary, Index rows, double divisor);

@@ -60,6 +60,15 @@ struct UnfusedKernels {
     void (*sum_of_runs)(const T* elements, Index step, Index terms, T* out, Index count);
 };
 
+/// Real is float or double. Hypotenuses are those of numbers/hypotenuse.h.
+template <typename Real>
+struct NormKernels {
+    /// The hypotenuse of the norm and the first term, of that and the second one, and so on.
+    Real (*prolong_norm)(Real norm, const Real* terms, Index count);
+    /// The hypotenuses of the parts of complex elements, which lie in turn.
+    void (*magnitudes)(const Real* parts, Real* magnitudes, Index count);
+};
+
 /// Elements of two bytes, by their bits, as floats, which is exact but for the payload of a NaN;
 /// and floats rounded to nearest with ties to even.
 struct ConversionKernels {
@@ -104,6 +113,8 @@ struct UnfusedTable : UnfusedKernels<float>,
                       UnfusedKernels<double>,
                       UnfusedKernels<std::complex<float>>,
                       UnfusedKernels<std::complex<double>>,
+                      NormKernels<float>,
+                      NormKernels<double>,
                       ConversionKernels,
                       StoredKernels,
                       TransposingKernel<std::uint16_t>,

@@ -3,6 +3,7 @@
 
 // Every unfused kernel, instantiated for the vectors of one instruction set.
 
+#include "backend/cpu/simd/kernels/chain_norm.h"
 #include "backend/cpu/simd/kernels/conversions.h"
 #include "backend/cpu/simd/kernels/kron.h"
 #include "backend/cpu/simd/kernels/matmul.h"
@@ -35,6 +36,12 @@ constexpr auto make_interleaved_kernels() {
         strided_interleaved_product<Set, Update::replace>);
 }
 
+template <typename DoubleSet, typename Real>
+constexpr NormKernels<Real> make_norm_kernels() {
+    using Kernels = ChainNorm<DoubleSet, Real>;
+    return {Kernels::prolong_norm, Kernels::magnitudes};
+}
+
 template <typename FloatSet, typename DoubleSet>
 constexpr UnfusedTable make_unfused_table() {
     using Widened = WidenedRules<FloatSet>;
@@ -43,6 +50,8 @@ constexpr UnfusedTable make_unfused_table() {
         make_real_kernels<FloatingRules<DoubleSet>>(),
         make_interleaved_kernels<FloatingRules<FloatSet>>(),
         make_interleaved_kernels<FloatingRules<DoubleSet>>(),
+        make_norm_kernels<DoubleSet, float>(),
+        make_norm_kernels<DoubleSet, double>(),
         {
             .widen_binary16 = Conversions<FloatSet>::widen_binary16,
             .round_binary16 = Conversions<FloatSet>::round_binary16,
