@@ -13,23 +13,37 @@ namespace Tessaline {
 
 namespace {
 
-/// out[i] = function(in[i]) over the first input and the output.
-template <typename T, typename Function>
-void map(BackendExecutionBindings& bindings, const Function& function) {
+/// Calls `body(from, to, count)` with pieces of the first input and the output in compute type,
+/// which may be one memory. What it stores has one NaN at the most where T is the compute type.
+template <typename T, typename Body>
+void map_pieces(BackendExecutionBindings& bindings, const Body& body) {
     const auto in = input_vector<T>(bindings, input_role(0));
     const auto out = output_vector<T>(bindings, output_role(0), in.size());
     for_chunks(in.size(), in.size(), [&](std::uint64_t begin, std::uint64_t end) {
         if constexpr (std::is_same_v<T, ComputeOf<T>>) {
-            for (std::uint64_t i = begin; i < end; ++i) {
-                out[i] = result_as<T>(function(in[i]));
-            }
+            body(in.data() + begin, out.data() + begin, end - begin);
         } else {
             for_conversion_pieces(begin, end, [&](std::uint64_t first, std::uint64_t count) {
                 ComputeOf<T> piece[conversion_piece];
                 widen_elements(in.data() + first, piece, count);
-                std::transform(piece, piece + count, piece, function);
+                body(piece, piece, count);
                 store_results(piece, out.data() + first, count);
             });
+        }
+    });
+}
+
+/// out[i] = function(in[i]) over the first input and the output.
+template <typename T, typename Function>
+void map(BackendExecutionBindings& bindings, const Function& function) {
+    using C = ComputeOf<T>;
+    map_pieces<T>(bindings, [&](const C* from, C* to, std::uint64_t count) {
+        for (std::uint64_t i = 0; i < count; ++i) {
+            if constexpr (std::is_same_v<T, C>) {
+                to[i] = result_as<T>(function(from[i]));
+            } else {
+                to[i] = function(from[i]);
+            }
         }
     });
 }
@@ -71,10 +85,46 @@ void scale_by_kernel(BackendExecutionBindings& bindings,
     });
 }
 
+template <typename Real>
+const SimdKernels::QuotientKernels<Real>* quotient_kernels() {
+    return SimdKernels::unfused_table();
+}
+
+/// A vector in which a quotient does not stand, and what may come after it.
+constexpr std::uint64_t elements_divided_with_care = 16;
+
+/// Quotients by the kernel as far as these stand, the others one by one.
+template <typename Real>
+void divide_by_kernel(const SimdKernels::QuotientKernels<Real>& kernels,
+                      const ComplexDivisor<Real>& divisor, const std::complex<Real>* from,
+                      std::complex<Real>* to, std::uint64_t count) {
+    const SimdKernels::ScaledDivisor<Real> scaled{divisor.larger_part(), divisor.scaled().real(),
+                                                  divisor.scaled().imag(),
+                                                  divisor.scaled_squared()};
+    std::uint64_t done = 0;
+    while (done < count) {
+        done += kernels.divide_complex(reinterpret_cast<const Real*>(from + done), scaled,
+                                       reinterpret_cast<Real*>(to + done), count - done);
+        const std::uint64_t end = std::min(count, done + elements_divided_with_care);
+        for (; done < end; ++done) {
+            to[done] = result_as<std::complex<Real>>(divisor.quotient(from[done]));
+        }
+    }
+}
+
 } // namespace
 
 template <typename T>
 void FloatingElementwise<T>::sqrt(BackendExecutionBindings& bindings) {
+    using C = ComputeOf<T>;
+    if constexpr (!is_complex_element<T>) {
+        if (const auto* kernels = quotient_kernels<C>()) {
+            map_pieces<T>(bindings, [kernels](const C* from, C* to, std::uint64_t count) {
+                kernels->roots(from, to, count);
+            });
+            return;
+        }
+    }
     map<T>(bindings, [](ComputeOf<T> x) { return std::sqrt(x); });
 }
 
@@ -118,12 +168,24 @@ void FloatingElementwise<T>::scale(BackendExecutionBindings& bindings) {
 
 template <typename T>
 void FloatingElementwise<T>::divide(BackendExecutionBindings& bindings) {
-    const auto scalar = input_scalar<T>(bindings, input_role(1));
+    using C = ComputeOf<T>;
+    const C scalar = input_scalar<T>(bindings, input_role(1));
+    const auto* kernels = quotient_kernels<Component<C>>();
     if constexpr (is_complex_element<T>) {
         const ComplexDivisor divisor(scalar);
-        map<T>(bindings, [&divisor](ComputeOf<T> x) { return divisor.quotient(x); });
+        if (kernels != nullptr && divisor.is_ordinary()) {
+            map_pieces<T>(bindings, [&](const C* from, C* to, std::uint64_t count) {
+                divide_by_kernel(*kernels, divisor, from, to, count);
+            });
+        } else {
+            map<T>(bindings, [&divisor](C x) { return divisor.quotient(x); });
+        }
+    } else if (kernels != nullptr) {
+        map_pieces<T>(bindings, [=](const C* from, C* to, std::uint64_t count) {
+            kernels->divide(from, scalar, to, count);
+        });
     } else {
-        map<T>(bindings, [scalar](ComputeOf<T> x) { return x / scalar; });
+        map<T>(bindings, [scalar](C x) { return x / scalar; });
     }
 }
 

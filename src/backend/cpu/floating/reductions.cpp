@@ -81,9 +81,15 @@ void FloatingReductions<T>::inner(BackendExecutionBindings& bindings) {
     const auto b = input_vector<T>(bindings, input_role(1), a.size());
     const ScalarResult<T> result(bindings, output_role(0));
     ComputeOf<T> sum{};
-    for (std::uint64_t i = 0; i < a.size(); ++i) {
-        sum += conjugated(widened(a[i])) * widened(b[i]);
-    }
+    for_widened_pieces<T>(a, [&](std::uint64_t first, const auto* of_a, std::uint64_t count) {
+        ComputeOf<T> so_far = sum;
+        for_widened_pieces<T>(b.subspan(first, count), [&](auto, const auto* of_b, auto) {
+            for (std::uint64_t i = 0; i < count; ++i) {
+                so_far += conjugated(of_a[i]) * of_b[i];
+            }
+        });
+        sum = so_far;
+    });
     result.store(sum);
 }
 

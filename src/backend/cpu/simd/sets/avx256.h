@@ -51,6 +51,7 @@ struct Avx256 {
     /// With the bits of the mask changed.
     static Register flipped(Register value, Register mask) { return _mm256_xor_ps(value, mask); }
     static Register negated(Register value) { return flipped(value, _mm256_set1_ps(-0.0F)); }
+    static Register root(Register value) { return _mm256_sqrt_ps(value); }
 
     /// A bit for each lane that is NaN.
     static unsigned nan_lanes(Register value) {

@@ -48,6 +48,7 @@ struct Avx512 {
     /// With the bits of the mask changed.
     static Register flipped(Register value, Register mask) { return _mm512_xor_ps(value, mask); }
     static Register negated(Register value) { return flipped(value, _mm512_set1_ps(-0.0F)); }
+    static Register root(Register value) { return _mm512_sqrt_ps(value); }
 
     /// a b + c and c - a b, rounded once.
     static Register fused_add(Register a, Register b, Register c) {

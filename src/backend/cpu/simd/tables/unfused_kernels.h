@@ -69,6 +69,26 @@ struct NormKernels {
     void (*magnitudes)(const Real* parts, Real* magnitudes, Index count);
 };
 
+/// What ComplexDivisor has of an ordinary divisor.
+template <typename Real>
+struct ScaledDivisor {
+    Real larger_part;
+    Real scaled_real;
+    Real scaled_imag;
+    Real scaled_squared;
+};
+
+/// Each element by itself; the result may lie where the operand does. Real is float or double.
+template <typename Real>
+struct QuotientKernels {
+    void (*roots)(const Real* in, Real* out, Index count);
+    void (*divide)(const Real* in, Real divisor, Real* out, Index count);
+    /// Of `count` complex elements, whose parts lie in turn, by the fast form of ComplexDivisor.
+    /// Returns how many are done: before a vector in which that form does not stand it ends.
+    Index (*divide_complex)(const Real* in, const ScaledDivisor<Real>& divisor, Real* out,
+                            Index count);
+};
+
 /// Elements of two bytes, by their bits, as floats, which is exact but for the payload of a NaN;
 /// and floats rounded to nearest with ties to even.
 struct ConversionKernels {
@@ -115,6 +135,8 @@ struct UnfusedTable : UnfusedKernels<float>,
                       UnfusedKernels<std::complex<double>>,
                       NormKernels<float>,
                       NormKernels<double>,
+                      QuotientKernels<float>,
+                      QuotientKernels<double>,
                       ConversionKernels,
                       StoredKernels,
                       TransposingKernel<std::uint16_t>,

@@ -7,6 +7,7 @@
 #include "backend/cpu/simd/kernels/conversions.h"
 #include "backend/cpu/simd/kernels/kron.h"
 #include "backend/cpu/simd/kernels/matmul.h"
+#include "backend/cpu/simd/kernels/quotients.h"
 #include "backend/cpu/simd/kernels/row_products.h"
 #include "backend/cpu/simd/kernels/transposed_blocks.h"
 #include "backend/cpu/simd/tables/unfused_kernels.h"
@@ -42,6 +43,13 @@ constexpr NormKernels<Real> make_norm_kernels() {
     return {Kernels::prolong_norm, Kernels::magnitudes};
 }
 
+template <typename Set>
+constexpr auto make_quotient_kernels() {
+    using Kernels = Quotients<Set>;
+    return QuotientKernels<typename Set::Component>{Kernels::roots, Kernels::divide,
+                                                    Kernels::divide_complex};
+}
+
 template <typename FloatSet, typename DoubleSet>
 constexpr UnfusedTable make_unfused_table() {
     using Widened = WidenedRules<FloatSet>;
@@ -52,6 +60,8 @@ constexpr UnfusedTable make_unfused_table() {
         make_interleaved_kernels<FloatingRules<DoubleSet>>(),
         make_norm_kernels<DoubleSet, float>(),
         make_norm_kernels<DoubleSet, double>(),
+        make_quotient_kernels<FloatingRules<FloatSet>>(),
+        make_quotient_kernels<FloatingRules<DoubleSet>>(),
         {
             .widen_binary16 = Conversions<FloatSet>::widen_binary16,
             .round_binary16 = Conversions<FloatSet>::round_binary16,
