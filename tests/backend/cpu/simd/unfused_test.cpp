@@ -61,14 +61,15 @@ class UnfusedKernelsTest : public ::testing::Test {
     }
 
     /// Calls `body(shape, random, with_specials)` with sizes around tiles of every vector, primes,
-    /// more than one inner block, packed and not, and more rows than pass down a panel in turn.
+    /// more than one inner block, packed and not, more rows than pass down a panel in turn, and
+    /// long rows that start between two cache lines.
     template <typename Body>
     static void for_each_shape(const Body& body) {
         static constexpr ProductExtents shapes[] = {
-            {1, 1, 1},      {0, 3, 4},    {3, 0, 4},     {3, 4, 0},     {7, 7, 7},
-            {8, 8, 8},      {9, 17, 15},  {17, 31, 33},  {5, 2, 64},    {40, 3, 65},
-            {23, 29, 66},   {13, 385, 9}, {19, 800, 51}, {33, 13, 545}, {1, 400, 50},
-            {213, 270, 67}, {3, 37, 1},   {3, 45, 2},    {2, 41, 3},    {3, 29, 5}};
+            {1, 1, 1},     {0, 3, 4},     {3, 0, 4},    {3, 4, 0},      {7, 7, 7},    {8, 8, 8},
+            {9, 17, 15},   {17, 31, 33},  {5, 2, 64},   {40, 3, 65},    {23, 29, 66}, {13, 385, 9},
+            {19, 800, 51}, {33, 13, 545}, {1, 400, 50}, {213, 270, 67}, {3, 37, 1},   {3, 45, 2},
+            {2, 41, 3},    {3, 29, 5},    {2, 1021, 19}};
         CounterRandom random(7);
         for (const ProductExtents& shape : shapes) {
             for (const bool with_specials : {false, true}) {
