@@ -172,19 +172,18 @@ TYPED_TEST(FloatingKernels, ReductionsAddInOrder) {
     // Squares that leave the range, terms that are alike, and such that outgrow all before them.
     using Real = Component<ComputeOf<T>>;
     const auto range = range_of<Component<T>>();
-    struct Progression {
-        Real first;
-        Real factor;
-    };
-    for (const auto& [first, factor] : {Progression{static_cast<Real>(range[0]) / 64, 1},
-                                        {static_cast<Real>(range[1]) * 8, 1},
-                                        {static_cast<Real>(range[2]), 1},
-                                        {1, 1},
-                                        {Real{0x1p-8}, Real{1.25}}}) {
-        const Grid<T> a(49, 1, [=, r = first, f = factor](Size i, Size) {
-            return ComputeOf<T>(r * std::pow(f, static_cast<Real>(i)));
-        });
-        expect_norm(a);
+    const std::pair<Real, Real> progressions[] = {{static_cast<Real>(range[0]) / 64, 1},
+                                                  {static_cast<Real>(range[1]) * 8, 1},
+                                                  {static_cast<Real>(range[2]), 1},
+                                                  {1, 1},
+                                                  {1, 1.25},
+                                                  {1, 1.5}};
+    for (const auto& [first, factor] : progressions) {
+        for (const Size n : {17, 64}) {
+            expect_norm({n, 1, [r = first, f = factor](Size i, Size) {
+                             return ComputeOf<T>(r * std::pow(f, static_cast<Real>(i)));
+                         }});
+        }
     }
 }
 

@@ -173,7 +173,8 @@ class ChainPiece {
 
 template <typename Set, typename Real>
 class ChainNorm {
-    /// The latencies of roots and quotients overlap among four vectors; eight gained nothing.
+    /// The latencies of roots and quotients overlap among the vectors: with two a term takes a
+    /// quarter to a half longer.
     using Piece = ChainPiece<Set, Real, 4>;
     using LastPiece = ChainPiece<Set, Real, 2>;
     /// Fewer terms than these are sooner taken one by one.
@@ -184,8 +185,11 @@ class ChainNorm {
         for (; count >= Piece::length; terms += Piece::length, count -= Piece::length) {
             norm = Piece::prolonged(norm, terms);
         }
-        for (; count >= few; terms += LastPiece::length, count -= least(count, LastPiece::length)) {
-            norm = prolonged_by_rest(norm, terms, least(count, LastPiece::length));
+        while (count >= few) {
+            const Index taken = count < LastPiece::length ? count : LastPiece::length;
+            norm = prolonged_by_rest(norm, terms, taken);
+            terms += taken;
+            count -= taken;
         }
         return LastPiece::prolonged(norm, terms, count);
     }
@@ -239,7 +243,6 @@ class ChainNorm {
             to[i] = from[i];
         }
     }
-    static Index least(Index a, Index b) { return a < b ? a : b; }
 };
 
 } // namespace
