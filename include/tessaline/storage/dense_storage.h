@@ -46,7 +46,7 @@ class OneBuffer : public Interface, public Access {
     using Element = typename Buffer::value_type;
 
     const Descriptor& descriptor() const override { return descriptor_; }
-    ErasedBufferAccess* buffer_access() override { return this; }
+    StorageAccess buffer_access() override { return StorageAccess::of<Access>(*this); }
     Element* data() override { return data_.data(); }
     const Element* data() const override { return data_.data(); }
     std::uint64_t element_count() const override { return data_.size(); }
@@ -72,7 +72,7 @@ class TwoBuffers : public Interface, public Access {
     using Element = typename Buffer::value_type;
 
     const Descriptor& descriptor() const override { return descriptor_; }
-    ErasedBufferAccess* buffer_access() override { return this; }
+    StorageAccess buffer_access() override { return StorageAccess::of<Access>(*this); }
     Element* data_real() override { return real_.data(); }
     const Element* data_real() const override { return real_.data(); }
     Element* data_imag() override { return imag_.data(); }
