@@ -84,7 +84,7 @@ class LentMatrix : public DenseStorageDetail::DenseStorage<Name, MatrixEntity, A
 
 } // namespace BorrowedHostDetail
 
-// set, class, what it is lent, access class
+// elements, class, what it is lent, access class
 #define TESSALINE_BORROWED_HOST_ENTITIES(ENTITY)                                                   \
     ENTITY(real, BorrowedDenseHostRealScalar, LentScalar, DenseRealScalarAccess)                   \
     ENTITY(split, BorrowedDenseHostComplexSplitScalar, LentSplitScalar,                            \
@@ -96,7 +96,7 @@ class LentMatrix : public DenseStorageDetail::DenseStorage<Name, MatrixEntity, A
     ENTITY(interleaved, BorrowedDenseHostComplexInterleavedMatrix, LentMatrix,                     \
            DenseComplexInterleavedMatrixAccess)
 
-#define TESSALINE_DEFINE_BORROWED_ENTITY(set, Class, Operand, Access)                              \
+#define TESSALINE_DEFINE_BORROWED_ENTITY(elements, Class, Operand, Access)                         \
     TESSALINE_DEFINE_ENTITY(                                                                       \
         Class, BorrowedHostDetail::Operand<EntityNames::Class, Access, Stored, Compute>)
 TESSALINE_BORROWED_HOST_ENTITIES(TESSALINE_DEFINE_BORROWED_ENTITY)

@@ -2,15 +2,16 @@
 #pragma once
 
 // Makes the entity classes of a table. A table is a macro that lists its classes for a macro,
-// ENTITY(set, Class, ...), where a set tells for which compiled policies a class is instantiated,
-// and what follows is for the table's own definition of a class.
+// ENTITY(elements, Class, ...): `elements` tells for which compiled policies a class is
+// instantiated and on which of their types; what follows is for the table's own definition of a
+// class.
 //
-// | set         | policies        | Class<Stored, Compute>               |
-// |-------------|-----------------|--------------------------------------|
-// | real        | all but complex | the policy's elements                |
-// | split       | complex         | components of the policy's elements  |
-// | interleaved | complex         | the policy's elements                |
-// | factors     | all but integer | Class<long, Stored, Compute>, pivots first |
+// | elements    | policies        | instantiation                                     |
+// |-------------|-----------------|---------------------------------------------------|
+// | real        | all but complex | Class<Stored, Compute>                            |
+// | split       | complex         | Class<Component<Stored>, Component<Compute>>      |
+// | interleaved | complex         | Class<Stored, Compute>                            |
+// | factors     | all but integer | Class<long, Stored, Compute>, pivots first        |
 
 #include "tessaline/storage/numeric_policy.h"
 
@@ -29,13 +30,13 @@
     };
 
 /// The instantiations of a row, kept by the runtime so that clients need not repeat them.
-#define TESSALINE_DECLARE_ENTITY(set, Class, ...)                                                  \
-    TESSALINE_COMPILED_POLICIES(TESSALINE_INSTANTIATE_ENTITY, extern, set, Class)
-#define TESSALINE_INSTANTIATE_ENTITIES(set, Class, ...)                                            \
-    TESSALINE_COMPILED_POLICIES(TESSALINE_INSTANTIATE_ENTITY, , set, Class)
+#define TESSALINE_DECLARE_ENTITY(elements, Class, ...)                                             \
+    TESSALINE_COMPILED_POLICIES(TESSALINE_INSTANTIATE_ENTITY, extern, elements, Class)
+#define TESSALINE_INSTANTIATE_ENTITIES(elements, Class, ...)                                       \
+    TESSALINE_COMPILED_POLICIES(TESSALINE_INSTANTIATE_ENTITY, , elements, Class)
 
-#define TESSALINE_INSTANTIATE_ENTITY(category, Stored, Compute, PREFIX, set, Class)                \
-    TESSALINE_INSTANTIATE_##set##_##category(PREFIX, Class, Stored, Compute)
+#define TESSALINE_INSTANTIATE_ENTITY(category, Stored, Compute, PREFIX, elements, Class)           \
+    TESSALINE_INSTANTIATE_##elements##_##category(PREFIX, Class, Stored, Compute)
 
 #define TESSALINE_INSTANTIATE_real_floating(PREFIX, Class, Stored, Compute)                        \
     PREFIX template class Class<Stored, Compute>;

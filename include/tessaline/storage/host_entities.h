@@ -11,7 +11,7 @@
 #include "tessaline/storage/entity_generator.h"
 #include "tessaline/storage/host_buffer.h"
 
-// set, class, interface, access class
+// elements, class, interface, access class
 #define TESSALINE_HOST_ENTITIES(ENTITY)                                                            \
     ENTITY(real, BoundRealScalarEntity, ScalarEntity, DenseRealScalarAccess)                       \
     ENTITY(split, BoundComplexScalarEntity, ScalarEntity, DenseComplexSplitScalarAccess)           \
@@ -29,7 +29,7 @@
 
 namespace Tessaline {
 
-#define TESSALINE_DEFINE_HOST_ENTITY(set, Class, Interface, Access)                                \
+#define TESSALINE_DEFINE_HOST_ENTITY(elements, Class, Interface, Access)                           \
     TESSALINE_DEFINE_ENTITY(Class,                                                                 \
                             DenseStorageDetail::DenseStorage<EntityNames::Class, Interface,        \
                                                              Access<Stored>, HostBuffer<Stored>>)
