@@ -38,8 +38,6 @@ HEADERS_WITHOUT_SOURCE = {
     "cpu_chunk_body": "runtime",
     "cpu_runtime_options": "runtime",
     "cpu_simd": "simd/tables",
-    "cpu_operand_views": "steps",
-    "cpu_structured_operand_views": "steps",
     "launch_cpu_kernel_step": "steps",
 }
 

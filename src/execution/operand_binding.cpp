@@ -15,6 +15,10 @@ const DataTopologyDescriptor& operand_topology(const OperandBinding& binding) {
         binding);
 }
 
+const GpuResidentEntity* operand_readiness(const OperandBinding& binding) {
+    return std::visit([](const auto& bound) { return bound.get().readiness(); }, binding);
+}
+
 std::optional<std::int32_t> gpu_operand_device_id(const OperandBinding& binding) {
     const DataTopologyDescriptor& topology = operand_topology(binding);
     return topology.is_gpu() ? std::optional(topology.gpu_id()) : std::nullopt;

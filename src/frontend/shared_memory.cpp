@@ -19,7 +19,7 @@ const ErasedBufferAccess* buffers_of(const OperandBinding& binding) {
             if constexpr (std::is_base_of_v<ErasedBufferAccess, Entity>) {
                 return &bound.get();
             } else {
-                return const_cast<Entity&>(bound.get()).buffer_access();
+                return const_cast<Entity&>(bound.get()).buffer_access().buffers;
             }
         },
         binding);

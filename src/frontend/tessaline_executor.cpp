@@ -21,11 +21,8 @@ OperationDescriptor describe_request(const OperationSpec& spec,
                                     "operation '" +
                                     spec.id().name() + "'");
     }
-    std::vector<OperandDescriptor> inputs;
-    std::vector<OperandDescriptor> outputs;
-    // Room for all operands, since the request appends its outputs to its inputs.
-    inputs.reserve(spec.operands().size());
-    outputs.reserve(spec.output_count());
+    OperationDescriptor::Operands operands{{}, 0};
+    operands.list.reserve(spec.operands().size());
     for (const OperationOperandSpec& operand : spec.operands()) {
         const OperandBinding* binding = bindings.operands.find(operand.role);
         if (binding == nullptr) {
@@ -39,9 +36,10 @@ OperationDescriptor describe_request(const OperationSpec& spec,
                                         operand_role_name(operand.role) +
                                         " is const for operation '" + spec.id().canonical() + "'");
         }
-        (written ? outputs : inputs).push_back(describe_operand(operand.role, *binding));
+        operands.list.push_back(describe_operand(operand.role, *binding));
+        operands.input_count += written ? 0 : 1;
     }
-    return {spec, std::move(inputs), std::move(outputs), policy, scheduling};
+    return {spec, std::move(operands), policy, scheduling};
 }
 
 } // namespace

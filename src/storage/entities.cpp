@@ -10,17 +10,38 @@ VectorEntity::~VectorEntity() = default;
 MatrixEntity::~MatrixEntity() = default;
 LuDecompEntity::~LuDecompEntity() = default;
 EigenValsEntity::~EigenValsEntity() = default;
+GpuResidentEntity::~GpuResidentEntity() = default;
 
-ErasedBufferAccess* ScalarEntity::buffer_access() {
-    return dynamic_cast<ErasedBufferAccess*>(this);
+StorageAccess ScalarEntity::buffer_access() {
+    return {dynamic_cast<ErasedBufferAccess*>(this)};
 }
 
-ErasedBufferAccess* VectorEntity::buffer_access() {
-    return dynamic_cast<ErasedBufferAccess*>(this);
+StorageAccess VectorEntity::buffer_access() {
+    return {dynamic_cast<ErasedBufferAccess*>(this)};
 }
 
-ErasedBufferAccess* MatrixEntity::buffer_access() {
-    return dynamic_cast<ErasedBufferAccess*>(this);
+StorageAccess MatrixEntity::buffer_access() {
+    return {dynamic_cast<ErasedBufferAccess*>(this)};
+}
+
+const GpuResidentEntity* ScalarEntity::readiness() const {
+    return nullptr;
+}
+
+const GpuResidentEntity* VectorEntity::readiness() const {
+    return nullptr;
+}
+
+const GpuResidentEntity* MatrixEntity::readiness() const {
+    return nullptr;
+}
+
+const GpuResidentEntity* LuDecompEntity::readiness() const {
+    return nullptr;
+}
+
+const GpuResidentEntity* EigenValsEntity::readiness() const {
+    return nullptr;
 }
 
 } // namespace Tessaline

@@ -13,12 +13,9 @@ void BorrowedBufferDetail::fail_read_only() {
     throw std::logic_error("BorrowedBuffer - borrowed storage is read-only");
 }
 
-#define TESSALINE_DEFINE_HOST_ENTITIES(category, Stored, Compute)                                  \
-    TESSALINE_HOST_ENTITIES_##category(, Stored, Compute)                                          \
-        TESSALINE_HOST_LU_DECOMP_##category(, Stored, Compute)                                     \
-            TESSALINE_HOST_EIGEN_VALS_##category(, Stored, Compute)                                \
-                TESSALINE_BORROWED_HOST_ENTITIES_##category(, Stored, Compute)
-TESSALINE_COMPILED_POLICIES(TESSALINE_DEFINE_HOST_ENTITIES)
-#undef TESSALINE_DEFINE_HOST_ENTITIES
+TESSALINE_HOST_ENTITIES(TESSALINE_INSTANTIATE_ENTITIES)
+TESSALINE_BORROWED_HOST_ENTITIES(TESSALINE_INSTANTIATE_ENTITIES)
+TESSALINE_INSTANTIATE_ENTITIES(factors, DenseHostLUDecompColMajor)
+TESSALINE_INSTANTIATE_ENTITIES(interleaved, HostEigenVals)
 
 } // namespace Tessaline

@@ -321,5 +321,14 @@ TEST(BackendProcess, UnconfirmedCompletionQuarantinesTheSteps) {
     EXPECT_TRUE(destroyed);
 }
 
+TEST(OperandReadiness, IsWhatTheEntityTells) {
+    const auto* const told = reinterpret_cast<const GpuResidentEntity*>(this);
+    DescribedVector device(DataTopologyDescriptor::gpu(0, -1), 1, told);
+    EXPECT_EQ(operand_readiness(std::ref<VectorEntity>(device)), told);
+    EXPECT_EQ(operand_readiness(ConstOperandEntityRef<VectorEntity>(device)), told);
+    const DescribedVector on_host(DataTopologyDescriptor::pageable_host(-1));
+    EXPECT_EQ(operand_readiness(ConstOperandEntityRef<VectorEntity>(on_host)), nullptr);
+}
+
 } // namespace
 } // namespace Tessaline

@@ -296,14 +296,15 @@ TEST_F(SharedMemoryTest, IsRefusedUnlessAnElementwiseOperationWorksInPlace) {
     EXPECT_GT(refused_, 900);
 }
 
+constexpr char planes_name[] = "Planes";
+
 /// Planes that the test chooses one by one.
 class Planes final
-    : public DenseStorageDetail::VectorShape<DenseStorageDetail::TwoBuffers<
-          VectorEntity, DenseComplexSplitVectorAccess<float>, BorrowedBuffer<float>>> {
+    : public DenseStorageDetail::DenseStorage<
+          planes_name, VectorEntity, DenseComplexSplitVectorAccess<float>, BorrowedBuffer<float>> {
   public:
     Planes(float* real, float* imaginary, std::uint64_t size)
-        : VectorShape("Planes",
-                      VectorDescriptor(size, DataTopologyDescriptor::pageable_host(-1),
+        : VectorShape(VectorDescriptor(size, DataTopologyDescriptor::pageable_host(-1),
                                        DataTypeDescriptor::complex_float(), DataVectorFormat::dense,
                                        DataComplexLayout::split),
                       BorrowedBuffer<float>(real, size, nullptr),

@@ -11,13 +11,19 @@ namespace Tessaline::Testing {
 
 class DescribedVector final : public VectorEntity {
   public:
-    explicit DescribedVector(DataTopologyDescriptor topology, std::uint64_t size = 1)
-        : descriptor_(size, std::move(topology), DataTypeDescriptor::real_float(),
+    explicit DescribedVector(DataTopologyDescriptor topology, std::uint64_t size = 1,
+                             const GpuResidentEntity* readiness = nullptr)
+        : readiness_(readiness),
+          descriptor_(size, std::move(topology), DataTypeDescriptor::real_float(),
                       DataVectorFormat::dense, DataComplexLayout::none) {}
 
     const VectorDescriptor& descriptor() const override { return descriptor_; }
+    const GpuResidentEntity* readiness() const override {
+        return readiness_ != nullptr ? readiness_ : VectorEntity::readiness();
+    }
 
   private:
+    const GpuResidentEntity* readiness_;
     VectorDescriptor descriptor_;
 };
 

@@ -14,10 +14,18 @@ namespace Tessaline {
 /// Immutable once built; local to one call.
 class TESSALINE_API OperationDescriptor {
   public:
+    /// Operands in role order, inputs first.
+    struct Operands {
+        std::vector<OperandDescriptor> list;
+        std::size_t input_count;
+    };
+
     /// Inputs and outputs are given in role order. Raises std::logic_error for an operation without
     /// a handle, and std::invalid_argument for a wrong count of inputs or outputs, for whatever
     /// OperationSpec::validate refuses, and for placements that
     /// schedule_gpu_execution_device refuses, in this order.
+    OperationDescriptor(const OperationSpec& spec, Operands operands, CrossDevicePolicy policy,
+                        const GpuSchedulingOptions& scheduling);
     OperationDescriptor(const OperationSpec& spec, std::vector<OperandDescriptor> inputs,
                         std::vector<OperandDescriptor> outputs, CrossDevicePolicy policy,
                         const GpuSchedulingOptions& scheduling);
@@ -44,12 +52,16 @@ class TESSALINE_API OperationDescriptor {
     std::optional<std::int32_t> gpu_device_id() const { return gpu_device_id_; }
 
     /// Whether the operation uses the prior content of its first output.
-    bool preserves_output() const { return preserved_outputs_.front(); }
+    bool preserves_output() const { return preserves(0); }
     /// The same for any output. Raises std::invalid_argument for an input role and
     /// std::out_of_range for an output that the request does not have.
     bool preserves_output(OperandRole role) const;
 
   private:
+    bool preserves(std::size_t output) const {
+        return !preserved_outputs_.empty() && preserved_outputs_[output];
+    }
+
     OperationId id_;
     OperationHandle handle_;
     CrossDevicePolicy cross_device_policy_;
@@ -57,7 +69,7 @@ class TESSALINE_API OperationDescriptor {
     // Inputs, then outputs, in one list: what the validator reads, without a copy.
     std::vector<OperandDescriptor> operands_;
     std::size_t input_count_;
-    std::vector<bool> preserved_outputs_; ///< one bit for each output
+    std::vector<bool> preserved_outputs_; ///< one bit for each output; empty when none is preserved
 };
 
 } // namespace Tessaline

@@ -39,4 +39,12 @@ struct TESSALINE_API BackendExecutionBindings {
 TESSALINE_API std::optional<std::int32_t>
 gpu_binding_device_id(const BackendExecutionBindings& bindings, OperandRole role);
 
+/// The entity that is bound to a role, for reading if Const and for writing else. Raises
+/// std::out_of_range for a role that is not bound, std::bad_variant_access for an operand of
+/// another kind and for writing a const one.
+template <typename Entity, bool Const>
+auto& bound_operand(const BackendExecutionBindings& bindings, OperandRole role) {
+    return bound_operand<Entity, Const>(bindings.operands.at(role));
+}
+
 } // namespace Tessaline

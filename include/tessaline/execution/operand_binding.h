@@ -50,6 +50,9 @@ TESSALINE_API const DataTopologyDescriptor& operand_topology(const OperandBindin
 /// The device of an operand in device memory, empty for one on the host.
 TESSALINE_API std::optional<std::int32_t> gpu_operand_device_id(const OperandBinding& binding);
 
+/// What orders work on an operand in device memory, null for one on the host.
+TESSALINE_API const GpuResidentEntity* operand_readiness(const OperandBinding& binding);
+
 /// The bound entity of a kind, read-only. Raises std::bad_variant_access for another kind.
 template <typename Entity>
 const Entity& bound_entity(const OperandBinding& binding) {
@@ -64,6 +67,17 @@ const Entity& bound_entity(const OperandBinding& binding) {
 template <typename Entity>
 Entity& writable_entity(const OperandBinding& binding) {
     return std::get<std::reference_wrapper<Entity>>(binding).get();
+}
+
+/// The bound entity of a kind, for reading if Const and for writing else. Raises what bound_entity
+/// and writable_entity do.
+template <typename Entity, bool Const>
+auto& bound_operand(const OperandBinding& binding) {
+    if constexpr (Const) {
+        return bound_entity<Entity>(binding);
+    } else {
+        return writable_entity<Entity>(binding);
+    }
 }
 
 } // namespace Tessaline

@@ -7,7 +7,7 @@
 
 #include "tessaline/storage/borrowed_buffer.h"
 #include "tessaline/storage/dense_storage.h"
-#include "tessaline/storage/numeric_policy.h"
+#include "tessaline/storage/entity_generator.h"
 
 namespace Tessaline {
 
@@ -18,121 +18,90 @@ inline DataTopologyDescriptor unplaced_host() {
     return DataTopologyDescriptor::pageable_host(HostPlacement{});
 }
 
-} // namespace BorrowedHostDetail
+using Owner = std::shared_ptr<const void>;
 
-template <BufferElement Stored, BufferElement Compute>
-class TESSALINE_API BorrowedDenseHostRealScalar final
-    : public DenseStorageDetail::OneBuffer<ScalarEntity, DenseRealScalarAccess<Stored>,
-                                           BorrowedBuffer<Stored>> {
+template <typename Stored>
+inline constexpr DataComplexLayout layout_of =
+    is_complex_element<Stored> ? DataComplexLayout::interleaved : DataComplexLayout::none;
+
+struct RowMajor {
+    constexpr operator DataMatrixLayout() const { return DataMatrixLayout::row_major; }
+};
+/// The orders that a matrix may have: only interleaved complex ones may be column major.
+template <typename Stored>
+using OrderOf = std::conditional_t<is_complex_element<Stored>, DataMatrixLayout, RowMajor>;
+static_assert(DataMatrixLayout{} == DataMatrixLayout::row_major);
+
+template <const char* Name, template <typename> typename Access, typename Stored, typename Compute>
+class LentScalar : public DenseStorageDetail::DenseStorage<Name, ScalarEntity, Access<Stored>,
+                                                           BorrowedBuffer<Stored>> {
   public:
-    explicit BorrowedDenseHostRealScalar(
-        BorrowedPointer<Stored> data, std::shared_ptr<const void> owner = nullptr,
-        DataTopologyDescriptor topology = BorrowedHostDetail::unplaced_host())
-        : BorrowedDenseHostRealScalar::OneBuffer(
-              "BorrowedDenseHostRealScalar",
+    explicit LentScalar(BorrowedPointer<Stored> data, Owner owner = nullptr,
+                        DataTopologyDescriptor topology = unplaced_host())
+        : LentScalar::OneBuffer(
               ScalarDescriptor(std::move(topology), NumericPolicy<Stored, Compute>::type()),
               BorrowedBuffer<Stored>(data, 1, std::move(owner))) {}
 };
 
-template <BufferElement Stored, BufferElement Compute>
-class TESSALINE_API BorrowedDenseHostRealVector final
-    : public DenseStorageDetail::VectorShape<DenseStorageDetail::OneBuffer<
-          VectorEntity, DenseRealVectorAccess<Stored>, BorrowedBuffer<Stored>>> {
-  public:
-    BorrowedDenseHostRealVector(
-        BorrowedPointer<Stored> data, std::uint64_t size,
-        std::shared_ptr<const void> owner = nullptr,
-        DataTopologyDescriptor topology = BorrowedHostDetail::unplaced_host())
-        : BorrowedDenseHostRealVector::VectorShape(
-              "BorrowedDenseHostRealVector",
-              VectorDescriptor(size, std::move(topology), NumericPolicy<Stored, Compute>::type(),
-                               DataVectorFormat::dense, DataComplexLayout::none),
-              BorrowedBuffer<Stored>(data, size, std::move(owner))) {}
-};
-
-/// Row major. The constructor raises std::length_error when rows times cols overflows.
-template <BufferElement Stored, BufferElement Compute>
-class TESSALINE_API BorrowedDenseHostRealMatrix final
-    : public DenseStorageDetail::MatrixShape<DenseStorageDetail::OneBuffer<
-          MatrixEntity, DenseRealMatrixAccess<Stored>, BorrowedBuffer<Stored>>> {
-  public:
-    BorrowedDenseHostRealMatrix(
-        BorrowedPointer<Stored> data, std::uint64_t rows, std::uint64_t cols,
-        std::shared_ptr<const void> owner = nullptr,
-        DataTopologyDescriptor topology = BorrowedHostDetail::unplaced_host())
-        : BorrowedDenseHostRealMatrix::MatrixShape(
-              "BorrowedDenseHostRealMatrix",
-              MatrixDescriptor(rows, cols, std::move(topology),
-                               NumericPolicy<Stored, Compute>::type(), DataMatrixFormat::dense,
-                               DataMatrixLayout::row_major, DataComplexLayout::none),
-              BorrowedBuffer<Stored>(data, checked_element_count(rows, cols), std::move(owner))) {}
-};
-
 /// Two components, which may be the parts of one interleaved element.
-template <BufferElement Stored, BufferElement Compute>
-class TESSALINE_API BorrowedDenseHostComplexSplitScalar final
-    : public DenseStorageDetail::TwoBuffers<ScalarEntity, DenseComplexSplitScalarAccess<Stored>,
-                                            BorrowedBuffer<Stored>> {
+template <const char* Name, template <typename> typename Access, typename Stored, typename Compute>
+class LentSplitScalar : public DenseStorageDetail::DenseStorage<Name, ScalarEntity, Access<Stored>,
+                                                                BorrowedBuffer<Stored>> {
   public:
-    BorrowedDenseHostComplexSplitScalar(
-        BorrowedPointer<Stored> real, BorrowedPointer<Stored> imag,
-        std::shared_ptr<const void> owner = nullptr,
-        DataTopologyDescriptor topology = BorrowedHostDetail::unplaced_host())
-        : BorrowedDenseHostComplexSplitScalar::TwoBuffers(
-              "BorrowedDenseHostComplexSplitScalar",
+    LentSplitScalar(BorrowedPointer<Stored> real, BorrowedPointer<Stored> imag,
+                    Owner owner = nullptr, DataTopologyDescriptor topology = unplaced_host())
+        : LentSplitScalar::TwoBuffers(
               ScalarDescriptor(std::move(topology), SplitPolicyOf<Stored>::type()),
               BorrowedBuffer<Stored>(real, 1, owner), BorrowedBuffer<Stored>(imag, 1, owner)) {}
 };
 
-template <BufferElement Stored, BufferElement Compute>
-class TESSALINE_API BorrowedDenseHostComplexInterleavedVector final
-    : public DenseStorageDetail::VectorShape<DenseStorageDetail::OneBuffer<
-          VectorEntity, DenseComplexInterleavedVectorAccess<Stored>, BorrowedBuffer<Stored>>> {
+template <const char* Name, template <typename> typename Access, typename Stored, typename Compute>
+class LentVector : public DenseStorageDetail::DenseStorage<Name, VectorEntity, Access<Stored>,
+                                                           BorrowedBuffer<Stored>> {
   public:
-    BorrowedDenseHostComplexInterleavedVector(
-        BorrowedPointer<Stored> data, std::uint64_t size,
-        std::shared_ptr<const void> owner = nullptr,
-        DataTopologyDescriptor topology = BorrowedHostDetail::unplaced_host())
-        : BorrowedDenseHostComplexInterleavedVector::VectorShape(
-              "BorrowedDenseHostComplexInterleavedVector",
-              VectorDescriptor(size, std::move(topology), NumericPolicy<Stored, Compute>::type(),
-                               DataVectorFormat::dense, DataComplexLayout::interleaved),
-              BorrowedBuffer<Stored>(data, size, std::move(owner))) {}
+    LentVector(BorrowedPointer<Stored> data, std::uint64_t size, Owner owner = nullptr,
+               DataTopologyDescriptor topology = unplaced_host())
+        : LentVector::VectorShape(VectorDescriptor(size, std::move(topology),
+                                                   NumericPolicy<Stored, Compute>::type(),
+                                                   DataVectorFormat::dense, layout_of<Stored>),
+                                  BorrowedBuffer<Stored>(data, size, std::move(owner))) {}
 };
 
 /// The constructor raises std::length_error when rows times cols overflows.
-template <BufferElement Stored, BufferElement Compute>
-class TESSALINE_API BorrowedDenseHostComplexInterleavedMatrix final
-    : public DenseStorageDetail::MatrixShape<DenseStorageDetail::OneBuffer<
-          MatrixEntity, DenseComplexInterleavedMatrixAccess<Stored>, BorrowedBuffer<Stored>>> {
+template <const char* Name, template <typename> typename Access, typename Stored, typename Compute>
+class LentMatrix : public DenseStorageDetail::DenseStorage<Name, MatrixEntity, Access<Stored>,
+                                                           BorrowedBuffer<Stored>> {
   public:
-    BorrowedDenseHostComplexInterleavedMatrix(
-        BorrowedPointer<Stored> data, std::uint64_t rows, std::uint64_t cols,
-        std::shared_ptr<const void> owner = nullptr,
-        DataTopologyDescriptor topology = BorrowedHostDetail::unplaced_host(),
-        DataMatrixLayout layout = DataMatrixLayout::row_major)
-        : BorrowedDenseHostComplexInterleavedMatrix::MatrixShape(
-              "BorrowedDenseHostComplexInterleavedMatrix",
+    LentMatrix(BorrowedPointer<Stored> data, std::uint64_t rows, std::uint64_t cols,
+               Owner owner = nullptr, DataTopologyDescriptor topology = unplaced_host(),
+               OrderOf<Stored> order = {})
+        : LentMatrix::MatrixShape(
               MatrixDescriptor(rows, cols, std::move(topology),
                                NumericPolicy<Stored, Compute>::type(), DataMatrixFormat::dense,
-                               layout, DataComplexLayout::interleaved),
+                               order, layout_of<Stored>),
               BorrowedBuffer<Stored>(data, checked_element_count(rows, cols), std::move(owner))) {}
 };
 
-#define TESSALINE_BORROWED_HOST_ENTITIES_floating(PREFIX, Stored, Compute)                         \
-    PREFIX template class BorrowedDenseHostRealScalar<Stored, Compute>;                            \
-    PREFIX template class BorrowedDenseHostRealVector<Stored, Compute>;                            \
-    PREFIX template class BorrowedDenseHostRealMatrix<Stored, Compute>;
-#define TESSALINE_BORROWED_HOST_ENTITIES_integer TESSALINE_BORROWED_HOST_ENTITIES_floating
-#define TESSALINE_BORROWED_HOST_ENTITIES_complex(PREFIX, Stored, Compute)                          \
-    PREFIX template class BorrowedDenseHostComplexSplitScalar<Component<Stored>,                   \
-                                                              Component<Compute>>;                 \
-    PREFIX template class BorrowedDenseHostComplexInterleavedVector<Stored, Compute>;              \
-    PREFIX template class BorrowedDenseHostComplexInterleavedMatrix<Stored, Compute>;
+} // namespace BorrowedHostDetail
 
-#define TESSALINE_DECLARE_BORROWED_HOST_ENTITIES(category, Stored, Compute)                        \
-    TESSALINE_BORROWED_HOST_ENTITIES_##category(extern, Stored, Compute)
-TESSALINE_COMPILED_POLICIES(TESSALINE_DECLARE_BORROWED_HOST_ENTITIES)
-#undef TESSALINE_DECLARE_BORROWED_HOST_ENTITIES
+// elements, class, what it is lent, access class
+#define TESSALINE_BORROWED_HOST_ENTITIES(ENTITY)                                                   \
+    ENTITY(real, BorrowedDenseHostRealScalar, LentScalar, DenseRealScalarAccess)                   \
+    ENTITY(split, BorrowedDenseHostComplexSplitScalar, LentSplitScalar,                            \
+           DenseComplexSplitScalarAccess)                                                          \
+    ENTITY(real, BorrowedDenseHostRealVector, LentVector, DenseRealVectorAccess)                   \
+    ENTITY(interleaved, BorrowedDenseHostComplexInterleavedVector, LentVector,                     \
+           DenseComplexInterleavedVectorAccess)                                                    \
+    ENTITY(real, BorrowedDenseHostRealMatrix, LentMatrix, DenseRealMatrixAccess)                   \
+    ENTITY(interleaved, BorrowedDenseHostComplexInterleavedMatrix, LentMatrix,                     \
+           DenseComplexInterleavedMatrixAccess)
+
+#define TESSALINE_DEFINE_BORROWED_ENTITY(elements, Class, Operand, Access)                         \
+    TESSALINE_DEFINE_ENTITY(                                                                       \
+        Class, BorrowedHostDetail::Operand<EntityNames::Class, Access, Stored, Compute>)
+TESSALINE_BORROWED_HOST_ENTITIES(TESSALINE_DEFINE_BORROWED_ENTITY)
+#undef TESSALINE_DEFINE_BORROWED_ENTITY
+
+TESSALINE_BORROWED_HOST_ENTITIES(TESSALINE_DECLARE_ENTITY)
 
 } // namespace Tessaline

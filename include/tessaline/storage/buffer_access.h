@@ -103,8 +103,8 @@ ErasedBufferAccess& erased_buffers(Entity& entity, std::string_view what) {
     if constexpr (std::is_base_of_v<ErasedBufferAccess, Entity>) {
         return entity;
     } else {
-        if (ErasedBufferAccess* access = entity.buffer_access()) {
-            return *access;
+        if (ErasedBufferAccess* buffers = entity.buffer_access().buffers) {
+            return *buffers;
         }
         BufferAccessDetail::fail_without_buffers(what);
     }

@@ -19,18 +19,19 @@ template <BufferElement T, BufferRole R>
 class TESSALINE_API SingleBufferAccess : public ErasedBufferAccess {
   public:
     std::size_t buffer_count() const override { return 1; }
-    MutableBufferView buffer(std::size_t index) override {
-        check_buffer_index(index, 1);
-        return make_buffer_view(R, data(), element_count());
-    }
-    ConstBufferView buffer(std::size_t index) const override {
-        check_buffer_index(index, 1);
-        return make_buffer_view(R, data(), element_count());
-    }
+    MutableBufferView buffer(std::size_t index) override { return view_of(*this, index); }
+    ConstBufferView buffer(std::size_t index) const override { return view_of(*this, index); }
 
     virtual T* data() = 0;
     virtual const T* data() const = 0;
     virtual std::uint64_t element_count() const = 0;
+
+  protected:
+    template <typename Self>
+    static auto view_of(Self& self, std::size_t index) {
+        check_buffer_index(index, 1);
+        return make_buffer_view(R, self.data(), self.element_count());
+    }
 };
 
 /// Access to a buffer of real parts and one of imaginary parts.
@@ -38,16 +39,8 @@ template <BufferElement T>
 class TESSALINE_API SplitBufferAccess : public ErasedBufferAccess {
   public:
     std::size_t buffer_count() const override { return 2; }
-    MutableBufferView buffer(std::size_t index) override {
-        check_buffer_index(index, 2);
-        return index == 0 ? make_buffer_view(BufferRole::real, data_real(), element_count())
-                          : make_buffer_view(BufferRole::imaginary, data_imag(), element_count());
-    }
-    ConstBufferView buffer(std::size_t index) const override {
-        check_buffer_index(index, 2);
-        return index == 0 ? make_buffer_view(BufferRole::real, data_real(), element_count())
-                          : make_buffer_view(BufferRole::imaginary, data_imag(), element_count());
-    }
+    MutableBufferView buffer(std::size_t index) override { return view_of(*this, index); }
+    ConstBufferView buffer(std::size_t index) const override { return view_of(*this, index); }
 
     virtual T* data_real() = 0;
     virtual const T* data_real() const = 0;
@@ -55,6 +48,15 @@ class TESSALINE_API SplitBufferAccess : public ErasedBufferAccess {
     virtual const T* data_imag() const = 0;
     /// Of each of the two buffers.
     virtual std::uint64_t element_count() const = 0;
+
+  protected:
+    template <typename Self>
+    static auto view_of(Self& self, std::size_t index) {
+        check_buffer_index(index, 2);
+        const std::uint64_t count = self.element_count();
+        return index == 0 ? make_buffer_view(BufferRole::real, self.data_real(), count)
+                          : make_buffer_view(BufferRole::imaginary, self.data_imag(), count);
+    }
 };
 
 } // namespace DenseAccessDetail

@@ -2,12 +2,28 @@
 #pragma once
 
 // Abstract operand storage, one interface per operand kind. An entity owns or refers to the memory
-// of one operand and tells what it is; only kernel steps cast it down to its concrete class.
+// of one operand and tells what it is; only kernel steps take it as more than that.
+//
+// `readiness()` is the order that work on device memory keeps; it is null for memory of the host,
+// which is ready at all times.
 
 #include "tessaline/catalogue/shape_descriptors.h"
 #include "tessaline/storage/buffer_view.h"
+#include "tessaline/storage/gpu_resident_entity.h"
 
 namespace Tessaline {
+
+/// The access to its buffers that a scalar, vector or matrix is besides its interface. Storage of
+/// the runtime tells it, to spare each operation the search of a cast.
+struct StorageAccess {
+    ErasedBufferAccess* buffers = nullptr; ///< null for an entity that offers none
+    const std::type_info* type = nullptr;  ///< typed access class of `buffers`, null if not told
+
+    template <typename Access>
+    static StorageAccess of(Access& access) {
+        return {&access, &typeid(Access)};
+    }
+};
 
 class TESSALINE_API ScalarEntity {
   public:
@@ -16,9 +32,8 @@ class TESSALINE_API ScalarEntity {
     ScalarEntity& operator=(const ScalarEntity&) = delete;
     virtual ~ScalarEntity();
     virtual const ScalarDescriptor& descriptor() const = 0;
-    /// The access to its buffers that the entity also is, null where it is none. Storage overrides
-    /// it to spare each operation the search of a cast.
-    virtual ErasedBufferAccess* buffer_access();
+    virtual StorageAccess buffer_access();
+    virtual const GpuResidentEntity* readiness() const;
 };
 
 class TESSALINE_API VectorEntity {
@@ -28,9 +43,8 @@ class TESSALINE_API VectorEntity {
     VectorEntity& operator=(const VectorEntity&) = delete;
     virtual ~VectorEntity();
     virtual const VectorDescriptor& descriptor() const = 0;
-    /// The access to its buffers that the entity also is, null where it is none. Storage overrides
-    /// it to spare each operation the search of a cast.
-    virtual ErasedBufferAccess* buffer_access();
+    virtual StorageAccess buffer_access();
+    virtual const GpuResidentEntity* readiness() const;
 };
 
 class TESSALINE_API MatrixEntity {
@@ -40,9 +54,8 @@ class TESSALINE_API MatrixEntity {
     MatrixEntity& operator=(const MatrixEntity&) = delete;
     virtual ~MatrixEntity();
     virtual const MatrixDescriptor& descriptor() const = 0;
-    /// The access to its buffers that the entity also is, null where it is none. Storage overrides
-    /// it to spare each operation the search of a cast.
-    virtual ErasedBufferAccess* buffer_access();
+    virtual StorageAccess buffer_access();
+    virtual const GpuResidentEntity* readiness() const;
 };
 
 class TESSALINE_API LuDecompEntity : public ErasedBufferAccess {
@@ -52,6 +65,7 @@ class TESSALINE_API LuDecompEntity : public ErasedBufferAccess {
     LuDecompEntity& operator=(const LuDecompEntity&) = delete;
     ~LuDecompEntity() override;
     virtual const LuDecompDescriptor& descriptor() const = 0;
+    virtual const GpuResidentEntity* readiness() const;
 };
 
 class TESSALINE_API EigenValsEntity : public ErasedBufferAccess {
@@ -61,6 +75,7 @@ class TESSALINE_API EigenValsEntity : public ErasedBufferAccess {
     EigenValsEntity& operator=(const EigenValsEntity&) = delete;
     ~EigenValsEntity() override;
     virtual const EigenValsDescriptor& descriptor() const = 0;
+    virtual const GpuResidentEntity* readiness() const;
 };
 
 } // namespace Tessaline

@@ -9,17 +9,18 @@
 
 #include <utility>
 
-// category, stored element, compute element. The order is that of every search. Complex elements
-// are the interleaved ones; split storage of the same policy holds their components.
-#define TESSALINE_COMPILED_POLICIES(POLICY)                                                        \
-    POLICY(complex, Tessaline::Complex32, std::complex<float>)                                     \
-    POLICY(floating, Tessaline::Float16, float)                                                    \
-    POLICY(floating, Tessaline::BFloat16, float)                                                   \
-    POLICY(floating, double, double)                                                               \
-    POLICY(complex, std::complex<double>, std::complex<double>)                                    \
-    POLICY(floating, float, float)                                                                 \
-    POLICY(integer, int, int)                                                                      \
-    POLICY(complex, std::complex<float>, std::complex<float>)
+// category, stored element, compute element, and what the caller adds. The order is that of every
+// search. Complex elements are the interleaved ones; split storage of the same policy holds their
+// components.
+#define TESSALINE_COMPILED_POLICIES(POLICY, ...)                                                   \
+    POLICY(complex, Tessaline::Complex32, std::complex<float> __VA_OPT__(, ) __VA_ARGS__)          \
+    POLICY(floating, Tessaline::Float16, float __VA_OPT__(, ) __VA_ARGS__)                         \
+    POLICY(floating, Tessaline::BFloat16, float __VA_OPT__(, ) __VA_ARGS__)                        \
+    POLICY(floating, double, double __VA_OPT__(, ) __VA_ARGS__)                                    \
+    POLICY(complex, std::complex<double>, std::complex<double> __VA_OPT__(, ) __VA_ARGS__)         \
+    POLICY(floating, float, float __VA_OPT__(, ) __VA_ARGS__)                                      \
+    POLICY(integer, int, int __VA_OPT__(, ) __VA_ARGS__)                                           \
+    POLICY(complex, std::complex<float>, std::complex<float> __VA_OPT__(, ) __VA_ARGS__)
 
 namespace Tessaline {
 

@@ -5,8 +5,10 @@
 // kernel gets that operand. Inputs are read, outputs written.
 
 #include "backend/cpu/rows/cpu_operand_keys.h"
-#include "tessaline/backend/cpu/cpu_structured_operand_views.h"
+#include "tessaline/storage/host_eigen_vals.h"
 #include "tessaline/storage/host_entities.h"
+#include "tessaline/storage/host_lu_decomp.h"
+#include "tessaline/storage/operand_views.h"
 
 namespace Tessaline::EngineRows {
 
@@ -21,11 +23,11 @@ inline constexpr OperandRole out0{operand_role_limit};
 template <OperandRole Role>
 inline constexpr bool is_read = !is_output_role(Role);
 
-template <OperandRole Role, typename BinderOfRole, OperandKind Kind, typename Element,
+template <typename BinderOfRole, OperandKind Kind, typename Element,
           DataComplexLayout Complex = none>
 struct EngineOperand {
     using Binder = BinderOfRole;
-    static constexpr OperandRole role = Role;
+    static constexpr OperandRole role = Binder::role;
 
     static BackendOperandKey key() {
         return dense_host_key(Kind, PolicyOf<Element>::type(), Complex);
@@ -43,55 +45,49 @@ struct InColumns : Operand {
 
 template <OperandRole Role, typename Element = float>
 using RealScalar =
-    EngineOperand<Role,
-                  BoundRealScalarView<BoundRealScalarEntity<Element, Element>, Role, is_read<Role>>,
+    EngineOperand<BoundRealScalarView<BoundRealScalarEntity<Element, Element>, Role, is_read<Role>>,
                   Scalar, Element>;
 
 template <OperandRole Role>
 using ComplexScalar = EngineOperand<
-    Role, BoundComplexScalarView<BoundComplexScalarEntity<float, float>, Role, is_read<Role>>,
-    Scalar, Complex64>;
+    BoundComplexScalarView<BoundComplexScalarEntity<float, float>, Role, is_read<Role>>, Scalar,
+    Complex64>;
 
 /// Goes to the kernel by value.
 template <OperandRole Role>
 using Exponent =
-    EngineOperand<Role, BoundUnsignedScalarValue<BoundRealScalarEntity<int, int>, Role>, Scalar,
-                  int>;
+    EngineOperand<BoundUnsignedScalarValue<BoundRealScalarEntity<int, int>, Role>, Scalar, int>;
 
 template <OperandRole Role, typename Element = float>
 using RealVector = EngineOperand<
-    Role, BoundDenseRealVectorView<DenseHostRealVector<Element, float>, Role, is_read<Role>>,
-    Vector, Element>;
+    BoundDenseRealVectorView<DenseHostRealVector<Element, float>, Role, is_read<Role>>, Vector,
+    Element>;
 
 template <OperandRole Role>
 using RealMatrix = EngineOperand<
-    Role, BoundDenseRealMatrixView<DenseHostRealMatrixRowMajor<float, float>, Role, is_read<Role>>,
+    BoundDenseRealMatrixView<DenseHostRealMatrixRowMajor<float, float>, Role, is_read<Role>>,
     Matrix, float>;
 
 template <OperandRole Role>
 using SplitVector =
-    EngineOperand<Role,
-                  BoundDenseComplexSplitVectorView<DenseHostComplexSplitVector<float, float>, Role,
+    EngineOperand<BoundDenseComplexSplitVectorView<DenseHostComplexSplitVector<float, float>, Role,
                                                    is_read<Role>>,
                   Vector, Complex64, split>;
 
 template <OperandRole Role>
 using SplitMatrix =
-    EngineOperand<Role,
-                  BoundDenseComplexSplitMatrixView<
+    EngineOperand<BoundDenseComplexSplitMatrixView<
                       DenseHostComplexSplitMatrixRowMajor<float, float>, Role, is_read<Role>>,
                   Matrix, Complex64, split>;
 
 template <OperandRole Role>
 using InterleavedVector =
-    EngineOperand<Role,
-                  BoundDenseComplexIntlvVectorView<
+    EngineOperand<BoundDenseComplexIntlvVectorView<
                       DenseHostComplexIntlvVector<Complex64, Complex64>, Role, is_read<Role>>,
                   Vector, Complex64, interleaved>;
 
 template <OperandRole Role>
 using InterleavedMatrix = InColumns<EngineOperand<
-    Role,
     BoundDenseComplexIntlvMatrixView<DenseHostComplexIntlvMatrixColMajor<Complex64, Complex64>,
                                      Role, is_read<Role>>,
     Matrix, Complex64, interleaved>>;
@@ -99,13 +95,12 @@ using InterleavedMatrix = InColumns<EngineOperand<
 using HostFactors = DenseHostLUDecompColMajor<long, Complex64, Complex64>;
 template <OperandRole Role>
 using Factors =
-    EngineOperand<Role,
-                  std::conditional_t<is_read<Role>, BoundConstHostLUDecompView<HostFactors, Role>,
+    EngineOperand<std::conditional_t<is_read<Role>, BoundConstHostLUDecompView<HostFactors, Role>,
                                      BoundHostLUDecompView<HostFactors, Role>>,
                   LuDecomp, Complex64, interleaved>;
 
 template <OperandRole Role>
-using EigenSet = EngineOperand<Role, BoundHostEigenVals<HostEigenVals<Complex64, Complex64>, Role>,
+using EigenSet = EngineOperand<BoundHostEigenVals<HostEigenVals<Complex64, Complex64>, Role>,
                                EigenVals, Complex64, interleaved>;
 
 } // namespace Tessaline::EngineRows

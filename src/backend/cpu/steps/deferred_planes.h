@@ -11,6 +11,7 @@
 #include "tessaline/execution/operand_binding.h"
 #include "tessaline/storage/dense_storage.h"
 #include "tessaline/storage/storage_factory.h"
+#include "tessaline/storage/typed_storage.h"
 
 #include <memory>
 
@@ -42,7 +43,7 @@ class DeferredPlanes : public Interface, public Access {
 
   public:
     const Descriptor& descriptor() const override { return descriptor_; }
-    ErasedBufferAccess* buffer_access() override { return this; }
+    StorageAccess buffer_access() override { return StorageAccess::of<Access>(*this); }
     T* data_real() override { return planes().data_real(); }
     const T* data_real() const override { return planes().data_real(); }
     T* data_imag() override { return planes().data_imag(); }
@@ -69,7 +70,7 @@ class DeferredPlanes : public Interface, public Access {
             if (copies_) {
                 copy_complex_layout<T>(bound_entity<Interface>(origin_), *storage);
             }
-            planes_ = &dynamic_cast<Access&>(*storage);
+            planes_ = &typed_access<Access>(*storage);
             storage_ = std::move(storage);
         }
         return *planes_;
@@ -110,7 +111,7 @@ using DeferredSplit = std::conditional_t<std::is_same_v<Interface, VectorEntity>
 template <typename Interface, typename T>
 const OperandBinding* deferred_origin(const OperandBinding& binding) {
     const auto* deferred =
-        dynamic_cast<const DeferredSplit<Interface, T>*>(&bound_entity<Interface>(binding));
+        storage_if<DeferredSplit<Interface, T>>(bound_entity<Interface>(binding));
     return deferred == nullptr ? nullptr : deferred->origin();
 }
 

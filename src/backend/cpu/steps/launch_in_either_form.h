@@ -5,8 +5,8 @@
 // planes; where all of them are deferred, the operands themselves go to the interleaved kernel.
 
 #include "backend/cpu/steps/deferred_planes.h"
-#include "tessaline/backend/cpu/cpu_operand_views.h"
 #include "tessaline/backend/cpu/launch_cpu_kernel_step.h"
+#include "tessaline/storage/operand_views.h"
 
 #include <tuple>
 
@@ -21,49 +21,38 @@ struct InterleavedBinder : Binder {
 
 namespace InterleavedBinderDetail {
 
-template <typename Interface, template <typename> typename Access, OperandRole Role, bool Const>
-struct Deferred {
+/// A split operand as Interleaved views what it stands for.
+template <typename Interleaved>
+struct Deferred : Interleaved {
     static const OperandBinding* origin(const BackendExecutionBindings& bindings) {
-        return deferred_origin<Interface, float>(bindings.operands.at(Role));
+        return deferred_origin<typename Interleaved::Interface, float>(
+            bindings.operands.at(Interleaved::role));
     }
     static bool is_available(const BackendExecutionBindings& bindings) {
         return origin(bindings) != nullptr;
     }
-    static auto& operand(const BackendExecutionBindings& bindings) {
-        using CpuOperandViewDetail::access;
-        if constexpr (Const) {
-            return access<Access, std::complex<float>>(bound_entity<Interface>(*origin(bindings)));
-        } else {
-            return access<Access, std::complex<float>>(
-                writable_entity<Interface>(*origin(bindings)));
-        }
+    static auto get(const BackendExecutionBindings& bindings) {
+        const OperandBinding& interleaved = *origin(bindings);
+        return Interleaved::view(
+            bound_operand<typename Interleaved::Interface, Interleaved::is_const>(interleaved));
     }
-    using Element = CpuOperandViewDetail::Viewed<std::complex<float>, Const>;
 };
 
 } // namespace InterleavedBinderDetail
 
-template <typename Entity, OperandRole Role, bool Const>
-struct InterleavedBinder<BoundDenseComplexSplitVectorView<Entity, Role, Const>>
-    : InterleavedBinderDetail::Deferred<VectorEntity, DenseComplexInterleavedVectorAccess, Role,
-                                        Const> {
-    static auto get(BackendExecutionBindings& bindings) {
-        auto& vector = InterleavedBinder::operand(bindings);
-        return DenseComplexIntlvVectorView<typename InterleavedBinder::Element>{vector.data(),
-                                                                                vector.size()};
-    }
-};
+template <OperandRole Role, bool Const>
+struct InterleavedBinder<BoundView<DenseComplexSplitVectorView, DenseComplexSplitVectorAccess,
+                                   float, VectorEntity, Role, Const>>
+    : InterleavedBinderDetail::Deferred<
+          BoundView<DenseComplexIntlvVectorView, DenseComplexInterleavedVectorAccess,
+                    std::complex<float>, VectorEntity, Role, Const>> {};
 
-template <typename Entity, OperandRole Role, bool Const>
-struct InterleavedBinder<BoundDenseComplexSplitMatrixView<Entity, Role, Const>>
-    : InterleavedBinderDetail::Deferred<MatrixEntity, DenseComplexInterleavedMatrixAccess, Role,
-                                        Const> {
-    static auto get(BackendExecutionBindings& bindings) {
-        auto& matrix = InterleavedBinder::operand(bindings);
-        return DenseComplexIntlvMatrixView<typename InterleavedBinder::Element>{
-            matrix.data(), matrix.rows(), matrix.cols(), matrix.layout()};
-    }
-};
+template <OperandRole Role, bool Const>
+struct InterleavedBinder<BoundView<DenseComplexSplitMatrixView, DenseComplexSplitMatrixAccess,
+                                   float, MatrixEntity, Role, Const>>
+    : InterleavedBinderDetail::Deferred<
+          BoundView<DenseComplexIntlvMatrixView, DenseComplexInterleavedMatrixAccess,
+                    std::complex<float>, MatrixEntity, Role, Const>> {};
 
 template <typename SplitKernel, typename InterleavedKernel, typename... Binders>
 class LaunchInEitherFormStep final : public BackendProcessStep {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/expect_error.h"
 #include "support/plain_entities.h"
-#include "tessaline/backend/cpu/cpu_operand_views.h"
 #include "tessaline/backend/cpu/launch_cpu_kernel_step.h"
 #include "tessaline/storage/host_entities.h"
+#include "tessaline/storage/operand_views.h"
 #include "tessaline/storage/storage_factory.h"
 
 #include <deque>
@@ -188,11 +188,35 @@ TEST(LaunchCpuKernelStep, RunsItsKernelInTheSessionsContext) {
     EXPECT_EQ(CpuExecutionContextDetail::current, nullptr);
 }
 
+/// Storage of a user, who need not tell which access it offers.
+class UntoldVector final : public VectorEntity, public DenseRealVectorAccess<float> {
+  public:
+    const VectorDescriptor& descriptor() const override { return described_.descriptor(); }
+    float* data() override { return &element_; }
+    const float* data() const override { return &element_; }
+    std::uint64_t element_count() const override { return 1; }
+    std::uint64_t size() const override { return 1; }
+
+  private:
+    DescribedVector described_{DataTopologyDescriptor::pageable_host(-1)};
+    float element_ = 3;
+};
+
+TEST(LaunchCpuKernelStep, TakesStorageThatDoesNotTellItsAccess) {
+    UntoldVector vector;
+    BackendExecutionSession session;
+    auto bindings =
+        unary_bindings(ConstOperandEntityRef<VectorEntity>(vector), std::ref<VectorEntity>(vector));
+    negate_step()->execute(session, bindings);
+    EXPECT_EQ(*vector.data(), -3);
+}
+
 TEST(LaunchCpuKernelStep, RefusesOperandsThatItsKernelWasNotMadeFor) {
     auto vector = float_vector(1);
     const auto wide =
         StorageFactory::host_vector(DataTypeDescriptor::real_double(), 1, DataComplexLayout::none);
     const auto scalar = StorageFactory::host_scalar(DataTypeDescriptor::real_float());
+    DescribedVector without_memory(DataTopologyDescriptor::pageable_host(-1));
     BackendExecutionSession session;
     const OperandBinding good = std::ref<VectorEntity>(vector);
     const auto run = [&](OperandBinding in, OperandBinding out) {
@@ -202,6 +226,7 @@ TEST(LaunchCpuKernelStep, RefusesOperandsThatItsKernelWasNotMadeFor) {
     EXPECT_THROW(run(std::ref(*scalar), good), std::bad_variant_access);
     EXPECT_THROW(run(good, ConstOperandEntityRef<VectorEntity>(vector)), std::bad_variant_access);
     EXPECT_THROW(run(std::ref(*wide), good), std::bad_cast);
+    EXPECT_THROW(run(std::ref<VectorEntity>(without_memory), good), std::bad_cast);
     BackendExecutionBindings unbound;
     expect_error<std::out_of_range>([&] { negate_step()->execute(session, unbound); },
                                     "unordered_map::at");
