@@ -223,14 +223,13 @@ std::optional<std::size_t> plain_eliminate(std::span<C> data, std::size_t order)
     return swaps;
 }
 
-/// The same by blocks.
+/// plain_eliminate() by blocks.
 template <typename C>
-std::optional<std::size_t>
-blocked_eliminate(std::span<C> data, std::size_t order,
-                  const CpuFallback::EliminationParts<C, DeterminantRules>& parts) {
+std::optional<std::size_t> blocked_eliminate(std::span<C> data, std::size_t order) {
     std::vector<std::uint64_t> pivots(order);
     transpose_in_place(data.data(), order);
-    CpuFallback::BlockedElimination elimination(parts, data.data(), order, pivots.data());
+    CpuFallback::BlockedElimination<C, std::uint64_t, DeterminantRules> elimination(
+        elimination_kernels<C>(), data.data(), order, pivots.data());
     switch (elimination.factor().end) {
     case EliminationEnd::complete:
         break;
@@ -246,11 +245,8 @@ blocked_eliminate(std::span<C> data, std::size_t order,
 
 template <typename C>
 std::optional<std::size_t> eliminate(std::span<C> data, std::size_t order) {
-    const CpuFallback::EliminationParts<C, DeterminantRules> parts;
-    if (parts && order >= smallest_blocked_order) {
-        return blocked_eliminate(data, order, parts);
-    }
-    return plain_eliminate(data, order);
+    return order < smallest_blocked_order ? plain_eliminate(data, order)
+                                          : blocked_eliminate(data, order);
 }
 
 double squared_magnitude(double value) {
@@ -464,10 +460,10 @@ std::optional<double> rooted_positive_definite_logdet(std::span<C> data, std::si
     mirror_lower_triangle(data, order);
     const double shift = normalise_determinant(data, order, positive_definite_name);
     double total = 0;
-    const TriangleKernels<C>* products = elimination_kernels<C>();
-    const bool found = products != nullptr && order >= smallest_blocked_order
-                           ? BlockedCholesky<C>(*products, data, order).factor(total)
-                           : plain_cholesky(data, order, total);
+    const bool found =
+        order < smallest_blocked_order
+            ? plain_cholesky(data, order, total)
+            : BlockedCholesky<C>(elimination_kernels<C>(), data, order).factor(total);
     return found ? std::optional(total - shift) : std::nullopt;
 }
 

@@ -101,7 +101,7 @@ void plain_orthonormalise_columns(std::span<Complex> columns, std::size_t m, dou
     }
 }
 
-GramSchmidt::GramSchmidt(std::size_t n, const SimdKernels::GramSchmidtKernels* kernels)
+GramSchmidt::GramSchmidt(std::size_t n, const SimdKernels::GramSchmidtKernels& kernels)
     : kernels_(kernels),
       set_(n, n),
       basis_(n, n),
@@ -110,7 +110,7 @@ GramSchmidt::GramSchmidt(std::size_t n, const SimdKernels::GramSchmidtKernels* k
       column_(n) {}
 
 void GramSchmidt::orthonormalise(std::span<Complex> columns, std::size_t m, double epsilon) {
-    if (kernels_ == nullptr || !orthonormalise_in_vectors(columns, m, epsilon)) {
+    if (!orthonormalise_in_vectors(columns, m, epsilon)) {
         plain_orthonormalise_columns(columns, m, epsilon);
     }
 }
@@ -165,8 +165,8 @@ bool GramSchmidt::orthonormalise_in_vectors(std::span<Complex> columns, std::siz
 /// along all of that from the columns to come: few of these at a time, which stay in the cache.
 void GramSchmidt::project_set(std::size_t j, std::size_t m) const {
     const auto project = [&](std::size_t k, std::size_t begin, std::size_t end) {
-        kernels_->project_set(basis_.at(k, 0), basis_.shape().imaginary, set_.at(0, 0),
-                              set_.shape(), m, begin, end);
+        kernels_.project_set(basis_.at(k, 0), basis_.shape().imaginary, set_.at(0, 0), set_.shape(),
+                             m, begin, end);
     };
     const std::size_t group = j / column_group * column_group;
     if (j + 1 < group + column_group) {
@@ -183,20 +183,20 @@ void GramSchmidt::project_set(std::size_t j, std::size_t m) const {
 
 /// One pass: takes from column j its parts along those before it.
 void GramSchmidt::project_out(std::size_t j, std::size_t m) const {
-    kernels_->project_column(basis_.at(0, 0), basis_.shape(), j, basis_.at(j, 0), terms_.at(0, 0),
-                             m);
+    kernels_.project_column(basis_.at(0, 0), basis_.shape(), j, basis_.at(j, 0), terms_.at(0, 0),
+                            m);
 }
 
 double GramSchmidt::chain_norm_of(std::size_t j, std::size_t m) {
-    kernels_->magnitudes(basis_.at(j, 0), basis_.shape().imaginary, m, magnitudes_.data());
-    return kernels_->chain_norm(magnitudes_.data(), m);
+    kernels_.magnitudes(basis_.at(j, 0), basis_.shape().imaginary, m, magnitudes_.data());
+    return kernels_.chain_norm(magnitudes_.data(), m);
 }
 
 /// Scaling by a power of two before the norm is taken again, as normalise() does, changes no bit of
 /// the quotients where nothing comes near the ends of the range.
 bool GramSchmidt::divide_in_range(std::size_t j, std::size_t m, double norm) const {
     return norm != 0 &&
-           kernels_->divide_ordinary(basis_.at(j, 0), basis_.shape().imaginary, m, norm);
+           kernels_.divide_ordinary(basis_.at(j, 0), basis_.shape().imaginary, m, norm);
 }
 
 bool GramSchmidt::normalise_column(std::size_t j, std::size_t m) {

@@ -54,34 +54,40 @@ constexpr std::uint64_t part_count = sizeof(T) / sizeof(Component<T>);
 
 } // namespace FloatingConversionDetail
 
+/// The kernels of a T whose parts take two bytes.
+template <typename T>
+const SimdKernels::StoredKernels& stored_kernels(const SimdKernels::UnfusedTable& kernels) {
+    if constexpr (std::is_same_v<T, BFloat16>) {
+        return kernels.bfloat16;
+    } else {
+        return kernels.binary16;
+    }
+}
+
 /// to[i] = widened(from[i]), but that the payload of a NaN may differ.
 template <typename T>
-void widen_elements(const T* from, ComputeOf<T>* to, std::uint64_t count) {
+void widen_elements(const T* from, ComputeOf<T>* to, std::uint64_t count,
+                    [[maybe_unused]] const SimdKernels::UnfusedTable& kernels) {
     using namespace FloatingConversionDetail;
-    if constexpr (!std::is_same_v<T, ComputeOf<T>>) {
-        if (const SimdKernels::ConversionKernels* kernels = SimdKernels::unfused_table()) {
-            const auto widen = std::is_same_v<Component<T>, BFloat16> ? kernels->widen_bfloat16
-                                                                      : kernels->widen_binary16;
-            widen(bits_of(from), reinterpret_cast<float*>(to), count * part_count<T>);
-            return;
-        }
+    if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+        std::copy_n(from, count, to);
+    } else {
+        stored_kernels<T>(kernels).widen(bits_of(from), reinterpret_cast<float*>(to),
+                                         count * part_count<T>);
     }
-    std::transform(from, from + count, to, widened<T>);
 }
 
 /// to[i] = result_as<T>(from[i]).
 template <typename T>
-void store_results(const ComputeOf<T>* from, T* to, std::uint64_t count) {
+void store_results(const ComputeOf<T>* from, T* to, std::uint64_t count,
+                   [[maybe_unused]] const SimdKernels::UnfusedTable& kernels) {
     using namespace FloatingConversionDetail;
-    if constexpr (!std::is_same_v<T, ComputeOf<T>>) {
-        if (const SimdKernels::ConversionKernels* kernels = SimdKernels::unfused_table()) {
-            const auto round = std::is_same_v<Component<T>, BFloat16> ? kernels->round_bfloat16
-                                                                      : kernels->round_binary16;
-            round(reinterpret_cast<const float*>(from), bits_of(to), count * part_count<T>);
-            return;
-        }
+    if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+        std::transform(from, from + count, to, result_as<T>);
+    } else {
+        stored_kernels<T>(kernels).round(reinterpret_cast<const float*>(from), bits_of(to),
+                                         count * part_count<T>);
     }
-    std::transform(from, from + count, to, result_as<T>);
 }
 
 /// Elements of a chunk that are in compute type at once, in the first cache.

@@ -161,7 +161,7 @@ void expect_same_in_vectors(const std::vector<Complex>& given, const std::vector
     for_each_kernels([&](const SimdKernels::GramSchmidtKernels& kernels) {
         auto columns = given;
         // Room for more columns than there are, as in an iteration on a deflated matrix.
-        GramSchmidt(m + 5, &kernels).orthonormalise(columns, m, unit);
+        GramSchmidt(m + 5, kernels).orthonormalise(columns, m, unit);
         EXPECT_TRUE(same_bits(columns, expected)) << m << " columns";
     });
 }

@@ -127,10 +127,9 @@ class PlainJacobi {
     }
 };
 
-/// Calls `body` with the plain rotations and those of each instruction set that the machine has.
+/// Calls `body` with the rotations of each instruction set that the machine has.
 template <typename Body>
 void for_each_rotation_table(const Body& body) {
-    body(SimdKernels::baseline_rotation_table);
     for_each_instruction_set(SimdKernels::avx256_rotation_table, SimdKernels::avx512_rotation_table,
                              body);
 }

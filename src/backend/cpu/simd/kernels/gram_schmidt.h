@@ -144,9 +144,7 @@ class GramSchmidt {
 
     static Register prefix_sums(Register value) {
         value += shifted<1>(value, Set::zero());
-        if constexpr (lanes >= 4) {
-            value += shifted<2>(value, Set::zero());
-        }
+        value += shifted<2>(value, Set::zero());
         if constexpr (lanes >= 8) {
             value += shifted<4>(value, Set::zero());
         }

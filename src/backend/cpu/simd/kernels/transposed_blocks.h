@@ -4,7 +4,7 @@
 // The transposing copy of matrices by blocks that turn in registers; see transposed_copy.h.
 
 #include "backend/cpu/simd/kernels/arithmetic.h"
-#include "backend/cpu/simd/tables/transposed_copy.h"
+#include "backend/cpu/simd/tables/unfused_kernels.h"
 
 namespace Tessaline::SimdKernels {
 

@@ -129,13 +129,11 @@ struct EliminationTable : EliminationKernels<float>,
 extern const EliminationTable avx256_elimination_table;
 extern const EliminationTable avx512_elimination_table;
 
-/// The kernels that belong to the products of unfused_kernels(), or null like these.
+/// The kernels of the implementation in use. Raises what selected_x86_simd() does.
+const EliminationTable& elimination_table();
 template <typename T>
-const EliminationKernels<T>* elimination_kernels();
-
-extern template const EliminationKernels<float>* elimination_kernels();
-extern template const EliminationKernels<double>* elimination_kernels();
-extern template const EliminationKernels<std::complex<float>>* elimination_kernels();
-extern template const EliminationKernels<std::complex<double>>* elimination_kernels();
+const EliminationKernels<T>& elimination_kernels() {
+    return elimination_table();
+}
 
 } // namespace Tessaline::SimdKernels

@@ -43,7 +43,7 @@ struct GramSchmidtKernels {
 extern const GramSchmidtKernels avx256_gram_schmidt_kernels;
 extern const GramSchmidtKernels avx512_gram_schmidt_kernels;
 
-/// The kernels that belong to the products of unfused_kernels(), or null like these.
-const GramSchmidtKernels* gram_schmidt_kernels();
+/// The kernels of the implementation in use. Raises what selected_x86_simd() does.
+const GramSchmidtKernels& gram_schmidt_kernels();
 
 } // namespace Tessaline::SimdKernels

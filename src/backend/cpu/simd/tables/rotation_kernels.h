@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Plane rotations of the rows of a matrix, compiled for wide vectors and, for other processors, for
-// the narrow ones of every processor. They round each operation and give the same bits everywhere.
+// Plane rotations of the rows of a matrix, compiled for wide vectors. They round each operation and
+// give the same bits with every instruction set.
 //
 // Included by units for every instruction set, so nothing here is more than a declaration.
 
@@ -83,11 +83,10 @@ struct RotationKernels {
 
 struct RotationTable : RotationKernels<double>, RotationKernels<std::complex<double>> {};
 
-extern const RotationTable baseline_rotation_table;
 extern const RotationTable avx256_rotation_table;
 extern const RotationTable avx512_rotation_table;
 
-/// The kernels of the widest instruction set that the processor has.
+/// The kernels of the implementation in use. Raises what selected_x86_simd() does.
 const RotationTable& rotation_kernels();
 
 } // namespace Tessaline::SimdKernels
