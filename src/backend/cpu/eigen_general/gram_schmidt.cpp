@@ -10,8 +10,6 @@ namespace Tessaline::CpuFallback {
 
 namespace {
 
-using SimdKernels::column_group;
-
 /// The leading columns of a set that are orthonormal already.
 class OrthonormalBasis {
   public:
@@ -66,8 +64,6 @@ void stop_at_group(std::size_t column) {
         stop_point();
     }
 }
-
-constexpr std::size_t columns_at_once = 4 * column_group;
 
 /// No chain of hypotenuses over these values is larger than their sum.
 double chain_norm_bound(std::span<const Complex> values) {
@@ -174,9 +170,9 @@ void GramSchmidt::project_set(std::size_t j, std::size_t m) const {
         return;
     }
     const std::size_t end = whole_groups(m);
-    for (std::size_t begin = j + 1; begin < end; begin += columns_at_once) {
+    for (std::size_t begin = j + 1; begin < end; begin += projected_columns) {
         for (std::size_t k = group; k <= j; ++k) {
-            project(k, begin, std::min(begin + columns_at_once, end));
+            project(k, begin, std::min(begin + projected_columns, end));
         }
     }
 }

@@ -34,7 +34,7 @@ namespace Tessaline::CpuStructured {
 /// diagonal only; what is right of these is found there in transposed blocks.
 template <typename C>
 class HermitianJacobi {
-    static constexpr std::size_t block = SimdKernels::rotation_block;
+    static constexpr std::size_t block = rotation_block;
 
   public:
     HermitianJacobi(std::span<const C> A, std::size_t order, bool vectors,

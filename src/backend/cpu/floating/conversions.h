@@ -1,41 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Elements between storage and compute type, many at a time, and memory to keep them in.
+// Elements between storage and compute type, many at a time.
 
 #include "backend/cpu/numbers/floating_policies.h"
+#include "backend/cpu/simd/plain/scratch_memory.h"
 #include "backend/cpu/simd/tables/unfused_kernels.h"
 
 #include <algorithm>
-#include <memory>
 
 namespace Tessaline {
-
-/// Memory for `count` elements, not initialised: within the object where they are few.
-template <typename T>
-class Scratch {
-  public:
-    explicit Scratch(std::uint64_t count)
-        : data_(count <= few ? reinterpret_cast<T*>(own_) : allocate(count)) {}
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-
-    T* data() const { return data_; }
-
-  private:
-    static constexpr std::uint64_t few = (std::uint64_t{16} << 10U) / sizeof(T);
-
-    T* allocate(std::uint64_t count) {
-        // As bytes, since complex numbers would be set to zero.
-        allocated_ = std::make_unique_for_overwrite<std::byte[]>(count * sizeof(T));
-        return reinterpret_cast<T*>(allocated_.get());
-    }
-
-    static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
-    alignas(T) std::byte own_[few * sizeof(T)];
-    std::unique_ptr<std::byte[]> allocated_;
-    T* data_;
-};
 
 namespace FloatingConversionDetail {
 
@@ -89,9 +63,6 @@ void store_results(const ComputeOf<T>* from, T* to, std::uint64_t count,
                                          count * part_count<T>);
     }
 }
-
-/// Elements of a chunk that are in compute type at once, in the first cache.
-constexpr std::uint64_t conversion_piece = 512;
 
 /// Calls `body(first, count)` for pieces of [begin, end).
 template <typename Body>

@@ -12,10 +12,6 @@ namespace {
 
 using SimdKernels::unfused_kernels;
 
-/// Rows of C that are under way at once where A or C is not in the form that a kernel takes: few,
-/// so that their copies stay in the caches, but enough to pay for the packing of B.
-constexpr std::uint64_t rows_in_flight = 256;
-
 /// The rows [begin, end) of C, which is row major.
 template <typename T>
 void multiply_rows(const UnfusedTable& kernels, const FloatingMatrix<const T>& A,
@@ -37,9 +33,6 @@ void multiply_rows(const UnfusedTable& kernels, const FloatingMatrix<const T>& A
     }
 }
 
-/// Rows that are widened at once for a product with a vector: as many as a tile of the kernel has.
-constexpr std::uint64_t widened_rows = 16;
-
 /// The elements [begin, end) of y = A x for a row-major A of elements of two bytes a part.
 template <typename T>
 void transform_stored_rows(const FloatingMatrix<const T>& A, const ComputeOf<T>* x, T* y,
@@ -49,10 +42,9 @@ void transform_stored_rows(const FloatingMatrix<const T>& A, const ComputeOf<T>*
         const T* const first = A.data + row * A.cols;
         kernel({reinterpret_cast<const std::uint16_t*>(first), A.cols}, x, sums, count, A.cols);
     };
-    constexpr std::uint64_t rows_at_once = 512;
-    ComputeOf<T> sums[rows_at_once];
-    for (std::uint64_t i = begin; i < end; i += rows_at_once) {
-        const std::uint64_t count = std::min(rows_at_once, end - i);
+    ComputeOf<T> sums[sums_at_once];
+    for (std::uint64_t i = begin; i < end; i += sums_at_once) {
+        const std::uint64_t count = std::min(sums_at_once, end - i);
         if constexpr (is_complex_element<T>) {
             multiply(kernels.binary16.complex_row_products, i, sums, count);
             for (std::uint64_t row = 0; row < count; ++row) {
@@ -81,10 +73,10 @@ void transform(const UnfusedTable& kernels, const FloatingMatrix<const T>& A, co
             transform_stored_rows(A, x, y, begin, end, kernels);
             return;
         }
-        for (std::uint64_t i = begin; i < end; i += widened_rows) {
-            const std::uint64_t count = std::min(widened_rows, end - i);
+        for (std::uint64_t i = begin; i < end; i += widened_tile_rows) {
+            const std::uint64_t count = std::min(widened_tile_rows, end - i);
             const WidenedRows<T> rows(A, i, i + count, kernels);
-            ComputeOf<T> sums[widened_rows];
+            ComputeOf<T> sums[widened_tile_rows];
             products.row_products({rows[0], A.cols}, x, sums, count, A.cols);
             store_results(sums, y + i, count, kernels);
         }
@@ -112,7 +104,7 @@ void multiply_matrices(const FloatingMatrix<const T>& A, const FloatingMatrix<co
     const WidenedRows<T> rows_of_b(B, kernels);
     const bool all_at_once = std::is_same_v<T, ComputeOf<T>> && A.is_row_major();
     const auto multiply = [&](std::uint64_t begin, std::uint64_t end) {
-        const std::uint64_t step = all_at_once ? end - begin : rows_in_flight;
+        const std::uint64_t step = all_at_once ? end - begin : widened_product_rows;
         for (std::uint64_t i = begin; i < end; i += step) {
             multiply_rows(kernels, A, rows_of_b, C, i, std::min(end, i + step));
         }

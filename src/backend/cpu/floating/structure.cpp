@@ -107,20 +107,17 @@ class PartialTrace {
         const auto lines = lines_along(result_.layout, A_);
         fill_lines(result_, work_of(result_.rows, result_.cols, traced_),
                    [&](std::uint64_t line, std::uint64_t begin, std::uint64_t end, T* out) {
-                       for (; begin < end; begin += sums_in_flight, out += sums_in_flight) {
+                       for (; begin < end; begin += traces_at_once, out += traces_at_once) {
                            fill_run({.terms = &lines(line * kept_step, begin * kept_step),
                                      .step = kept_step * lines.stride,
                                      .term_step = traced_step * (lines.line_stride + lines.stride),
-                                     .count = std::min(sums_in_flight, end - begin)},
+                                     .count = std::min(traces_at_once, end - begin)},
                                     out);
                        }
                    });
     }
 
   private:
-    /// Sums of neighbours that are formed side by side: as many as the first cache holds with ease.
-    static constexpr std::uint64_t sums_in_flight = 256;
-
     /// Where the terms of some neighbours lie.
     struct Run {
         const T* terms;          ///< the first of the first sum

@@ -16,10 +16,8 @@ void widen_rows(const FloatingMatrix<const T>& matrix, std::uint64_t begin, std:
         widen_elements(matrix.data + begin * matrix.cols, to, (end - begin) * matrix.cols, kernels);
         return;
     }
-    // A few columns at once, so that the lines that are read and written stay in the first cache.
-    constexpr std::uint64_t columns_at_once = 8;
-    for (std::uint64_t first = 0; first < matrix.cols; first += columns_at_once) {
-        const std::uint64_t last = std::min(matrix.cols, first + columns_at_once);
+    for (std::uint64_t first = 0; first < matrix.cols; first += widened_columns) {
+        const std::uint64_t last = std::min(matrix.cols, first + widened_columns);
         for (std::uint64_t i = begin; i < end; ++i) {
             for (std::uint64_t j = first; j < last; ++j) {
                 to[(i - begin) * matrix.cols + j] = widened(matrix(i, j));

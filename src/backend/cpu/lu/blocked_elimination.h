@@ -15,9 +15,6 @@
 
 namespace Tessaline::CpuFallback {
 
-/// Matrices of fewer rows are not worth blocks.
-inline constexpr std::uint64_t smallest_blocked_order = 8;
-
 /// Factors a column-major matrix in place, with partial pivoting. Where an elimination ends early,
 /// what is left is what plain elimination leaves: the complete steps are made in the whole matrix,
 /// and after a vanished multiplier the step at hand in the rows above it. The rules are those of
@@ -28,7 +25,7 @@ class BlockedElimination {
     using Index = SimdKernels::Index;
     using Progress = SimdKernels::EliminationProgress;
     using End = SimdKernels::EliminationEnd;
-    static constexpr Index block = SimdKernels::elimination_block;
+    static constexpr Index block = elimination_block;
 
   public:
     /// Element k of `pivots` becomes the row, counted from 1, that was swapped with row k. P can

@@ -197,7 +197,7 @@ TEST(EigenQrStep, TakesHypotenusesAndTheirChainsAsTheLibraryDoes) {
         inlined[m] = plain[m];
         EXPECT_TRUE(same_bits(inlined, plain));
         for_each_kernels([&](const SimdKernels::GramSchmidtKernels& kernels) {
-            std::vector<double> found(m + 3 * SimdKernels::column_group);
+            std::vector<double> found(m + 3 * column_group);
             kernels.magnitudes(column.at(0, 0), column.shape().imaginary, m, found.data());
             const double norm = kernels.chain_norm(found.data(), m);
             found.resize(m);

@@ -283,7 +283,7 @@ TYPED_TEST(HermitianJacobi, HasTheBitsOfThePlainMethodWithAndWithoutVectors) {
 // Infinities and NaN among the elements; of several NaN any may be stored.
 TYPED_TEST(HermitianJacobi, RotationsOfSpecialElementsHaveTheBitsOfPlainProducts) {
     using C = TypeParam;
-    constexpr std::size_t block = SimdKernels::rotation_block;
+    constexpr std::size_t block = rotation_block;
     constexpr std::size_t columns = 5 * block;
     CounterRandom random(5);
     for (const unsigned rotated_rows : {0b00010101U, 0b11111111U}) {

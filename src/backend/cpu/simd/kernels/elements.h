@@ -6,7 +6,7 @@
 // loop, and Part names the lanes that take part in a vector at a matrix's edge.
 
 #include "backend/cpu/simd/kernels/arithmetic.h"
-#include "backend/cpu/simd/plain/packing_memory.h"
+#include "backend/cpu/simd/plain/scratch_memory.h"
 
 namespace Tessaline::SimdKernels {
 

@@ -10,8 +10,8 @@
 // merge copies across instruction sets.
 
 #include "backend/cpu/simd/kernels/complex_triangle.h"
-#include "backend/cpu/simd/plain/engine_scratch.h"
 #include "backend/cpu/simd/plain/lu_failures.h"
+#include "backend/cpu/simd/plain/scratch_memory.h"
 #include "tessaline/storage/kernel_views.h"
 
 #include <complex>
@@ -71,8 +71,8 @@ static void solve(LuDecompView<const P, const std::complex<float>> lu,
     if (b.size != order) {
         LuFailures::engine_incompatible_rhs();
     }
-    const SimdKernels::EngineScratch scratch(2 * order);
-    auto* const x = reinterpret_cast<ComplexFloat*>(scratch.data);
+    const Scratch<float> scratch(2 * order);
+    auto* const x = reinterpret_cast<ComplexFloat*>(scratch.data());
     for (std::uint64_t i = 0; i < order; ++i) {
         x[i] = make_complex(b.real[i], b.imag[i]);
     }

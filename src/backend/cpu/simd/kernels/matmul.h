@@ -10,19 +10,10 @@
 #include "backend/cpu/runtime/stop_point.h"
 #include "backend/cpu/simd/kernels/forms.h"
 #include "backend/cpu/simd/kernels/infinity_recovery.h"
-#include "backend/cpu/simd/plain/packing_memory.h"
+#include "backend/cpu/simd/plain/scratch_memory.h"
 #include "backend/cpu/simd/tables/unfused_kernels.h"
 
 namespace Tessaline::SimdKernels {
-
-/// Inner indices of one block. The rows of A that a tile needs of it, at most 12 KiB, stay in the
-/// first-level cache. Longer blocks load and store C less often; measured at order 1024, 16 floats
-/// gain 2 % from 384 instead of 256, other vectors lose as much.
-template <typename Set>
-constexpr Index inner_block = Set::lanes == 16 ? 384 : 256;
-
-/// What is read of B again and again stays in the first-level cache if it has this many bytes.
-inline constexpr Index matmul_cached_bytes = Index{32} << 10U;
 
 /// C = A B, or C = C - A B.
 template <typename Elements, Update Kind>
@@ -36,17 +27,16 @@ class Matmul {
     using PackedInput = typename Elements::PackedInput;
     using PackedOutput = typename Elements::PackedOutput;
     static constexpr Index lanes = Set::lanes;
-    static constexpr Index block_terms = inner_block<Set>;
+    static constexpr Index block_terms = inner_block(lanes);
     static constexpr Index tile_rows = Elements::tile_rows;
     static constexpr Index tile_vectors = Elements::tile_vectors;
     static constexpr Index vector_bytes = lanes * Elements::parts * sizeof(Component);
 
-    /// Tiles that pass down a panel before the next panel's turn. Those of 256-bit vectors stay in
-    /// the first-level cache meanwhile, and the rows of A come from the second: at order 1024 that
-    /// is 2 to 7 % faster, and less disturbed. Wider panels stream by from the second-level cache
-    /// while the rows of A stay in the first.
+    /// Tiles that pass down a panel before the next panel's turn. Panels of 256-bit vectors stay in
+    /// the first cache meanwhile; wider ones stream by from the second cache while the rows of A
+    /// stay in the first.
     static constexpr Index tiles_in_turn =
-        block_terms * tile_vectors * vector_bytes <= matmul_cached_bytes ? 16 : 1;
+        block_terms * tile_vectors * vector_bytes <= first_cache_bytes ? tiles_down_a_panel : 1;
 
   public:
     Matmul(Strided<Input> A, Strided<Input> B, Strided<Output> C, ProductExtents extents)
@@ -104,7 +94,7 @@ class Matmul {
     bool packing_pays() const {
         return extents_.rows >= 2 * tile_rows && least(extents_.inner, block_terms) * b_.stride *
                                                          Elements::parts * sizeof(Component) >
-                                                     matmul_cached_bytes;
+                                                     first_cache_bytes;
     }
 
     void clear() const {

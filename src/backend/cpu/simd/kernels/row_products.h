@@ -5,13 +5,10 @@
 
 #include "backend/cpu/simd/kernels/forms.h"
 #include "backend/cpu/simd/kernels/infinity_recovery.h"
+#include "backend/cpu/simd/plain/block_sizes.h"
 #include "backend/cpu/simd/tables/unfused_kernels.h"
 
 namespace Tessaline::SimdKernels {
-
-/// From this many bytes on, rows come from memory and are asked for ahead: 25 % more speed there,
-/// where it would cost 10 % in caches.
-inline constexpr Index prefetched_row_bytes = Index{16} << 20U;
 
 /// Rows of the elements that a product computes with.
 template <typename Elements>

@@ -6,13 +6,11 @@
 //
 // Included by units for every instruction set, so nothing here is more than a declaration.
 
+#include "backend/cpu/simd/plain/block_sizes.h"
 #include "backend/cpu/simd/tables/built_in_complex.h"
 #include "backend/cpu/simd/tables/unfused_kernels.h"
 
 namespace Tessaline::SimdKernels {
-
-/// Columns of a panel at most, and rows of a triangle that a kernel solves with.
-inline constexpr Index elimination_block = 8;
 
 /// Why an elimination ended.
 enum class EliminationEnd { complete, singular, non_finite, vanished_multiplier };

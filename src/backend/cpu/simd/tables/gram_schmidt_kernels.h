@@ -15,9 +15,6 @@
 
 namespace Tessaline::SimdKernels {
 
-/// Columns of a set come in multiples of this.
-inline constexpr Index column_group = 8;
-
 /// Zero is ordinary, and what lies between this and its reciprocal: every step of a norm stays
 /// clear of the range's ends, also scaled to parts below 1.
 inline constexpr double largest_ordinary = 0x1p200;

@@ -6,15 +6,14 @@
 //
 // Included by units for every instruction set, so nothing here is more than a declaration.
 
+#include "backend/cpu/simd/plain/block_sizes.h"
+
 #include <complex>
 #include <cstdint>
 
 namespace Tessaline::SimdKernels {
 
 using Index = std::uint64_t;
-
-/// Rows are rotated in blocks of this many, and columns come in multiples of it.
-inline constexpr Index rotation_block = 8;
 
 /// Takes an element u of a common row and an element v of another one to c u - conj(s) v and
 /// c v + s u.

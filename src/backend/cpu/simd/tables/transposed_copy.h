@@ -3,6 +3,7 @@
 
 // The transposing copy of matrices, of elements that are taken as bits.
 
+#include "backend/cpu/simd/plain/block_sizes.h"
 #include "backend/cpu/simd/tables/unfused_kernels.h"
 
 namespace Tessaline {
@@ -22,8 +23,5 @@ void copy_transposed(const Bits* source, std::uint64_t source_stride, Bits* targ
 /// target[i] = source[i] ^ flipped for `count` elements.
 template <typename Bits>
 void copy_flipped(const Bits* source, Bits* target, std::uint64_t count, Bits flipped);
-
-/// From this size of a matrix in bytes on, a copy of it writes past the caches.
-constexpr std::uint64_t least_bytes_past_caches = std::uint64_t{4} << 20U;
 
 } // namespace Tessaline

@@ -4,7 +4,7 @@
 // Products without fused operations, compiled for wide vectors: the inner loops of the floating
 // kernels. They give the bits of plain loops, but that every NaN they store is the positive quiet
 // one. They are serial, check nothing and allocate nothing but a thread's packing memory
-// (packing_memory.h).
+// (scratch_memory.h).
 //
 // Included by units for every instruction set, so nothing here is more than a declaration.
 
