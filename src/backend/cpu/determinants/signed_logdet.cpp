@@ -87,7 +87,8 @@ struct DeterminantRules : CpuFallback::FiniteRules<OrderOfParts> {
             }
             return quotient;
         }
-        /// As EliminationKernels have it. The library's division scales none of such operands.
+        /// EliminationKernels::eliminate() by this pivot. The library's division scales none of
+        /// such operands.
         std::size_t eliminate(const EliminationKernels<C>& kernels,
                               const SimdKernels::PivotBlock<C>& block, std::size_t begin) const {
             constexpr double least = 0x1p-400;

@@ -22,7 +22,8 @@ struct FloatingStructure {
     /// For a matrix of order k m and a result of order m: element (i, j) is the sum over increasing
     /// t below k of A[t m + i][t m + j].
     static void partial_trace_left(const MatrixMap<T>& operands, const UnfusedTable& kernels);
-    /// The same of A[i k + t][j k + t].
+    /// For a matrix of order k m and a result of order m: element (i, j) is the sum over increasing
+    /// t below k of A[i k + t][j k + t].
     static void partial_trace_right(const MatrixMap<T>& operands, const UnfusedTable& kernels);
     static void eye(const MatrixOutput<T>& operands);
 };

@@ -6,7 +6,10 @@
 // An element takes its terms in increasing column, so the last solved element is the first one
 // subtracted, and all subtractions are one chain. The products are made in vectors and stored in
 // the order of the chain, those of the next block between the links of the chain of this one, which
-// leave the processor much time.
+// leave the processor much time:
+//
+//      chain of this block    x9 -> x8 -> x7 -> x6      one subtraction after the other
+//      products of the next   ab    cd    ef    gh      in vectors, in the time between
 
 #include "backend/cpu/simd/kernels/complex_columns.h"
 #include "backend/cpu/simd/kernels/infinity_recovery.h"
@@ -88,7 +91,7 @@ struct RealRows {
     }
 };
 
-/// The same of complex ones, whose products have their imaginary parts `plane` behind the real
+/// Rows of complex elements, whose products have their imaginary parts `plane` behind the real
 /// ones. Set says whether products fuse.
 template <typename Set>
 struct ComplexRows {

@@ -20,7 +20,7 @@ template <typename Elements, Update Kind>
 class Matmul {
     using Set = typename Elements::Set;
     using Value = typename Elements::Value;
-    using Part = typename Elements::Part;
+    using LaneMask = typename Elements::LaneMask;
     using Input = typename Elements::Input;
     using Output = typename Elements::Output;
     using Component = typename Set::Component;
@@ -99,8 +99,8 @@ class Matmul {
 
     void clear() const {
         for (Index row = 0; row < extents_.rows; ++row) {
-            for_element_vectors<Elements>(extents_.cols, [&](Index column, auto part) {
-                Elements::store(c_.data, row * c_.stride + column, Elements::zero(), part);
+            for_element_vectors<Elements>(extents_.cols, [&](Index column, auto mask) {
+                Elements::store(c_.data, row * c_.stride + column, Elements::zero(), mask);
             });
         }
     }
@@ -159,9 +159,9 @@ class Matmul {
             for (Index k = 0; k < block.count; ++k) {
                 const Input row =
                     Elements::offset(b_.data, (block.first + k) * b_.stride + vector * lanes);
-                for_element_vectors<Elements>(columns, [&](Index i, auto part) {
+                for_element_vectors<Elements>(columns, [&](Index i, auto mask) {
                     Elements::store_packed(packed, start + k * width * lanes + i,
-                                           Elements::load(row, i, part));
+                                           Elements::load(row, i, mask));
                 });
             }
         });
@@ -198,7 +198,7 @@ class Matmul {
     }
 
     template <Index Rows, Index Vectors>
-    void multiply_narrow(const Panel& panel, Part last, Index row) const {
+    void multiply_narrow(const Panel& panel, LaneMask last, Index row) const {
         if (panel.vectors == Vectors) {
             multiply_tile<Rows, Vectors>(panel, last, row);
         } else if constexpr (Vectors > 1) {
@@ -214,9 +214,9 @@ class Matmul {
             for_tile<Rows, Vectors>(
                 last, [&](auto r, auto v, auto) { sums[r.value][v.value] = Elements::zero(); });
         } else {
-            for_tile<Rows, Vectors>(last, [&](auto r, auto v, auto part) {
+            for_tile<Rows, Vectors>(last, [&](auto r, auto v, auto mask) {
                 sums[r.value][v.value] =
-                    Elements::load(c_.data, c_index(panel, row + r.value, v.value), part);
+                    Elements::load(c_.data, c_index(panel, row + r.value, v.value), mask);
             });
         }
         prefetch_next<Rows, Vectors>(panel, row);
@@ -226,8 +226,8 @@ class Matmul {
         const Index stride = panel.stride;
         for (Index k = 0, count = panel.count; k < count; ++k) {
             Value b[Vectors];
-            for_vectors_of<Vectors>(last, [&](auto v, auto part) {
-                b[v.value] = Elements::load_packed(B, k * stride + v.value * lanes, part);
+            for_vectors_of<Vectors>(last, [&](auto v, auto mask) {
+                b[v.value] = Elements::load_packed(B, k * stride + v.value * lanes, mask);
             });
             for_places<Rows>([&](auto r) {
                 const Value a = Elements::broadcast(A, r.value * a_stride + k);
@@ -239,9 +239,9 @@ class Matmul {
         if constexpr (Elements::recovers_infinities) {
             recover(sums, panel, row);
         }
-        for_tile<Rows, Vectors>(last, [&](auto r, auto v, auto part) {
+        for_tile<Rows, Vectors>(last, [&](auto r, auto v, auto mask) {
             Elements::store(c_.data, c_index(panel, row + r.value, v.value), sums[r.value][v.value],
-                            part);
+                            mask);
         });
     }
 
@@ -315,7 +315,7 @@ class Matmul {
     template <Index Rows, Index Vectors, typename LastLanes, typename Body>
     [[gnu::always_inline]] static void for_tile(LastLanes last, const Body& body) {
         for_places<Rows>([&](auto r) {
-            for_vectors_of<Vectors>(last, [&](auto v, auto part) { body(r, v, part); });
+            for_vectors_of<Vectors>(last, [&](auto v, auto mask) { body(r, v, mask); });
         });
     }
 
@@ -326,7 +326,7 @@ class Matmul {
     bool packs_;
 };
 
-/// The same of blocks that a caller cuts; see unfused_kernels.h.
+/// C = A B or C = C - A B for blocks that a caller cuts; see unfused_kernels.h.
 template <typename Elements, Update Kind>
 void strided_product(StridedRows<const typename Elements::Element> A,
                      StridedRows<const typename Elements::Element> B,
@@ -336,7 +336,7 @@ void strided_product(StridedRows<const typename Elements::Element> A,
         .run();
 }
 
-/// The same of interleaved elements, which are packed where enough rows pass over B.
+/// strided_product() of interleaved elements, which are packed where enough rows pass over B.
 template <typename Set, Update Kind>
 void strided_interleaved_product(StridedRows<const std::complex<typename Set::Component>> A,
                                  StridedRows<const std::complex<typename Set::Component>> B,

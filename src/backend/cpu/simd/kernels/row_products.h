@@ -41,8 +41,8 @@ struct StoredRows {
     static typename Elements::Value load(Input elements, Index index, AllLanes, Index /*rest*/) {
         return widened(elements + parts * index);
     }
-    template <typename Part>
-    static typename Elements::Value load(Input elements, Index index, const Part&, Index rest) {
+    template <typename LaneMask>
+    static typename Elements::Value load(Input elements, Index index, const LaneMask&, Index rest) {
         std::uint16_t padded[parts * Set::lanes]{};
         for (Index i = 0; i < parts * rest; ++i) {
             padded[i] = elements[parts * index + i];
@@ -114,7 +114,7 @@ class RowProducts {
 
     /// `count` is of the rows of a tile.
     template <Index Tiles, bool Prefetches, typename Lanes, typename Product>
-    void fill_tiles(typename Elements::Output out, Index row, Lanes part, Index count,
+    void fill_tiles(typename Elements::Output out, Index row, Lanes mask, Index count,
                     const Product& times) const {
         const Strided<RowInput> A = a_;
         const Input x = x_;
@@ -144,7 +144,7 @@ class RowProducts {
             if constexpr (Elements::recovers_infinities) {
                 sum = recovered(sum, Elements::offset(a_.data, start * a_.stride), count);
             }
-            Elements::store(out, start, sum, part);
+            Elements::store(out, start, sum, mask);
         });
     }
 
@@ -162,7 +162,7 @@ class RowProducts {
     }
 
     static constexpr Index lanes_of(AllLanes, Index) { return lanes; }
-    static Index lanes_of(typename Elements::Part, Index rest) { return rest; }
+    static Index lanes_of(typename Elements::LaneMask, Index rest) { return rest; }
 
     template <typename Place>
     static void put(Register value, Register (&terms)[1][lanes], Place i) {
@@ -236,7 +236,7 @@ void strided_row_products(StridedRows<const typename Elements::Element> A,
                                });
 }
 
-/// The same for rows that are widened on the way.
+/// y = A x for rows that a caller cuts and that are widened on the way.
 template <typename Elements, typename Format>
 void widened_row_products(StridedRows<const std::uint16_t> A, const typename Elements::Element* x,
                           typename Elements::Element* y, Index rows, Index cols) {

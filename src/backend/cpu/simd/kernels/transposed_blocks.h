@@ -231,11 +231,11 @@ class TransposedCopy {
             slot = slots;
         }
         for (; slot < height; slot += slots) {
-            for (Index part = 0; part < slots; part += sizeof(Register) / sizeof(Bits)) {
+            for (Index place = 0; place < slots; place += sizeof(Register) / sizeof(Bits)) {
                 using Component = typename Set::Component;
                 const Register value =
-                    Set::load(reinterpret_cast<const Component*>(line + slot + part));
-                auto* const to = reinterpret_cast<Component*>(target + slot + part);
+                    Set::load(reinterpret_cast<const Component*>(line + slot + place));
+                auto* const to = reinterpret_cast<Component*>(target + slot + place);
                 if (past_caches_) {
                     Set::stream(to, value);
                 } else {

@@ -55,7 +55,7 @@ struct TriangleKernels {
     void (*substitute_backward)(const UpperTriangle<T>& U, T* b, DivideByDiagonal<T> divide);
 };
 
-/// For T float or double; for complex types see below.
+/// For T float or double. Complex types have EliminationKernels<std::complex<Real>>.
 template <typename T>
 struct EliminationKernels : TriangleKernels<T> {
     /// Eliminates the columns of a panel of `rows` rows, with partial pivoting, the upper one of
@@ -114,7 +114,9 @@ struct EngineEliminationKernels : TriangleKernels<std::complex<float>> {
     /// The first candidate with the largest square, NaN passed over. Undecided where the first
     /// candidate is NaN or all squares are zero.
     Index (*largest_square)(const T* candidates, Index count);
-    /// As above, with quotients formed in double. Quotients that are not NaN stand.
+    /// Divides the elements below a pivot, from row `begin` on, by quotients formed in double, and
+    /// subtracts their multiples of the pivot row from the columns right of it, up to a row whose
+    /// quotient is NaN. Returns that row, or the number of rows.
     Index (*eliminate)(const PivotBlock<T>& block, Index begin,
                        const PreparedDivisor<double>& divisor);
 };

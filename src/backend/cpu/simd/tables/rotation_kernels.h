@@ -67,7 +67,7 @@ struct RotationKernels {
     /// point to on.
     void (*rotate)(double* common, double* block, const PlanarShape& shape,
                    const BlockRotations& rotations, Index columns);
-    /// The same in `rotation_block` columns for a block whose rows lie as columns, conjugated.
+    /// rotate() in `rotation_block` columns for a block whose rows lie as columns, conjugated.
     void (*rotate_adjoint)(double* common, double* adjoint, const PlanarShape& shape,
                            const BlockRotations& rotations);
     /// rotate() in the first columns of a block, up to `columns` of them.
