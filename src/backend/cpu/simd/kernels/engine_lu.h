@@ -18,9 +18,8 @@
 
 namespace Tessaline::EngineLu {
 
-/// The built-in complex type, laid out like std::complex<float>. Its products recover infinities
-/// as Annex G of C99 tells, and its quotients are the library's.
-__extension__ using ComplexFloat = _Complex float;
+/// Its quotients are the library's.
+using ComplexFloat = SimdKernels::BuiltInComplex<float>::Type;
 
 /// The elements that a std::complex pointer points to.
 template <typename Complex>
