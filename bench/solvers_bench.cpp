@@ -3,7 +3,9 @@
 // Solvers beside OpenBLAS's LAPACK. The solvers give the bits of plain loops; the peer's eigenvalue
 // methods differ from ours in kind, so no ratio is asked of those.
 
-#include "backend/cpu/determinants/structured_determinants.h"
+#include "backend/cpu/determinants/determinant_scaling.h"
+#include "backend/cpu/determinants/positive_definite_logdet.h"
+#include "backend/cpu/determinants/signed_logdet.h"
 #include "backend/cpu/eigen_general/fallback_complex_eigen_solver.h"
 #include "backend/cpu/eigen_hermitian/structured_solver.h"
 #include "backend/cpu/engine/x86_simd_engine.h"

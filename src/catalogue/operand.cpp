@@ -7,20 +7,6 @@
 
 namespace Tessaline {
 
-OperandRole input_role(std::uint64_t index) {
-    if (index >= operand_role_limit) {
-        throw std::out_of_range("input_role - input index is out of range");
-    }
-    return OperandRole{static_cast<std::uint32_t>(index)};
-}
-
-OperandRole output_role(std::uint64_t index) {
-    if (index >= operand_role_limit) {
-        throw std::out_of_range("output_role - output index is out of range");
-    }
-    return OperandRole{static_cast<std::uint32_t>(index) | operand_role_limit};
-}
-
 std::uint32_t input_index(OperandRole role) {
     if (is_output_role(role)) {
         throw std::invalid_argument("input_index - output is not an input role");

@@ -2,6 +2,7 @@
 #include "tessaline/dispatch/backend_dispatcher.h"
 
 #include "dispatch/best_candidate.h"
+#include "dispatch/first_rule.h"
 #include "tessaline/catalogue/errors.h"
 
 #include <algorithm>
@@ -24,14 +25,6 @@ using Keys = std::span<const BackendOperandKey>;
 [[noreturn]] void throw_unsupported_adaptation(const char* stage) {
     throw_dispatch_error(stage, ErrorReason::unsupported_adaptation,
                          "unsupported operand adaptation");
-}
-
-/// The first rule that supports a case, null when none does.
-template <typename Rule, typename... Case>
-const Rule* first_rule(const std::vector<Rule>& rules, const Case&... operand_case) {
-    const auto found = std::ranges::find_if(
-        rules, [&](const Rule& rule) { return rule.supports(operand_case...); });
-    return found == rules.end() ? nullptr : &*found;
 }
 
 void push_front_in_order(BackendProcess& process, BackendAdaptationRegistry::StepSequence steps) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessaline/dispatch/backend_registry.h"
 
+#include "dispatch/first_rule.h"
 #include "tessaline/catalogue/errors.h"
 
 #include <algorithm>
@@ -14,13 +15,6 @@ namespace {
 
 bool on_device(const BackendOperandKey& key) {
     return key.location > DataLocation::pinned_host;
-}
-
-template <typename Rules>
-bool any_supports(const Rules& rules, const BackendOperandKey& requested,
-                  const BackendOperandKey& registered) {
-    return std::ranges::any_of(
-        rules, [&](const auto& rule) { return rule.supports(requested, registered); });
 }
 
 /// Adds the price of one side's operands to `total`; false when one of them cannot be reached.
@@ -72,8 +66,9 @@ std::optional<std::uint64_t> operand_adaptation_cost(const BackendOperandKey& re
     if (requested == registered) {
         return 0;
     }
-    const bool supported = is_input ? any_supports(adaptations.inputs, requested, registered)
-                                    : any_supports(adaptations.outputs, requested, registered);
+    const bool supported = is_input
+                               ? first_rule(adaptations.inputs, requested, registered) != nullptr
+                               : first_rule(adaptations.outputs, requested, registered) != nullptr;
     if (!supported) {
         return std::nullopt;
     }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tessaline/frontend/lu_factorisation.h"
 
-#include "backend/cpu/simd/tables/transposed_copy.h"
+#include "backend/cpu/steps/turned_parts.h"
 #include "frontend/null_storage.h"
 #include "tessaline/storage/storage_factory.h"
 
@@ -14,42 +14,21 @@ namespace {
 
 constexpr const char* initialisation = "LU initialisation";
 
-/// Writes the transpose of the square of order n whose element k in row-major order is load(k).
-template <typename Stored, typename Load>
-void store_transposed(std::uint64_t n, const Load& load, Stored* target) {
-    // Through a small copy each side moves whole cache lines. Without it the columns of a tile fall
-    // into one cache set when n is a power of two, which takes twice the time at 1024.
-    constexpr std::uint64_t edge = 16;
-    Stored tile[edge][edge];
-    for (std::uint64_t row = 0; row < n; row += edge) {
-        const std::uint64_t height = std::min(edge, n - row);
-        for (std::uint64_t column = 0; column < n; column += edge) {
-            const std::uint64_t width = std::min(edge, n - column);
-            for (std::uint64_t i = 0; i < height; ++i) {
-                for (std::uint64_t j = 0; j < width; ++j) {
-                    tile[j][i] = load((row + i) * n + column + j);
-                }
-            }
-            for (std::uint64_t j = 0; j < width; ++j) {
-                std::copy_n(tile[j], height, target + (column + j) * n + row);
-            }
-        }
-    }
-}
-
 template <typename Stored>
 void copy_factors(const Matrix& source, const ErasedBufferAccess& buffers, Stored* factors) {
     using Part = Component<Stored>;
     const std::uint64_t n = source.rows();
     const std::uint64_t count = source.size();
+    // Copies go through the caches, since a factorisation reads the factors next.
     if constexpr (is_complex_element<Stored>) {
         if (source.is_complex_split()) {
             const auto* real =
                 require_buffer_data<Part>(buffers, BufferRole::real, count, initialisation);
             const auto* imag =
                 require_buffer_data<Part>(buffers, BufferRole::imaginary, count, initialisation);
-            store_transposed(
-                n, [&](auto k) { return Stored(real[k], imag[k]); }, factors);
+            copy_parts_transposed(ComplexParts<const Part, 1>{real, imag},
+                                  interleaved_parts(reinterpret_cast<Part*>(factors)), n, n, 0, n,
+                                  false);
             return;
         }
     }
@@ -58,7 +37,6 @@ void copy_factors(const Matrix& source, const ErasedBufferAccess& buffers, Store
     if (source.is_col_major()) {
         std::copy_n(data, count, factors);
     } else {
-        // Through the caches, since a factorisation reads the copy next.
         copy_transposed(as_bits(data), n, as_bits(factors), n, n, n, BitsOf<Stored>{}, false);
     }
 }

@@ -5,6 +5,7 @@
 
 #include "tessaline/catalogue/shape_descriptors.h"
 
+#include <stdexcept>
 #include <string>
 #include <variant>
 
@@ -23,9 +24,19 @@ constexpr bool is_output_role(OperandRole role) {
 }
 
 /// The role of input `index`. Raises std::out_of_range from 2147483648 on.
-TESSALINE_API OperandRole input_role(std::uint64_t index);
+constexpr OperandRole input_role(std::uint64_t index) {
+    if (index >= operand_role_limit) {
+        throw std::out_of_range("input_role - input index is out of range");
+    }
+    return OperandRole{static_cast<std::uint32_t>(index)};
+}
 /// The role of output `index`. Raises std::out_of_range from 2147483648 on.
-TESSALINE_API OperandRole output_role(std::uint64_t index);
+constexpr OperandRole output_role(std::uint64_t index) {
+    if (index >= operand_role_limit) {
+        throw std::out_of_range("output_role - output index is out of range");
+    }
+    return OperandRole{static_cast<std::uint32_t>(index) | operand_role_limit};
+}
 /// The index of an input role. Raises std::invalid_argument for an output role.
 TESSALINE_API std::uint32_t input_index(OperandRole role);
 /// The index of an output role. Raises std::invalid_argument for an input role.

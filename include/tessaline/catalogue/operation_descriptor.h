@@ -53,8 +53,8 @@ class TESSALINE_API OperationDescriptor {
 
     /// Whether the operation uses the prior content of its first output.
     bool preserves_output() const { return preserves(0); }
-    /// The same for any output. Raises std::invalid_argument for an input role and
-    /// std::out_of_range for an output that the request does not have.
+    /// Whether it uses that of the output `role`. Raises std::invalid_argument for an input role
+    /// and std::out_of_range for an output that the request does not have.
     bool preserves_output(OperandRole role) const;
 
   private:

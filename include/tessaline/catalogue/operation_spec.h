@@ -56,8 +56,8 @@ class TESSALINE_API OperationSpec {
 
     /// Whether the operation uses the prior content of its first output.
     bool preserves_output() const { return output().access == OperandAccess::read_write; }
-    /// The same for any output. Raises std::invalid_argument for an input role and
-    /// std::out_of_range for an output that the operation does not have.
+    /// Whether it uses that of the output `role`. Raises std::invalid_argument for an input role
+    /// and std::out_of_range for an output that the operation does not have.
     bool preserves_output(OperandRole role) const;
 
     /// Whether the operation belongs to a sealed catalogue.

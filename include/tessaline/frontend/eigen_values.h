@@ -24,7 +24,7 @@ class TESSALINE_API EigenValues {
     static EigenValues host_impl(const DataTypeDescriptor& type, std::uint64_t size,
                                  DataMatrixLayout layout, HostMemoryOptions options = {});
 
-    /// The same for complex elements of type T.
+    /// Pageable host storage for a matrix of order `size`, its elements complex of type T.
     template <CompiledElement T>
     requires is_complex_element<T>
     static EigenValues host_zeros(std::uint64_t size,

@@ -28,7 +28,7 @@ class TESSALINE_API TessalineContext {
                      std::vector<std::shared_ptr<void>> plugin_libraries = {});
     /// The built-in operations with the given implementations and rules.
     TessalineContext(BackendRegistry&& backends, BackendAdaptationRegistry&& adaptations);
-    /// The same with the built-in rules.
+    /// The built-in operations and rules with the given implementations.
     explicit TessalineContext(BackendRegistry&& backends);
     /// The given operations and implementations with the built-in rules.
     TessalineContext(OperationRegistry&& operations, BackendRegistry&& backends);

@@ -44,8 +44,9 @@ class TESSALINE_API TessalineContextBuilder {
     void register_backend(const std::string& owner, BackendRegistryKey key, BackendEntry entry,
                           std::optional<ImplementationNumerics> numerics);
 
-    /// The same, and records the contract that its author compiled against, so that a kernel made
-    /// for another contract is refused when the context is built and not when it runs.
+    /// Adds an implementation as register_backend() does, and records the contract that its author
+    /// compiled against, so that a kernel made for another contract is refused when the context is
+    /// built and not when it runs.
     void register_source_backend(const std::string& owner, BackendRegistryKey key,
                                  BackendEntry entry, std::vector<OperationOperandSpec> operands,
                                  std::optional<ImplementationNumerics> numerics);

@@ -67,7 +67,7 @@ class TESSALINE_API CpuRuntimeContext : public BackendRuntimeContext {
     void parallel_for_chunks(std::size_t first, std::size_t last, std::size_t work,
                              const std::function<void(std::size_t, std::size_t)>& body) const;
 
-    /// The same for any callable, which is referred to and neither copied nor allocated.
+    /// Takes any callable for a body, which is referred to and neither copied nor allocated.
     template <typename Body>
     requires CpuChunkCallable<std::remove_reference_t<Body>>
     void parallel_for_chunks(std::size_t first, std::size_t last, std::size_t work,

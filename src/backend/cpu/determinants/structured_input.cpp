@@ -60,7 +60,7 @@ void validate(std::span<const C> data, std::size_t order, bool hermitian, double
 
 template <typename C>
 void mirror_lower_triangle(std::span<C> data, std::size_t order) {
-    constexpr std::size_t tile = 32;
+    constexpr std::size_t tile = turned_tile;
     for (std::size_t first = 0; first < order; first += tile) {
         const std::size_t end = std::min(first + tile, order);
         C* const rows = &data[first * order];

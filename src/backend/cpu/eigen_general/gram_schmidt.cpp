@@ -10,8 +10,6 @@ namespace Tessaline::CpuFallback {
 
 namespace {
 
-using SimdKernels::column_group;
-
 /// The leading columns of a set that are orthonormal already.
 class OrthonormalBasis {
   public:
@@ -67,8 +65,6 @@ void stop_at_group(std::size_t column) {
     }
 }
 
-constexpr std::size_t columns_at_once = 4 * column_group;
-
 /// No chain of hypotenuses over these values is larger than their sum.
 double chain_norm_bound(std::span<const Complex> values) {
     const double room_for_roundings = 1 + 0x1p-20;
@@ -101,7 +97,7 @@ void plain_orthonormalise_columns(std::span<Complex> columns, std::size_t m, dou
     }
 }
 
-GramSchmidt::GramSchmidt(std::size_t n, const SimdKernels::GramSchmidtKernels* kernels)
+GramSchmidt::GramSchmidt(std::size_t n, const SimdKernels::GramSchmidtKernels& kernels)
     : kernels_(kernels),
       set_(n, n),
       basis_(n, n),
@@ -110,7 +106,7 @@ GramSchmidt::GramSchmidt(std::size_t n, const SimdKernels::GramSchmidtKernels* k
       column_(n) {}
 
 void GramSchmidt::orthonormalise(std::span<Complex> columns, std::size_t m, double epsilon) {
-    if (kernels_ == nullptr || !orthonormalise_in_vectors(columns, m, epsilon)) {
+    if (!orthonormalise_in_vectors(columns, m, epsilon)) {
         plain_orthonormalise_columns(columns, m, epsilon);
     }
 }
@@ -165,8 +161,8 @@ bool GramSchmidt::orthonormalise_in_vectors(std::span<Complex> columns, std::siz
 /// along all of that from the columns to come: few of these at a time, which stay in the cache.
 void GramSchmidt::project_set(std::size_t j, std::size_t m) const {
     const auto project = [&](std::size_t k, std::size_t begin, std::size_t end) {
-        kernels_->project_set(basis_.at(k, 0), basis_.shape().imaginary, set_.at(0, 0),
-                              set_.shape(), m, begin, end);
+        kernels_.project_set(basis_.at(k, 0), basis_.shape().imaginary, set_.at(0, 0), set_.shape(),
+                             m, begin, end);
     };
     const std::size_t group = j / column_group * column_group;
     if (j + 1 < group + column_group) {
@@ -174,29 +170,29 @@ void GramSchmidt::project_set(std::size_t j, std::size_t m) const {
         return;
     }
     const std::size_t end = whole_groups(m);
-    for (std::size_t begin = j + 1; begin < end; begin += columns_at_once) {
+    for (std::size_t begin = j + 1; begin < end; begin += projected_columns) {
         for (std::size_t k = group; k <= j; ++k) {
-            project(k, begin, std::min(begin + columns_at_once, end));
+            project(k, begin, std::min(begin + projected_columns, end));
         }
     }
 }
 
 /// One pass: takes from column j its parts along those before it.
 void GramSchmidt::project_out(std::size_t j, std::size_t m) const {
-    kernels_->project_column(basis_.at(0, 0), basis_.shape(), j, basis_.at(j, 0), terms_.at(0, 0),
-                             m);
+    kernels_.project_column(basis_.at(0, 0), basis_.shape(), j, basis_.at(j, 0), terms_.at(0, 0),
+                            m);
 }
 
 double GramSchmidt::chain_norm_of(std::size_t j, std::size_t m) {
-    kernels_->magnitudes(basis_.at(j, 0), basis_.shape().imaginary, m, magnitudes_.data());
-    return kernels_->chain_norm(magnitudes_.data(), m);
+    kernels_.magnitudes(basis_.at(j, 0), basis_.shape().imaginary, m, magnitudes_.data());
+    return kernels_.chain_norm(magnitudes_.data(), m);
 }
 
 /// Scaling by a power of two before the norm is taken again, as normalise() does, changes no bit of
 /// the quotients where nothing comes near the ends of the range.
 bool GramSchmidt::divide_in_range(std::size_t j, std::size_t m, double norm) const {
     return norm != 0 &&
-           kernels_->divide_ordinary(basis_.at(j, 0), basis_.shape().imaginary, m, norm);
+           kernels_.divide_ordinary(basis_.at(j, 0), basis_.shape().imaginary, m, norm);
 }
 
 bool GramSchmidt::normalise_column(std::size_t j, std::size_t m) {

@@ -14,13 +14,12 @@ namespace Tessaline::CpuFallback {
 /// direction that they lack. Raises std::runtime_error when none can be found.
 void plain_orthonormalise_columns(std::span<Complex> columns, std::size_t m, double epsilon);
 
-/// The same with the same bits, faster where the processor allows it. Of the two passes only the
-/// second needs a column alone: in the first, each finished column is taken from all later ones at
-/// once.
+/// plain_orthonormalise_columns() by vectors, with its bits. Of the two passes only the second
+/// needs a column alone: in the first, each finished column is taken from all later ones at once.
 class GramSchmidt {
   public:
-    /// For up to n columns. Null kernels leave all to the plain loops.
-    explicit GramSchmidt(std::size_t n, const SimdKernels::GramSchmidtKernels* kernels =
+    /// For up to n columns.
+    explicit GramSchmidt(std::size_t n, const SimdKernels::GramSchmidtKernels& kernels =
                                             SimdKernels::gram_schmidt_kernels());
 
     void orthonormalise(std::span<Complex> columns, std::size_t m, double epsilon);
@@ -34,7 +33,7 @@ class GramSchmidt {
     bool normalise_column(std::size_t j, std::size_t m);
     std::size_t least_covered_direction(std::size_t count, std::size_t m) const;
 
-    const SimdKernels::GramSchmidtKernels* kernels_;
+    const SimdKernels::GramSchmidtKernels& kernels_;
     CpuStructured::PlanarMatrix<Complex> set_;   ///< columns to come, by rows
     CpuStructured::PlanarMatrix<Complex> basis_; ///< finished columns, one a row
     CpuStructured::PlanarMatrix<Complex> terms_; ///< of a sum over a column

@@ -14,18 +14,8 @@ namespace {
 /// The products of rows, `stride` elements apart, with a vector of as many elements as they have.
 void multiply_rows(const Complex* rows, std::size_t stride, std::span<const Complex> vector,
                    std::span<Complex> products) {
-    if (const auto* kernels = SimdKernels::unfused_kernels<Complex>()) {
-        kernels->row_products({rows, stride}, vector.data(), products.data(), products.size(),
-                              vector.size());
-        return;
-    }
-    for (Complex& product : products) {
-        product = 0;
-        for (std::size_t j = 0; j < vector.size(); ++j) {
-            product += rows[j] * vector[j];
-        }
-        rows += stride;
-    }
+    SimdKernels::unfused_table().complex128.row_products(
+        {rows, stride}, vector.data(), products.data(), products.size(), vector.size());
 }
 
 } // namespace

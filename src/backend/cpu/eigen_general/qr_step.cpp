@@ -2,21 +2,11 @@
 #include "backend/cpu/eigen_general/qr_step.h"
 
 #include "backend/cpu/numbers/element_bits.h"
-#include "backend/cpu/simd/tables/unfused_kernels.h"
+#include "backend/cpu/simd/tables/transposed_copy.h"
 
 #include <algorithm>
 
 namespace Tessaline::CpuFallback {
-
-namespace {
-
-void add_multiple(Complex* sum, Complex factor, const Complex* terms, std::size_t count) {
-    for (std::size_t j = 0; j < count; ++j) {
-        sum[j] += factor * terms[j];
-    }
-}
-
-} // namespace
 
 void QrStep::iterate(SchurForm& schur, std::size_t active, Complex shift, double epsilon) {
     copy_shifted_block(schur, active, shift);
@@ -74,17 +64,8 @@ void QrStep::multiply_rows(std::vector<Complex>& matrix, std::size_t rows, std::
 /// `next_` = A B, all by rows without gaps but for A, whose rows are `stride` elements apart.
 void QrStep::multiply(const Complex* A, std::size_t stride, const Complex* B,
                       SimdKernels::ProductExtents extents) {
-    if (const auto* products = SimdKernels::unfused_kernels<Complex>()) {
-        products->multiply({A, stride}, {B, extents.cols}, {next_.data(), extents.cols}, extents);
-        return;
-    }
-    for (std::size_t i = 0; i < extents.rows; ++i) {
-        Complex* row = &next_[i * extents.cols];
-        std::fill_n(row, extents.cols, Complex(0));
-        for (std::size_t k = 0; k < extents.inner; ++k) {
-            add_multiple(row, A[i * stride + k], &B[k * extents.cols], extents.cols);
-        }
-    }
+    SimdKernels::unfused_table().complex128.multiply({A, stride}, {B, extents.cols},
+                                                     {next_.data(), extents.cols}, extents);
 }
 
 } // namespace Tessaline::CpuFallback

@@ -14,7 +14,7 @@ namespace Tessaline::CpuStructured {
 /// those after it.
 class GroupRotations {
     using BlockRotations = SimdKernels::BlockRotations;
-    static constexpr std::size_t block = SimdKernels::rotation_block;
+    static constexpr std::size_t block = rotation_block;
 
   public:
     explicit GroupRotations(std::size_t blocks) : rotations_(block * blocks) {}
@@ -51,7 +51,7 @@ class GroupRotations {
 /// rotations of the next group are looked for.
 template <typename C>
 class LateRotations {
-    static constexpr std::size_t block = SimdKernels::rotation_block;
+    static constexpr std::size_t block = rotation_block;
 
   public:
     /// The vectors begin as the unit matrix. Where none are wanted, none are kept. Refers to the

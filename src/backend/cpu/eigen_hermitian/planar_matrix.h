@@ -16,7 +16,7 @@ namespace Tessaline::CpuStructured {
 /// of columns and rows. C is double or std::complex<double>.
 template <typename C>
 class PlanarMatrix {
-    static constexpr std::size_t block = SimdKernels::rotation_block;
+    static constexpr std::size_t block = rotation_block;
     static constexpr std::size_t planes = is_complex_element<C> ? 2 : 1;
     static constexpr std::size_t line = 64 / sizeof(double); ///< of the cache
 

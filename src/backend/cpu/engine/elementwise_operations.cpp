@@ -2,6 +2,7 @@
 #include "backend/cpu/engine/operations.h"
 #include "backend/cpu/numbers/element_bits.h"
 #include "backend/cpu/numbers/floating_policies.h"
+#include "backend/cpu/simd/tables/transposed_copy.h"
 #include "backend/cpu/simd/tables/unfused_kernels.h"
 #include "backend/cpu/steps/cpu_chunks.h"
 
@@ -80,14 +81,8 @@ void combine(RealKernel kernel, VectorInput<Form> a, VectorInput<Form> b, Vector
 
 void add_halves(Float16Input a, Float16Input b, Float16Output out) {
     for_elements(out.size, [=](Index begin, Index end) {
-        if (const ConversionKernels* conversions = unfused_table()) {
-            conversions->add_binary16(&a.data[begin].bits, &b.data[begin].bits,
-                                      &out.data[begin].bits, end - begin);
-        } else {
-            std::transform(
-                a.data + begin, a.data + end, b.data + begin, out.data + begin,
-                [](Float16 x, Float16 y) { return result_as<Float16>(widened(x) + widened(y)); });
-        }
+        unfused_table().binary16.add(&a.data[begin].bits, &b.data[begin].bits,
+                                     &out.data[begin].bits, end - begin);
     });
 }
 

@@ -60,8 +60,8 @@ struct EngineRules {
 } // namespace
 
 void lu_decomp(const EngineEliminationKernels& kernels, LuDecompView<long, Complex> lu) {
-    const CpuFallback::EliminationParts<Complex, EngineRules> parts{&kernels};
-    CpuFallback::BlockedElimination elimination(parts, lu.factors, lu.size, lu.pivots);
+    CpuFallback::BlockedElimination<Complex, long, EngineRules> elimination(kernels, lu.factors,
+                                                                            lu.size, lu.pivots);
     const auto progress = elimination.factor();
     *lu.swap_count = elimination.swaps();
     if (progress.end == EliminationEnd::singular) {

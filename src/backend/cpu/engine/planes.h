@@ -4,9 +4,9 @@
 // Split matrices as the kernels take them: single planes, in row-major order.
 
 #include "backend/cpu/engine/forms.h"
+#include "backend/cpu/simd/plain/scratch_memory.h"
 
 #include <optional>
-#include <vector>
 
 namespace Tessaline::SimdOperations {
 
@@ -31,18 +31,18 @@ inline SplitMatrixInput as_input(SplitMatrixOutput matrix) {
 /// Copies elements between matrices of one shape, whatever their orders.
 void copy_matrix(const Table& kernels, SplitMatrixInput from, SplitMatrixOutput to);
 
-/// A row-major split matrix with memory of its own, zeros at first.
+/// A row-major split matrix in scratch memory.
 class SplitScratch {
   public:
     SplitScratch(Index rows, Index cols) : elements_(2 * rows * cols), rows_(rows), cols_(cols) {}
 
-    SplitMatrixOutput view() {
+    SplitMatrixOutput view() const {
         return {elements_.data(), elements_.data() + rows_ * cols_, rows_, cols_,
                 DataMatrixLayout::row_major};
     }
 
   private:
-    std::vector<float> elements_;
+    Scratch<float> elements_;
     Index rows_;
     Index cols_;
 };

@@ -112,7 +112,7 @@ bool is_orthonormal(const Table& kernels, SplitMatrixInput A, Index i, SplitOutp
 }
 
 bool rows_are_orthonormal(const Table& kernels, SplitMatrixInput A) {
-    std::vector<float> products(2 * A.rows);
+    const Scratch<float> products(2 * A.rows);
     for (Index i = 0; i < A.rows; ++i) {
         stop_point();
         if (!is_orthonormal(kernels, A, i, {products.data(), products.data() + A.rows, A.rows})) {

@@ -77,7 +77,7 @@ class SimdEngine {
   public:
     template <typename Pivot, typename Element>
     static void lu_decomp(LuDecompView<Pivot, Element> lu) {
-        static void (*const selected)(LuDecompView<Pivot, Element>) = select(
+        static void (*const selected)(LuDecompView<Pivot, Element>) = of_selected_simd(
             &X86SimdEngine<X86Simd::avx256>::lu_decomp, &X86SimdEngine<X86Simd::avx512>::lu_decomp);
         selected(lu);
     }
@@ -85,19 +85,13 @@ class SimdEngine {
     template <typename... Operands>                                                                \
     static void operation(Operands... operands) {                                                  \
         static void (*const selected)(Operands...) =                                               \
-            select(&X86SimdEngine<X86Simd::avx256>::template operation<Operands...>,               \
-                   &X86SimdEngine<X86Simd::avx512>::template operation<Operands...>);              \
+            of_selected_simd(&X86SimdEngine<X86Simd::avx256>::template operation<Operands...>,     \
+                             &X86SimdEngine<X86Simd::avx512>::template operation<Operands...>);    \
         selected(operands...);                                                                     \
     }
     TESSALINE_SIMD_OPERATIONS_BY_FORM(TESSALINE_ENGINE_OPERATION)
     TESSALINE_SIMD_OPERATIONS_OF_ONE_FORM(TESSALINE_ENGINE_OPERATION)
 #undef TESSALINE_ENGINE_OPERATION
-
-  private:
-    template <typename Function>
-    static Function select(Function avx256, Function avx512) {
-        return selected_x86_simd() == X86Simd::avx512 ? avx512 : avx256;
-    }
 };
 
 } // namespace Tessaline

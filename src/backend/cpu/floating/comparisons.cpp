@@ -38,9 +38,9 @@ bool values_equal(ComputeOf<T> a, ComputeOf<T> b) {
 
 /// Whether the inner products of the lines of a square matrix are those of an orthonormal basis.
 template <typename T>
-bool has_orthonormal_lines(const FloatingMatrix<const T>& matrix) {
+bool has_orthonormal_lines(const FloatingMatrix<const T>& matrix, const UnfusedTable& kernels) {
     using Compute = ComputeOf<T>;
-    const WidenedRows<T> lines(matrix.is_row_major() ? matrix : matrix.transposed());
+    const WidenedRows<T> lines(matrix.is_row_major() ? matrix : matrix.transposed(), kernels);
     bool orthonormal = true;
     // The product of lines j and i is the conjugate of that of i and j, rounding included: one of
     // the two decides for both.
@@ -62,21 +62,19 @@ bool has_orthonormal_lines(const FloatingMatrix<const T>& matrix) {
 } // namespace
 
 template <typename T>
-void FloatingComparisons<T>::is_unitary(BackendExecutionBindings& bindings) {
-    const auto matrix = input_matrix<T>(bindings, input_role(0));
-    const ScalarResult<int> result(bindings, output_role(0));
-    const bool unitary = matrix.rows == matrix.cols && has_orthonormal_lines(matrix);
-    result.store(unitary ? 1 : 0);
+void FloatingComparisons<T>::is_unitary(const MatrixReduction<T, int>& operands,
+                                        const UnfusedTable& kernels) {
+    const auto& matrix = operands.A;
+    const bool unitary = matrix.rows == matrix.cols && has_orthonormal_lines(matrix, kernels);
+    operands.result.store(unitary ? 1 : 0);
 }
 
 template <typename T>
-void FloatingComparisons<T>::vector_equal(BackendExecutionBindings& bindings) {
-    const auto a = input_vector<T>(bindings, input_role(0));
-    const auto b = input_vector<T>(bindings, input_role(1));
-    const ScalarResult<int> result(bindings, output_role(0));
-    const bool equal = std::ranges::equal(
-        a, b, [](const T& x, const T& y) { return values_equal<T>(widened(x), widened(y)); });
-    result.store(equal ? 1 : 0);
+void FloatingComparisons<T>::vector_equal(const VectorComparison<T>& operands) {
+    const bool equal = std::ranges::equal(operands.a, operands.b, [](const T& x, const T& y) {
+        return values_equal<T>(widened(x), widened(y));
+    });
+    operands.result.store(equal ? 1 : 0);
 }
 
 #define TESSALINE_INSTANTIATE(category, Stored, Compute)                                           \

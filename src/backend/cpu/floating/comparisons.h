@@ -3,7 +3,7 @@
 
 // Floating kernels that answer yes or no, within the tolerances of their policy.
 
-#include "tessaline/execution/backend_execution_bindings.h"
+#include "backend/cpu/floating/resolved_operands.h"
 
 namespace Tessaline {
 
@@ -14,9 +14,9 @@ template <typename T>
 struct FloatingComparisons {
     /// Whether the rows of a row-major matrix, or the columns of a column-major one, are
     /// orthonormal. 0 for a matrix that is not square, 1 for an empty one.
-    static void is_unitary(BackendExecutionBindings& bindings);
+    static void is_unitary(const MatrixReduction<T, int>& operands, const UnfusedTable& kernels);
     /// 0 for vectors of different sizes.
-    static void vector_equal(BackendExecutionBindings& bindings);
+    static void vector_equal(const VectorComparison<T>& operands);
 };
 
 } // namespace Tessaline

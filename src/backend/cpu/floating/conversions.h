@@ -1,41 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Elements between storage and compute type, many at a time, and memory to keep them in.
+// Elements between storage and compute type, many at a time.
 
 #include "backend/cpu/numbers/floating_policies.h"
+#include "backend/cpu/simd/plain/scratch_memory.h"
 #include "backend/cpu/simd/tables/unfused_kernels.h"
 
 #include <algorithm>
-#include <memory>
 
 namespace Tessaline {
-
-/// Memory for `count` elements, not initialised: within the object where they are few.
-template <typename T>
-class Scratch {
-  public:
-    explicit Scratch(std::uint64_t count)
-        : data_(count <= few ? reinterpret_cast<T*>(own_) : allocate(count)) {}
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-
-    T* data() const { return data_; }
-
-  private:
-    static constexpr std::uint64_t few = (std::uint64_t{16} << 10U) / sizeof(T);
-
-    T* allocate(std::uint64_t count) {
-        // As bytes, since complex numbers would be set to zero.
-        allocated_ = std::make_unique_for_overwrite<std::byte[]>(count * sizeof(T));
-        return reinterpret_cast<T*>(allocated_.get());
-    }
-
-    static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
-    alignas(T) std::byte own_[few * sizeof(T)];
-    std::unique_ptr<std::byte[]> allocated_;
-    T* data_;
-};
 
 namespace FloatingConversionDetail {
 
@@ -54,38 +28,41 @@ constexpr std::uint64_t part_count = sizeof(T) / sizeof(Component<T>);
 
 } // namespace FloatingConversionDetail
 
+/// The kernels of a T whose parts take two bytes.
+template <typename T>
+const SimdKernels::StoredKernels& stored_kernels(const SimdKernels::UnfusedTable& kernels) {
+    if constexpr (std::is_same_v<T, BFloat16>) {
+        return kernels.bfloat16;
+    } else {
+        return kernels.binary16;
+    }
+}
+
 /// to[i] = widened(from[i]), but that the payload of a NaN may differ.
 template <typename T>
-void widen_elements(const T* from, ComputeOf<T>* to, std::uint64_t count) {
+void widen_elements(const T* from, ComputeOf<T>* to, std::uint64_t count,
+                    [[maybe_unused]] const SimdKernels::UnfusedTable& kernels) {
     using namespace FloatingConversionDetail;
-    if constexpr (!std::is_same_v<T, ComputeOf<T>>) {
-        if (const SimdKernels::ConversionKernels* kernels = SimdKernels::unfused_table()) {
-            const auto widen = std::is_same_v<Component<T>, BFloat16> ? kernels->widen_bfloat16
-                                                                      : kernels->widen_binary16;
-            widen(bits_of(from), reinterpret_cast<float*>(to), count * part_count<T>);
-            return;
-        }
+    if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+        std::copy_n(from, count, to);
+    } else {
+        stored_kernels<T>(kernels).widen(bits_of(from), reinterpret_cast<float*>(to),
+                                         count * part_count<T>);
     }
-    std::transform(from, from + count, to, widened<T>);
 }
 
 /// to[i] = result_as<T>(from[i]).
 template <typename T>
-void store_results(const ComputeOf<T>* from, T* to, std::uint64_t count) {
+void store_results(const ComputeOf<T>* from, T* to, std::uint64_t count,
+                   [[maybe_unused]] const SimdKernels::UnfusedTable& kernels) {
     using namespace FloatingConversionDetail;
-    if constexpr (!std::is_same_v<T, ComputeOf<T>>) {
-        if (const SimdKernels::ConversionKernels* kernels = SimdKernels::unfused_table()) {
-            const auto round = std::is_same_v<Component<T>, BFloat16> ? kernels->round_bfloat16
-                                                                      : kernels->round_binary16;
-            round(reinterpret_cast<const float*>(from), bits_of(to), count * part_count<T>);
-            return;
-        }
+    if constexpr (std::is_same_v<T, ComputeOf<T>>) {
+        std::transform(from, from + count, to, result_as<T>);
+    } else {
+        stored_kernels<T>(kernels).round(reinterpret_cast<const float*>(from), bits_of(to),
+                                         count * part_count<T>);
     }
-    std::transform(from, from + count, to, result_as<T>);
 }
-
-/// Elements of a chunk that are in compute type at once, in the first cache.
-constexpr std::uint64_t conversion_piece = 512;
 
 /// Calls `body(first, count)` for pieces of [begin, end).
 template <typename Body>

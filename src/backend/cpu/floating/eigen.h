@@ -22,7 +22,7 @@ struct FloatingEigen {
     /// std::invalid_argument for an input that is not finite or not Hermitian, SolverError for an
     /// eigenvalue that the output cannot hold, and what CpuStructured::eigen does.
     static void eigh(BackendExecutionBindings& bindings);
-    /// The same without the vectors.
+    /// The eigenvalues of eigh() without the vectors.
     static void eigvalsh(BackendExecutionBindings& bindings);
 };
 

@@ -16,18 +16,18 @@ namespace {
 /// Calls `body(from, to, count)` with pieces of the first input and the output in compute type,
 /// which may be one memory. What it stores has one NaN at the most where T is the compute type.
 template <typename T, typename Body>
-void map_pieces(BackendExecutionBindings& bindings, const Body& body) {
-    const auto in = input_vector<T>(bindings, input_role(0));
-    const auto out = output_vector<T>(bindings, output_role(0), in.size());
+void map_pieces(const VectorMap<T>& operands, const UnfusedTable& kernels, const Body& body) {
+    const std::span<const T> in = operands.in;
+    const std::span<T> out = operands.out;
     for_chunks(in.size(), in.size(), [&](std::uint64_t begin, std::uint64_t end) {
         if constexpr (std::is_same_v<T, ComputeOf<T>>) {
             body(in.data() + begin, out.data() + begin, end - begin);
         } else {
             for_conversion_pieces(begin, end, [&](std::uint64_t first, std::uint64_t count) {
                 ComputeOf<T> piece[conversion_piece];
-                widen_elements(in.data() + first, piece, count);
+                widen_elements(in.data() + first, piece, count, kernels);
                 body(piece, piece, count);
-                store_results(piece, out.data() + first, count);
+                store_results(piece, out.data() + first, count, kernels);
             });
         }
     });
@@ -35,9 +35,9 @@ void map_pieces(BackendExecutionBindings& bindings, const Body& body) {
 
 /// out[i] = function(in[i]) over the first input and the output.
 template <typename T, typename Function>
-void map(BackendExecutionBindings& bindings, const Function& function) {
+void map(const VectorMap<T>& operands, const UnfusedTable& kernels, const Function& function) {
     using C = ComputeOf<T>;
-    map_pieces<T>(bindings, [&](const C* from, C* to, std::uint64_t count) {
+    map_pieces<T>(operands, kernels, [&](const C* from, C* to, std::uint64_t count) {
         for (std::uint64_t i = 0; i < count; ++i) {
             if constexpr (std::is_same_v<T, C>) {
                 to[i] = result_as<T>(function(from[i]));
@@ -50,10 +50,11 @@ void map(BackendExecutionBindings& bindings, const Function& function) {
 
 /// out[i] = function(a[i], b[i]) over both inputs and the output.
 template <typename T, typename Function>
-void combine(BackendExecutionBindings& bindings, const Function& function) {
-    const auto a = input_vector<T>(bindings, input_role(0));
-    const auto b = input_vector<T>(bindings, input_role(1), a.size());
-    const auto out = output_vector<T>(bindings, output_role(0), a.size());
+void combine(const VectorCombination<T>& operands, const UnfusedTable& kernels,
+             const Function& function) {
+    const std::span<const T> a = operands.in.a;
+    const std::span<const T> b = operands.in.b;
+    const std::span<T> out = operands.out;
     for_chunks(a.size(), a.size(), [&](std::uint64_t begin, std::uint64_t end) {
         if constexpr (std::is_same_v<T, ComputeOf<T>>) {
             for (std::uint64_t i = begin; i < end; ++i) {
@@ -63,10 +64,10 @@ void combine(BackendExecutionBindings& bindings, const Function& function) {
             for_conversion_pieces(begin, end, [&](std::uint64_t first, std::uint64_t count) {
                 ComputeOf<T> of_a[conversion_piece];
                 ComputeOf<T> of_b[conversion_piece];
-                widen_elements(a.data() + first, of_a, count);
-                widen_elements(b.data() + first, of_b, count);
+                widen_elements(a.data() + first, of_a, count, kernels);
+                widen_elements(b.data() + first, of_b, count, kernels);
                 std::transform(of_a, of_a + count, of_b, of_a, function);
-                store_results(of_a, out.data() + first, count);
+                store_results(of_a, out.data() + first, count, kernels);
             });
         }
     });
@@ -74,20 +75,16 @@ void combine(BackendExecutionBindings& bindings, const Function& function) {
 
 /// Each element is the Kronecker product of the factor and itself, as products commute bit for bit.
 template <typename T>
-void scale_by_kernel(BackendExecutionBindings& bindings,
-                     const SimdKernels::UnfusedKernels<T>& kernels, T factor) {
-    const auto in = input_vector<T>(bindings, input_role(0));
-    const auto out = output_vector<T>(bindings, output_role(0), in.size());
+void scale_by_kernel(const VectorByScalar<T>& operands,
+                     const SimdKernels::UnfusedKernels<T>& kernels) {
+    const T factor = operands.scalar;
+    const std::span<const T> in = operands.map.in;
+    const std::span<T> out = operands.map.out;
     for_chunks(in.size(), in.size(), [&](std::uint64_t begin, std::uint64_t end) {
         const std::uint64_t count = end - begin;
         kernels.kron({&factor, 1}, {in.data() + begin, count}, out.data() + begin, {1, 1, count}, 0,
                      1);
     });
-}
-
-template <typename Real>
-const SimdKernels::QuotientKernels<Real>* quotient_kernels() {
-    return SimdKernels::unfused_table();
 }
 
 /// A vector in which a quotient does not stand, and what may come after it.
@@ -115,77 +112,74 @@ void divide_by_kernel(const SimdKernels::QuotientKernels<Real>& kernels,
 } // namespace
 
 template <typename T>
-void FloatingElementwise<T>::sqrt(BackendExecutionBindings& bindings) {
+void FloatingElementwise<T>::sqrt(const VectorMap<T>& operands, const UnfusedTable& kernels) {
     using C = ComputeOf<T>;
-    if constexpr (!is_complex_element<T>) {
-        if (const auto* kernels = quotient_kernels<C>()) {
-            map_pieces<T>(bindings, [kernels](const C* from, C* to, std::uint64_t count) {
-                kernels->roots(from, to, count);
-            });
-            return;
-        }
-    }
-    map<T>(bindings, [](ComputeOf<T> x) { return std::sqrt(x); });
-}
-
-template <typename T>
-void FloatingElementwise<T>::conjugate([[maybe_unused]] BackendExecutionBindings& bindings) {
     if constexpr (is_complex_element<T>) {
-        const auto out = output_vector<T>(bindings, output_role(0));
-        auto* const bits = as_bits(out.data());
-        for_chunks(out.size(), out.size(), [&](std::uint64_t begin, std::uint64_t end) {
-            copy_flipped(bits + begin, bits + begin, end - begin, imaginary_sign<T>());
+        map<T>(operands, kernels, [](C x) { return std::sqrt(x); });
+    } else {
+        const auto roots = SimdKernels::quotient_kernels<C>(kernels).roots;
+        map_pieces<T>(operands, kernels, [roots](const C* from, C* to, std::uint64_t count) {
+            roots(from, to, count);
         });
     }
 }
 
 template <typename T>
-void FloatingElementwise<T>::multiply(BackendExecutionBindings& bindings) {
-    combine<T>(bindings, [](ComputeOf<T> a, ComputeOf<T> b) { return a * b; });
+void FloatingElementwise<T>::conjugate(const VectorInPlace<T>& operands) {
+    const std::span<T> out = operands.elements;
+    auto* const bits = as_bits(out.data());
+    for_chunks(out.size(), out.size(), [&](std::uint64_t begin, std::uint64_t end) {
+        copy_flipped(bits + begin, bits + begin, end - begin, imaginary_sign<T>());
+    });
 }
 
 template <typename T>
-void FloatingElementwise<T>::add(BackendExecutionBindings& bindings) {
-    combine<T>(bindings, [](ComputeOf<T> a, ComputeOf<T> b) { return a + b; });
+void FloatingElementwise<T>::multiply(const VectorCombination<T>& operands,
+                                      const UnfusedTable& kernels) {
+    combine<T>(operands, kernels, [](ComputeOf<T> a, ComputeOf<T> b) { return a * b; });
 }
 
 template <typename T>
-void FloatingElementwise<T>::subtract(BackendExecutionBindings& bindings) {
-    combine<T>(bindings, [](ComputeOf<T> a, ComputeOf<T> b) { return a - b; });
+void FloatingElementwise<T>::add(const VectorCombination<T>& operands,
+                                 const UnfusedTable& kernels) {
+    combine<T>(operands, kernels, [](ComputeOf<T> a, ComputeOf<T> b) { return a + b; });
 }
 
 template <typename T>
-void FloatingElementwise<T>::scale(BackendExecutionBindings& bindings) {
-    const auto factor = input_scalar<T>(bindings, input_role(1));
+void FloatingElementwise<T>::subtract(const VectorCombination<T>& operands,
+                                      const UnfusedTable& kernels) {
+    combine<T>(operands, kernels, [](ComputeOf<T> a, ComputeOf<T> b) { return a - b; });
+}
+
+template <typename T>
+void FloatingElementwise<T>::scale(const VectorByScalar<T>& operands, const UnfusedTable& kernels) {
     if constexpr (is_complex_element<T> && std::is_same_v<T, ComputeOf<T>>) {
-        if (const auto* kernels = SimdKernels::unfused_kernels<T>()) {
-            scale_by_kernel(bindings, *kernels, factor);
-            return;
-        }
+        scale_by_kernel(operands, SimdKernels::unfused_kernels<T>(kernels));
+    } else {
+        map<T>(operands.map, kernels,
+               [factor = operands.scalar](ComputeOf<T> x) { return x * factor; });
     }
-    map<T>(bindings, [factor](ComputeOf<T> x) { return x * factor; });
 }
 
 template <typename T>
-void FloatingElementwise<T>::divide(BackendExecutionBindings& bindings) {
+void FloatingElementwise<T>::divide(const VectorByScalar<T>& operands,
+                                    const UnfusedTable& kernels) {
     using C = ComputeOf<T>;
-    const C scalar = input_scalar<T>(bindings, input_role(1));
-    const auto* kernels = quotient_kernels<Component<C>>();
+    const C scalar = operands.scalar;
+    const auto& quotients = SimdKernels::quotient_kernels<Component<C>>(kernels);
     if constexpr (is_complex_element<T>) {
         const ComplexDivisor divisor(scalar);
-        if (kernels != nullptr && divisor.is_ordinary()) {
-            map_pieces<T>(bindings, [&](const C* from, C* to, std::uint64_t count) {
-                divide_by_kernel(*kernels, divisor, from, to, count);
+        if (divisor.is_ordinary()) {
+            map_pieces<T>(operands.map, kernels, [&](const C* from, C* to, std::uint64_t count) {
+                divide_by_kernel(quotients, divisor, from, to, count);
             });
         } else {
-            map<T>(bindings, [&divisor](C x) { return divisor.quotient(x); });
+            map<T>(operands.map, kernels, [&divisor](C x) { return divisor.quotient(x); });
         }
-    } else if (kernels != nullptr) {
-        map_pieces<T>(bindings, [=](const C* from, C* to, std::uint64_t count) {
-            kernels->divide(from, scalar, to, count);
-        });
     } else {
-        map<T>(bindings, [scalar](C x) { return x / scalar; });
+        map_pieces<T>(operands.map, kernels, [&](const C* from, C* to, std::uint64_t count) {
+            quotients.divide(from, scalar, to, count);
+        });
     }
 }
 

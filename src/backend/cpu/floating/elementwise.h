@@ -3,7 +3,7 @@
 
 // Elementwise floating kernels, parallel over elements.
 
-#include "tessaline/execution/backend_execution_bindings.h"
+#include "backend/cpu/floating/resolved_operands.h"
 
 namespace Tessaline {
 
@@ -13,14 +13,14 @@ namespace Tessaline {
 template <typename T>
 struct FloatingElementwise {
     /// The library's principal root; NaN for a negative real element.
-    static void sqrt(BackendExecutionBindings& bindings);
+    static void sqrt(const VectorMap<T>& operands, const UnfusedTable& kernels);
     /// In place; does nothing at all for real elements.
-    static void conjugate(BackendExecutionBindings& bindings);
-    static void multiply(BackendExecutionBindings& bindings);
-    static void add(BackendExecutionBindings& bindings);
-    static void subtract(BackendExecutionBindings& bindings);
-    static void scale(BackendExecutionBindings& bindings);
-    static void divide(BackendExecutionBindings& bindings);
+    static void conjugate(const VectorInPlace<T>& operands);
+    static void multiply(const VectorCombination<T>& operands, const UnfusedTable& kernels);
+    static void add(const VectorCombination<T>& operands, const UnfusedTable& kernels);
+    static void subtract(const VectorCombination<T>& operands, const UnfusedTable& kernels);
+    static void scale(const VectorByScalar<T>& operands, const UnfusedTable& kernels);
+    static void divide(const VectorByScalar<T>& operands, const UnfusedTable& kernels);
 };
 
 } // namespace Tessaline

@@ -32,13 +32,14 @@ class Step final : public BackendProcessStep {
 } // namespace
 
 template <typename T>
-void run_floating_kernel(FloatingOperation operation, BackendExecutionBindings& bindings) {
+void run_floating_kernel(FloatingOperation operation, BackendExecutionBindings& bindings,
+                         const SimdKernels::UnfusedTable& vector_kernels) {
     static_assert(kernels<T>.is_complete(), "an operation has no kernel");
     const FloatingKernel kernel = kernels<T>.find(operation);
     if (kernel == nullptr) {
         throw std::logic_error("CPU floating kernel - unsupported operation");
     }
-    kernel(bindings);
+    kernel(bindings, vector_kernels);
 }
 
 template <typename T>
@@ -48,7 +49,8 @@ std::unique_ptr<BackendProcessStep> floating_kernel_step(FloatingOperation opera
 
 #define TESSALINE_INSTANTIATE(category, Stored, Compute)                                           \
     TESSALINE_IF_FLOATING_##category(                                                              \
-        template void run_floating_kernel<Stored>(FloatingOperation, BackendExecutionBindings&);   \
+        template void run_floating_kernel<Stored>(FloatingOperation, BackendExecutionBindings&,    \
+                                                  const SimdKernels::UnfusedTable&);               \
         template std::unique_ptr<BackendProcessStep> floating_kernel_step<Stored>(                 \
             FloatingOperation);)
 TESSALINE_COMPILED_POLICIES(TESSALINE_INSTANTIATE)

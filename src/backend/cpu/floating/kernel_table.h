@@ -19,8 +19,11 @@
 
 namespace Tessaline {
 
-/// A kernel resolves its operands itself.
-using FloatingKernel = void (*)(BackendExecutionBindings&);
+/// Resolves its operands, and computes by the kernels of a table what goes by vectors.
+using FloatingKernel = void (*)(BackendExecutionBindings&, const UnfusedTable&);
+
+/// The conjugate of real elements, which does not even look at them.
+inline void leave_real_elements(BackendExecutionBindings&, const UnfusedTable&) {}
 
 class FloatingKernelTable {
   public:
@@ -43,39 +46,46 @@ class FloatingKernelTable {
 template <typename T>
 constexpr FloatingKernelTable make_floating_kernel_table() {
     FloatingKernelTable table;
-    table[FloatingOperation::sqrt] = FloatingElementwise<T>::sqrt;
-    table[FloatingOperation::conjugate] = FloatingElementwise<T>::conjugate;
-    table[FloatingOperation::multiply] = FloatingElementwise<T>::multiply;
-    table[FloatingOperation::add] = FloatingElementwise<T>::add;
-    table[FloatingOperation::subtract] = FloatingElementwise<T>::subtract;
-    table[FloatingOperation::scale] = FloatingElementwise<T>::scale;
-    table[FloatingOperation::divide] = FloatingElementwise<T>::divide;
-    table[FloatingOperation::sum] = FloatingReductions<T>::sum;
-    table[FloatingOperation::inner] = FloatingReductions<T>::inner;
-    table[FloatingOperation::trace] = FloatingReductions<T>::trace;
-    table[FloatingOperation::norm] = FloatingReductions<T>::norm;
-    table[FloatingOperation::matmul] = FloatingProducts<T>::matmul;
-    table[FloatingOperation::matvec] = FloatingProducts<T>::matvec;
-    table[FloatingOperation::transpose] = FloatingStructure<T>::transpose;
-    table[FloatingOperation::adjoint] = FloatingStructure<T>::adjoint;
-    table[FloatingOperation::kron] = FloatingStructure<T>::kron;
-    table[FloatingOperation::outer] = FloatingStructure<T>::outer;
-    table[FloatingOperation::partial_trace_left] = FloatingStructure<T>::partial_trace_left;
-    table[FloatingOperation::partial_trace_right] = FloatingStructure<T>::partial_trace_right;
-    table[FloatingOperation::eye] = FloatingStructure<T>::eye;
-    table[FloatingOperation::is_unitary] = FloatingComparisons<T>::is_unitary;
-    table[FloatingOperation::vector_equal] = FloatingComparisons<T>::vector_equal;
-    table[FloatingOperation::lu_factor] = FloatingLu<T>::lu_factor;
-    table[FloatingOperation::solve] = FloatingLu<T>::solve;
-    table[FloatingOperation::logdet] = FloatingLu<T>::logdet;
-    table[FloatingOperation::slogdet] = StructuredLogdet<T>::slogdet;
+    table[FloatingOperation::sqrt] = Resolved<FloatingElementwise<T>::sqrt>::run;
+    if constexpr (is_complex_element<T>) {
+        table[FloatingOperation::conjugate] = Resolved<FloatingElementwise<T>::conjugate>::run;
+    } else {
+        table[FloatingOperation::conjugate] = leave_real_elements;
+    }
+    table[FloatingOperation::multiply] = Resolved<FloatingElementwise<T>::multiply>::run;
+    table[FloatingOperation::add] = Resolved<FloatingElementwise<T>::add>::run;
+    table[FloatingOperation::subtract] = Resolved<FloatingElementwise<T>::subtract>::run;
+    table[FloatingOperation::scale] = Resolved<FloatingElementwise<T>::scale>::run;
+    table[FloatingOperation::divide] = Resolved<FloatingElementwise<T>::divide>::run;
+    table[FloatingOperation::sum] = Resolved<FloatingReductions<T>::sum>::run;
+    table[FloatingOperation::inner] = Resolved<FloatingReductions<T>::inner>::run;
+    table[FloatingOperation::trace] = Resolved<FloatingReductions<T>::trace>::run;
+    table[FloatingOperation::norm] = Resolved<FloatingReductions<T>::norm>::run;
+    table[FloatingOperation::matmul] = Resolved<FloatingProducts<T>::matmul>::run;
+    table[FloatingOperation::matvec] = Resolved<FloatingProducts<T>::matvec>::run;
+    table[FloatingOperation::transpose] = Resolved<FloatingStructure<T>::transpose>::run;
+    table[FloatingOperation::adjoint] = Resolved<FloatingStructure<T>::adjoint>::run;
+    table[FloatingOperation::kron] = Resolved<FloatingStructure<T>::kron>::run;
+    table[FloatingOperation::outer] = Resolved<FloatingStructure<T>::outer>::run;
+    table[FloatingOperation::partial_trace_left] =
+        Resolved<FloatingStructure<T>::partial_trace_left>::run;
+    table[FloatingOperation::partial_trace_right] =
+        Resolved<FloatingStructure<T>::partial_trace_right>::run;
+    table[FloatingOperation::eye] = Resolved<FloatingStructure<T>::eye>::run;
+    table[FloatingOperation::is_unitary] = Resolved<FloatingComparisons<T>::is_unitary>::run;
+    table[FloatingOperation::vector_equal] = Resolved<FloatingComparisons<T>::vector_equal>::run;
+    table[FloatingOperation::lu_factor] = Resolved<FloatingLu<T>::lu_factor>::run;
+    table[FloatingOperation::solve] = Resolved<FloatingLu<T>::solve>::run;
+    table[FloatingOperation::logdet] = Resolved<FloatingLu<T>::logdet>::run;
+    table[FloatingOperation::slogdet] = Resolved<StructuredLogdet<T>::slogdet>::run;
     table[FloatingOperation::logdet_positive_definite] =
-        StructuredLogdet<T>::logdet_positive_definite;
-    table[FloatingOperation::eig] = FloatingEigen<T>::eig;
-    table[FloatingOperation::principal_eigenvector] = FloatingEigen<T>::principal_eigenvector;
-    table[FloatingOperation::eigh] = FloatingEigen<T>::eigh;
-    table[FloatingOperation::eigvalsh] = FloatingEigen<T>::eigvalsh;
-    table[FloatingOperation::matrix_power] = FloatingMatrixPower<T>::matrix_power;
+        Resolved<StructuredLogdet<T>::logdet_positive_definite>::run;
+    table[FloatingOperation::eig] = Resolved<FloatingEigen<T>::eig>::run;
+    table[FloatingOperation::principal_eigenvector] =
+        Resolved<FloatingEigen<T>::principal_eigenvector>::run;
+    table[FloatingOperation::eigh] = Resolved<FloatingEigen<T>::eigh>::run;
+    table[FloatingOperation::eigvalsh] = Resolved<FloatingEigen<T>::eigvalsh>::run;
+    table[FloatingOperation::matrix_power] = Resolved<FloatingMatrixPower<T>::matrix_power>::run;
     return table;
 }
 

@@ -12,9 +12,7 @@
 
 namespace Tessaline {
 
-namespace {
-
-int exponent_of(BackendExecutionBindings& bindings) {
+int matrix_power_exponent(BackendExecutionBindings& bindings) {
     const auto& scalar = bound_entity<ScalarEntity>(bindings.operands.at(input_role(1)));
     constexpr std::string_view name = "matrix power exponent";
     const int exponent =
@@ -24,6 +22,8 @@ int exponent_of(BackendExecutionBindings& bindings) {
     }
     return exponent;
 }
+
+namespace {
 
 /// The elements of `from` in the order of `to`, each mapped.
 template <typename From, typename To, typename Function>
@@ -42,7 +42,7 @@ void map_elements(const FloatingMatrix<From>& from, const FloatingMatrix<To>& to
 /// the power is the result itself where that can hold it.
 template <typename T>
 void store_power(const FloatingMatrix<const T>& A, std::uint32_t exponent,
-                 const FloatingMatrix<T>& result) {
+                 const FloatingMatrix<T>& result, const UnfusedTable& kernels) {
     using Compute = ComputeOf<T>;
     using Matrix = FloatingMatrix<Compute>;
     const std::uint64_t n = A.rows;
@@ -63,33 +63,32 @@ void store_power(const FloatingMatrix<const T>& A, std::uint32_t exponent,
     for (std::uint64_t i = 0; i < n; ++i) {
         matrices[0](i, i) = 1;
     }
-    widen_rows(A, 0, n, matrices[1].data);
+    widen_rows(A, 0, n, matrices[1].data, kernels);
     power_by_squaring(exponent, matrices[0], matrices[1], matrices[2],
-                      [](const Matrix& B, const Matrix& C, const Matrix& product) {
+                      [&](const Matrix& B, const Matrix& C, const Matrix& product) {
                           multiply_matrices<Compute>({B.data, B.rows, B.cols, B.layout},
-                                                     {C.data, C.rows, C.cols, C.layout}, product);
+                                                     {C.data, C.rows, C.cols, C.layout}, product,
+                                                     kernels);
                       });
     if (!result.is_row_major()) {
         map_elements(matrices[last], result, [](Compute element) { return result_as<T>(element); });
     } else if (!std::is_same_v<T, Compute>) {
-        store_results(matrices[last].data, result.data, count);
+        store_results(matrices[last].data, result.data, count, kernels);
     }
 }
 
 } // namespace
 
 template <typename T>
-void FloatingMatrixPower<T>::matrix_power(BackendExecutionBindings& bindings) {
-    const std::uint64_t n = input_matrix<T>(bindings, input_role(0)).rows;
-    const auto A = input_matrix<T>(bindings, input_role(0), {n, n});
-    const int exponent = exponent_of(bindings);
-    const auto result = output_matrix<T>(bindings, output_role(0), {n, n});
+void FloatingMatrixPower<T>::matrix_power(const MatrixPower<T>& operands,
+                                          const UnfusedTable& kernels) {
+    const auto& [A, exponent, result] = operands;
     if (exponent == 0) {
-        FloatingStructure<T>::eye(bindings);
+        FloatingStructure<T>::eye(MatrixOutput<T>(result));
     } else if (exponent == 1) {
         map_elements(A, result, [](T element) { return element; });
     } else {
-        store_power(A, static_cast<std::uint32_t>(exponent), result);
+        store_power(A, static_cast<std::uint32_t>(exponent), result, kernels);
     }
 }
 

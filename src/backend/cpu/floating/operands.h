@@ -91,7 +91,7 @@ std::span<const T> input_vector(BackendExecutionBindings& bindings, OperandRole 
                                             size);
 }
 
-/// The same for a vector that is written.
+/// A vector that is written, of `size` elements where the operation implies it.
 template <typename T>
 std::span<T> output_vector(BackendExecutionBindings& bindings, OperandRole role,
                            std::optional<std::uint64_t> size = std::nullopt) {
@@ -107,7 +107,7 @@ FloatingMatrix<const T> input_matrix(BackendExecutionBindings& bindings, Operand
                                             implied);
 }
 
-/// The same for a matrix that is written.
+/// A matrix that is written, of the shape that the operation implies.
 template <typename T>
 FloatingMatrix<T> output_matrix(BackendExecutionBindings& bindings, OperandRole role,
                                 MatrixExtents implied = {}) {

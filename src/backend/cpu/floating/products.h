@@ -3,7 +3,7 @@
 
 // Matrix products of the floating kernels, for every order of the operands' elements.
 
-#include "backend/cpu/floating/operands.h"
+#include "backend/cpu/floating/resolved_operands.h"
 
 namespace Tessaline {
 
@@ -12,14 +12,14 @@ namespace Tessaline {
 /// C99 Annex G does. Parallel over the rows of C, which overlaps neither factor. The shapes agree.
 template <typename T>
 void multiply_matrices(const FloatingMatrix<const T>& A, const FloatingMatrix<const T>& B,
-                       const FloatingMatrix<T>& C);
+                       const FloatingMatrix<T>& C, const UnfusedTable& kernels);
 
 /// Operands are those of the operation of the same name; see operands.h for the errors.
 template <typename T>
 struct FloatingProducts {
-    static void matmul(BackendExecutionBindings& bindings);
+    static void matmul(const MatrixProduct<T>& operands, const UnfusedTable& kernels);
     /// As matmul with one column; parallel over rows.
-    static void matvec(BackendExecutionBindings& bindings);
+    static void matvec(const MatrixVectorProduct<T>& operands, const UnfusedTable& kernels);
 };
 
 } // namespace Tessaline

@@ -13,13 +13,13 @@ namespace {
 
 /// Calls `body(first, elements, count)` with all elements in order, in compute type.
 template <typename T, typename Body>
-void for_widened_pieces(std::span<const T> in, const Body& body) {
+void for_widened_pieces(std::span<const T> in, const UnfusedTable& kernels, const Body& body) {
     if constexpr (std::is_same_v<T, ComputeOf<T>>) {
         body(0, in.data(), in.size());
     } else {
         for_conversion_pieces(0, in.size(), [&](std::uint64_t first, std::uint64_t count) {
             ComputeOf<T> piece[conversion_piece];
-            widen_elements(in.data() + first, piece, count);
+            widen_elements(in.data() + first, piece, count, kernels);
             body(first, piece, count);
         });
     }
@@ -61,62 +61,60 @@ constexpr std::uint64_t shortest_norm_by_kernel = 8;
 } // namespace
 
 template <typename T>
-void FloatingReductions<T>::sum(BackendExecutionBindings& bindings) {
-    const auto in = input_vector<T>(bindings, input_role(0));
-    const ScalarResult<T> result(bindings, output_role(0));
+void FloatingReductions<T>::sum(const VectorReduction<T>& operands, const UnfusedTable& kernels) {
     ComputeOf<T> sum{};
-    for_widened_pieces<T>(in, [&sum](auto, const ComputeOf<T>* elements, std::uint64_t count) {
-        ComputeOf<T> so_far = sum;
-        for (std::uint64_t i = 0; i < count; ++i) {
-            so_far += elements[i];
-        }
-        sum = so_far;
-    });
-    result.store(sum);
+    for_widened_pieces<T>(operands.in, kernels,
+                          [&sum](auto, const ComputeOf<T>* elements, std::uint64_t count) {
+                              ComputeOf<T> so_far = sum;
+                              for (std::uint64_t i = 0; i < count; ++i) {
+                                  so_far += elements[i];
+                              }
+                              sum = so_far;
+                          });
+    operands.result.store(sum);
 }
 
 template <typename T>
-void FloatingReductions<T>::inner(BackendExecutionBindings& bindings) {
-    const auto a = input_vector<T>(bindings, input_role(0));
-    const auto b = input_vector<T>(bindings, input_role(1), a.size());
-    const ScalarResult<T> result(bindings, output_role(0));
+void FloatingReductions<T>::inner(const VectorPairReduction<T>& operands,
+                                  const UnfusedTable& kernels) {
+    const auto [a, b] = operands.in;
     ComputeOf<T> sum{};
-    for_widened_pieces<T>(a, [&](std::uint64_t first, const auto* of_a, std::uint64_t count) {
-        ComputeOf<T> so_far = sum;
-        for_widened_pieces<T>(b.subspan(first, count), [&](auto, const auto* of_b, auto) {
-            for (std::uint64_t i = 0; i < count; ++i) {
-                so_far += conjugated(of_a[i]) * of_b[i];
-            }
-        });
-        sum = so_far;
-    });
-    result.store(sum);
+    for_widened_pieces<T>(a, kernels,
+                          [&](std::uint64_t first, const auto* of_a, std::uint64_t count) {
+                              ComputeOf<T> so_far = sum;
+                              for_widened_pieces<T>(b.subspan(first, count), kernels,
+                                                    [&](auto, const auto* of_b, auto) {
+                                                        for (std::uint64_t i = 0; i < count; ++i) {
+                                                            so_far += conjugated(of_a[i]) * of_b[i];
+                                                        }
+                                                    });
+                              sum = so_far;
+                          });
+    operands.result.store(sum);
 }
 
 template <typename T>
-void FloatingReductions<T>::trace(BackendExecutionBindings& bindings) {
-    const auto matrix = input_matrix<T>(bindings, input_role(0));
-    const ScalarResult<T> result(bindings, output_role(0));
+void FloatingReductions<T>::trace(const MatrixReduction<T, T>& operands) {
+    const auto& matrix = operands.A;
     ComputeOf<T> sum{};
     for (std::uint64_t i = 0; i < std::min(matrix.rows, matrix.cols); ++i) {
         sum += widened(matrix(i, i));
     }
-    result.store(sum);
+    operands.result.store(sum);
 }
 
 template <typename T>
-void FloatingReductions<T>::norm(BackendExecutionBindings& bindings) {
-    const auto in = input_vector<T>(bindings, input_role(0));
-    const ScalarResult<T> result(bindings, output_role(0));
+void FloatingReductions<T>::norm(const VectorReduction<T>& operands, const UnfusedTable& kernels) {
     using Real = Component<ComputeOf<T>>;
-    const SimdKernels::NormKernels<Real>* kernels =
-        in.size() < shortest_norm_by_kernel ? nullptr : SimdKernels::unfused_table();
+    const auto& norms = SimdKernels::norm_kernels<Real>(kernels);
+    const bool is_short = operands.in.size() < shortest_norm_by_kernel;
     Real norm = 0;
-    for_widened_pieces<T>(in, [&](auto, const ComputeOf<T>* elements, std::uint64_t count) {
-        norm = kernels == nullptr ? plain_norm(norm, elements, count)
-                                  : norm_by_kernel(*kernels, norm, elements, count);
-    });
-    result.store(norm);
+    for_widened_pieces<T>(operands.in, kernels,
+                          [&](auto, const ComputeOf<T>* elements, std::uint64_t count) {
+                              norm = is_short ? plain_norm(norm, elements, count)
+                                              : norm_by_kernel(norms, norm, elements, count);
+                          });
+    operands.result.store(norm);
 }
 
 #define TESSALINE_INSTANTIATE(category, Stored, Compute)                                           \

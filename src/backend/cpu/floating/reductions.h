@@ -4,7 +4,7 @@
 // Floating kernels that reduce an operand to a scalar. All are serial: the order of each
 // accumulation is that of the elements, so the thread count cannot change a bit.
 
-#include "tessaline/execution/backend_execution_bindings.h"
+#include "backend/cpu/floating/resolved_operands.h"
 
 namespace Tessaline {
 
@@ -13,14 +13,14 @@ namespace Tessaline {
 /// errors.
 template <typename T>
 struct FloatingReductions {
-    static void sum(BackendExecutionBindings& bindings);
+    static void sum(const VectorReduction<T>& operands, const UnfusedTable& kernels);
     /// The first vector is conjugated.
-    static void inner(BackendExecutionBindings& bindings);
+    static void inner(const VectorPairReduction<T>& operands, const UnfusedTable& kernels);
     /// The sum of the available diagonal, also of a rectangular matrix.
-    static void trace(BackendExecutionBindings& bindings);
+    static void trace(const MatrixReduction<T, T>& operands);
     /// The Euclidean norm, accumulated by the library's hypot and so without overflow unless the
     /// norm itself overflows. A complex result has the imaginary part 0.
-    static void norm(BackendExecutionBindings& bindings);
+    static void norm(const VectorReduction<T>& operands, const UnfusedTable& kernels);
 };
 
 } // namespace Tessaline

@@ -14,12 +14,12 @@ namespace {
 
 /// result(i, j) = in(j, i), with the bits `flipped` changed.
 template <typename T>
-void map_transposed(BackendExecutionBindings& bindings, BitsOf<T> flipped) {
-    const auto in = input_matrix<T>(bindings, input_role(0));
-    const auto result = output_matrix<T>(bindings, output_role(0), {in.cols, in.rows});
+void map_transposed(const MatrixTransposition<T>& operands, BitsOf<T> flipped,
+                    const UnfusedTable& kernels) {
+    const FloatingMatrix<T>& result = operands.result;
     // Lines of the result are contiguous; those of the input run across them, or along them.
     const bool row_major = result.is_row_major();
-    const auto lines = lines_along(result.layout, in.transposed());
+    const auto lines = lines_along(result.layout, operands.A.transposed());
     const std::uint64_t line_length = row_major ? result.cols : result.rows;
     const bool past_caches = result.rows * result.cols * sizeof(T) >= least_bytes_past_caches;
     const auto* const from = as_bits(lines.data);
@@ -36,7 +36,7 @@ void map_transposed(BackendExecutionBindings& bindings, BitsOf<T> flipped) {
                    BitsOf<T>* target = to + first_line * line_length + first;
                    if (lines.stride != 1) {
                        copy_transposed(source, lines.stride, target, line_length, count, line_count,
-                                       flipped, past_caches);
+                                       flipped, past_caches, kernels);
                        return;
                    }
                    for (std::uint64_t line = 0; line < line_count; ++line) {
@@ -46,47 +46,20 @@ void map_transposed(BackendExecutionBindings& bindings, BitsOf<T> flipped) {
                });
 }
 
-/// Along a line of the result each element of a line of A meets a whole line of B.
+/// The Kronecker product.
 template <typename T>
-void fill_kron_plainly(const FloatingMatrix<const T>& A, const FloatingMatrix<const T>& B,
-                       const FloatingMatrix<T>& result) {
-    const auto a_lines = lines_along(result.layout, A);
-    const auto b_lines = lines_along(result.layout, B);
-    const std::uint64_t b_line_count = result.is_row_major() ? B.rows : B.cols;
-    const std::uint64_t b_length = result.is_row_major() ? B.cols : B.rows;
-    fill_lines(result, work_of(result.rows, result.cols),
-               [&](std::uint64_t line, std::uint64_t begin, std::uint64_t end, T* out) {
-                   if (begin == end) {
-                       return;
-                   }
-                   const std::uint64_t a_line = line / b_line_count;
-                   const std::uint64_t b_line = line % b_line_count;
-                   std::uint64_t a_position = begin / b_length;
-                   std::uint64_t b_position = begin % b_length;
-                   for (std::uint64_t p = begin; p < end; ++a_position, b_position = 0) {
-                       const auto a = widened(a_lines(a_line, a_position));
-                       const std::uint64_t b_end = std::min(b_length, b_position + (end - p));
-                       p += b_end - b_position;
-                       for (; b_position < b_end; ++b_position) {
-                           *out++ = result_as<T>(a * widened(b_lines(b_line, b_position)));
-                       }
-                   }
-               });
-}
-
-template <typename T>
-void fill_kron_by_kernels(const SimdKernels::UnfusedKernels<ComputeOf<T>>& kernels,
-                          const FloatingMatrix<const T>& A, const FloatingMatrix<const T>& B,
-                          const FloatingMatrix<T>& result) {
+void fill_kron(const FloatingMatrix<const T>& A, const FloatingMatrix<const T>& B,
+               const FloatingMatrix<T>& result, const UnfusedTable& table) {
+    const auto& kernels = SimdKernels::unfused_kernels<ComputeOf<T>>(table);
     if (!result.is_row_major()) {
-        fill_kron_by_kernels(kernels, A.transposed(), B.transposed(), result.transposed());
+        fill_kron(A.transposed(), B.transposed(), result.transposed(), table);
         return;
     }
     const std::uint64_t cols = result.cols;
     const std::uint64_t work = work_of(result.rows, cols);
     if constexpr (std::is_same_v<T, ComputeOf<T>>) {
-        const WidenedRows<T> a(A);
-        const WidenedRows<T> b(B);
+        const WidenedRows<T> a(A, table);
+        const WidenedRows<T> b(B, table);
         for_chunks(result.rows, work, [&](std::uint64_t begin, std::uint64_t end) {
             kernels.kron({a[0], A.cols}, {b[0], B.cols}, result.data + begin * cols,
                          {A.cols, B.rows, B.cols}, begin, end);
@@ -103,26 +76,15 @@ void fill_kron_by_kernels(const SimdKernels::UnfusedKernels<ComputeOf<T>>& kerne
             for (std::uint64_t i = begin; i < end; ++i) {
                 const std::uint64_t of_b = i % B.rows;
                 if (i == begin || of_b == 0) {
-                    widen_rows(A, i / B.rows, i / B.rows + 1, a);
+                    widen_rows(A, i / B.rows, i / B.rows + 1, a, table);
                 }
                 if (i == begin || B.rows > 1) {
-                    widen_rows(B, of_b, of_b + 1, b);
+                    widen_rows(B, of_b, of_b + 1, b, table);
                 }
                 kernels.kron({a, A.cols}, {b, B.cols}, products, {A.cols, 1, B.cols}, 0, 1);
-                store_results(products, result.data + i * cols, cols);
+                store_results(products, result.data + i * cols, cols, table);
             }
         });
-    }
-}
-
-/// The Kronecker product.
-template <typename T>
-void fill_kron(const FloatingMatrix<const T>& A, const FloatingMatrix<const T>& B,
-               const FloatingMatrix<T>& result) {
-    if (const auto* kernels = SimdKernels::unfused_kernels<ComputeOf<T>>()) {
-        fill_kron_by_kernels<T>(*kernels, A, B, result);
-    } else {
-        fill_kron_plainly<T>(A, B, result);
     }
 }
 
@@ -130,9 +92,10 @@ void fill_kron(const FloatingMatrix<const T>& A, const FloatingMatrix<const T>& 
 template <typename T>
 class PartialTrace {
   public:
-    explicit PartialTrace(BackendExecutionBindings& bindings)
-        : A_(input_matrix<T>(bindings, input_role(0))),
-          result_(output_matrix<T>(bindings, output_role(0))),
+    PartialTrace(const MatrixMap<T>& operands, const UnfusedTable& kernels)
+        : kernels_(kernels),
+          A_(operands.A),
+          result_(operands.result),
           traced_(result_.rows == 0 ? 0 : A_.rows / result_.rows) {}
 
     std::uint64_t kept() const { return result_.rows; }
@@ -144,20 +107,17 @@ class PartialTrace {
         const auto lines = lines_along(result_.layout, A_);
         fill_lines(result_, work_of(result_.rows, result_.cols, traced_),
                    [&](std::uint64_t line, std::uint64_t begin, std::uint64_t end, T* out) {
-                       for (; begin < end; begin += sums_in_flight, out += sums_in_flight) {
+                       for (; begin < end; begin += traces_at_once, out += traces_at_once) {
                            fill_run({.terms = &lines(line * kept_step, begin * kept_step),
                                      .step = kept_step * lines.stride,
                                      .term_step = traced_step * (lines.line_stride + lines.stride),
-                                     .count = std::min(sums_in_flight, end - begin)},
+                                     .count = std::min(traces_at_once, end - begin)},
                                     out);
                        }
                    });
     }
 
   private:
-    /// Sums of neighbours that are formed side by side: as many as the first cache holds with ease.
-    static constexpr std::uint64_t sums_in_flight = 256;
-
     /// Where the terms of some neighbours lie.
     struct Run {
         const T* terms;          ///< the first of the first sum
@@ -167,7 +127,7 @@ class PartialTrace {
     };
 
     void fill_run(const Run& run, T* out) const {
-        if (run.step == 1 && SimdKernels::unfused_table() != nullptr) {
+        if (run.step == 1) {
             sum_by_kernel(run, out);
             return;
         }
@@ -176,23 +136,21 @@ class PartialTrace {
         for (std::uint64_t t = 0; t < traced_; ++t) {
             add(sums.data(), run.terms + t * run.term_step, run.step, run.count);
         }
-        store_results(sums.data(), out, run.count);
+        store_results(sums.data(), out, run.count, kernels_);
     }
 
     /// Sums of terms that lie side by side.
     void sum_by_kernel(const Run& run, T* out) const {
-        const SimdKernels::UnfusedTable& table = *SimdKernels::unfused_table();
         if constexpr (std::is_same_v<T, ComputeOf<T>>) {
-            const SimdKernels::UnfusedKernels<T>& kernels = table;
-            kernels.sum_of_runs(run.terms, run.term_step, traced_, out, run.count);
+            SimdKernels::unfused_kernels<T>(kernels_).sum_of_runs(run.terms, run.term_step, traced_,
+                                                                  out, run.count);
         } else {
             constexpr std::uint64_t parts = sizeof(T) / sizeof(std::uint16_t);
-            const auto sum_of_runs = std::is_same_v<T, BFloat16> ? table.sum_of_runs_bfloat16
-                                                                 : table.sum_of_runs_binary16;
             const Scratch<ComputeOf<T>> sums(run.count);
-            sum_of_runs(reinterpret_cast<const std::uint16_t*>(run.terms), parts * run.term_step,
-                        traced_, reinterpret_cast<float*>(sums.data()), parts * run.count);
-            store_results(sums.data(), out, run.count);
+            stored_kernels<T>(kernels_).sum_of_runs(
+                reinterpret_cast<const std::uint16_t*>(run.terms), parts * run.term_step, traced_,
+                reinterpret_cast<float*>(sums.data()), parts * run.count);
+            store_results(sums.data(), out, run.count, kernels_);
         }
     }
 
@@ -200,13 +158,12 @@ class PartialTrace {
     static constexpr std::uint64_t widened_step = 8;
 
     /// Adds elements that lie `step` apart.
-    static void add(ComputeOf<T>* sums, const T* elements, std::uint64_t step,
-                    std::uint64_t count) {
+    void add(ComputeOf<T>* sums, const T* elements, std::uint64_t step, std::uint64_t count) const {
         if constexpr (!std::is_same_v<T, ComputeOf<T>>) {
             if (step <= widened_step && count > 0) {
                 const std::uint64_t widened = (count - 1) * step + 1;
                 const Scratch<ComputeOf<T>> terms(widened);
-                widen_elements(elements, terms.data(), widened);
+                widen_elements(elements, terms.data(), widened, kernels_);
                 add_strided(sums, terms.data(), step, count);
                 return;
             }
@@ -229,6 +186,7 @@ class PartialTrace {
         }
     }
 
+    const UnfusedTable& kernels_;
     FloatingMatrix<const T> A_;
     FloatingMatrix<T> result_;
     std::uint64_t traced_;
@@ -237,49 +195,47 @@ class PartialTrace {
 } // namespace
 
 template <typename T>
-void FloatingStructure<T>::transpose(BackendExecutionBindings& bindings) {
-    map_transposed<T>(bindings, BitsOf<T>{});
+void FloatingStructure<T>::transpose(const MatrixTransposition<T>& operands,
+                                     const UnfusedTable& kernels) {
+    map_transposed<T>(operands, BitsOf<T>{}, kernels);
 }
 
 template <typename T>
-void FloatingStructure<T>::adjoint(BackendExecutionBindings& bindings) {
-    map_transposed<T>(bindings, imaginary_sign<T>());
+void FloatingStructure<T>::adjoint(const MatrixTransposition<T>& operands,
+                                   const UnfusedTable& kernels) {
+    map_transposed<T>(operands, imaginary_sign<T>(), kernels);
 }
 
 template <typename T>
-void FloatingStructure<T>::kron(BackendExecutionBindings& bindings) {
-    const auto A = input_matrix<T>(bindings, input_role(0));
-    const auto B = input_matrix<T>(bindings, input_role(1));
-    const MatrixExtents extents{checked_element_count(A.rows, B.rows),
-                                checked_element_count(A.cols, B.cols)};
-    fill_kron<T>(A, B, output_matrix<T>(bindings, output_role(0), extents));
+void FloatingStructure<T>::kron(const KroneckerProduct<T>& operands, const UnfusedTable& kernels) {
+    fill_kron<T>(operands.A, operands.B, operands.result, kernels);
 }
 
 template <typename T>
-void FloatingStructure<T>::outer(BackendExecutionBindings& bindings) {
-    const auto a = input_vector<T>(bindings, input_role(0));
-    const auto b = input_vector<T>(bindings, input_role(1));
-    const auto result = output_matrix<T>(bindings, output_role(0), {a.size(), b.size()});
+void FloatingStructure<T>::outer(const OuterProduct<T>& operands, const UnfusedTable& kernels) {
+    const auto [a, b, result] = operands;
     // The Kronecker product of a column and a row.
     fill_kron<T>({a.data(), a.size(), 1, DataMatrixLayout::row_major},
-                 {b.data(), 1, b.size(), DataMatrixLayout::row_major}, result);
+                 {b.data(), 1, b.size(), DataMatrixLayout::row_major}, result, kernels);
 }
 
 template <typename T>
-void FloatingStructure<T>::partial_trace_left(BackendExecutionBindings& bindings) {
-    const PartialTrace<T> trace(bindings);
+void FloatingStructure<T>::partial_trace_left(const MatrixMap<T>& operands,
+                                              const UnfusedTable& kernels) {
+    const PartialTrace<T> trace(operands, kernels);
     trace.fill(1, trace.kept());
 }
 
 template <typename T>
-void FloatingStructure<T>::partial_trace_right(BackendExecutionBindings& bindings) {
-    const PartialTrace<T> trace(bindings);
+void FloatingStructure<T>::partial_trace_right(const MatrixMap<T>& operands,
+                                               const UnfusedTable& kernels) {
+    const PartialTrace<T> trace(operands, kernels);
     trace.fill(trace.traced(), 1);
 }
 
 template <typename T>
-void FloatingStructure<T>::eye(BackendExecutionBindings& bindings) {
-    const auto result = output_matrix<T>(bindings, output_role(0));
+void FloatingStructure<T>::eye(const MatrixOutput<T>& operands) {
+    const FloatingMatrix<T>& result = operands.result;
     const std::uint64_t count = result.rows * result.cols;
     const std::uint64_t diagonal_step = result.cols + 1;
     for_chunks(count, count, [&](std::uint64_t begin, std::uint64_t end) {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/floating/structured_logdet.h"
 
-#include "backend/cpu/determinants/structured_determinants.h"
+#include "backend/cpu/determinants/positive_definite_logdet.h"
+#include "backend/cpu/determinants/signed_logdet.h"
 #include "backend/cpu/floating/structured_operand.h"
 
 namespace Tessaline {

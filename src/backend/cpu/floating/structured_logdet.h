@@ -10,7 +10,7 @@ namespace Tessaline {
 
 /// Besides the errors of operands (see operands.h), the kernels raise
 /// std::invalid_argument for an entry that is not finite and what the solvers of
-/// structured_determinants.h do.
+/// determinants/signed_logdet.h and determinants/positive_definite_logdet.h do.
 template <typename T>
 struct StructuredLogdet {
     /// Sign and logarithm of a determinant, in the compute type and its real component: zero and

@@ -11,15 +11,13 @@ namespace Tessaline {
 /// Copies the rows [begin, end) of a matrix to `to`, in compute type and one after the other.
 template <typename T>
 void widen_rows(const FloatingMatrix<const T>& matrix, std::uint64_t begin, std::uint64_t end,
-                ComputeOf<T>* to) {
+                ComputeOf<T>* to, const SimdKernels::UnfusedTable& kernels) {
     if (matrix.is_row_major()) {
-        widen_elements(matrix.data + begin * matrix.cols, to, (end - begin) * matrix.cols);
+        widen_elements(matrix.data + begin * matrix.cols, to, (end - begin) * matrix.cols, kernels);
         return;
     }
-    // A few columns at once, so that the lines that are read and written stay in the first cache.
-    constexpr std::uint64_t columns_at_once = 8;
-    for (std::uint64_t first = 0; first < matrix.cols; first += columns_at_once) {
-        const std::uint64_t last = std::min(matrix.cols, first + columns_at_once);
+    for (std::uint64_t first = 0; first < matrix.cols; first += widened_columns) {
+        const std::uint64_t last = std::min(matrix.cols, first + widened_columns);
         for (std::uint64_t i = begin; i < end; ++i) {
             for (std::uint64_t j = first; j < last; ++j) {
                 to[(i - begin) * matrix.cols + j] = widened(matrix(i, j));
@@ -35,10 +33,11 @@ class WidenedRows {
   public:
     using Compute = ComputeOf<T>;
 
-    explicit WidenedRows(const FloatingMatrix<const T>& matrix)
-        : WidenedRows(matrix, 0, matrix.rows) {}
+    WidenedRows(const FloatingMatrix<const T>& matrix, const SimdKernels::UnfusedTable& kernels)
+        : WidenedRows(matrix, 0, matrix.rows, kernels) {}
     /// The rows [begin, end) only, counted from `begin`.
-    WidenedRows(const FloatingMatrix<const T>& matrix, std::uint64_t begin, std::uint64_t end)
+    WidenedRows(const FloatingMatrix<const T>& matrix, std::uint64_t begin, std::uint64_t end,
+                const SimdKernels::UnfusedTable& kernels)
         : cols_(matrix.cols),
           copy_(serves_itself(matrix) ? 0 : (end - begin) * matrix.cols),
           data_(copy_.data()) {
@@ -48,7 +47,7 @@ class WidenedRows {
                 return;
             }
         }
-        widen_rows(matrix, begin, end, copy_.data());
+        widen_rows(matrix, begin, end, copy_.data(), kernels);
     }
 
     const Compute* operator[](std::uint64_t row) const { return data_ + row * cols_; }

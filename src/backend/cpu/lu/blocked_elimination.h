@@ -15,44 +15,24 @@
 
 namespace Tessaline::CpuFallback {
 
-/// What a blocked elimination is made of. False where the processor has it not. The rules are those
-/// of complex elements.
-template <typename T, typename Rules = FactorRules>
-struct EliminationParts {
-    using Index = SimdKernels::Index;
-
-    const typename Rules::template Kernels<T>* kernels = SimdKernels::elimination_kernels<T>();
-
-    explicit operator bool() const { return kernels != nullptr; }
-    SimdKernels::EliminationProgress factor_panel(T* panel, Index stride, Index rows, Index columns,
-                                                  Index* pivots) const {
-        if constexpr (is_complex_element<T>) {
-            return ComplexPanel<T, Rules>(*kernels, panel, stride, rows, columns).factor(pivots);
-        } else {
-            return kernels->factor_panel(panel, stride, rows, columns, pivots);
-        }
-    }
-};
-
-/// Matrices of fewer rows are not worth blocks.
-inline constexpr std::uint64_t smallest_blocked_order = 8;
-
 /// Factors a column-major matrix in place, with partial pivoting. Where an elimination ends early,
 /// what is left is what plain elimination leaves: the complete steps are made in the whole matrix,
-/// and after a vanished multiplier the step at hand in the rows above it.
+/// and after a vanished multiplier the step at hand in the rows above it. The rules are those of
+/// complex elements.
 template <typename T, typename P, typename Rules = FactorRules>
 class BlockedElimination {
+    using Kernels = typename Rules::template Kernels<T>;
     using Index = SimdKernels::Index;
     using Progress = SimdKernels::EliminationProgress;
     using End = SimdKernels::EliminationEnd;
-    static constexpr Index block = SimdKernels::elimination_block;
+    static constexpr Index block = elimination_block;
 
   public:
     /// Element k of `pivots` becomes the row, counted from 1, that was swapped with row k. P can
     /// number all rows.
-    BlockedElimination(const EliminationParts<T, Rules>& parts, T* matrix, Index order, P* pivots)
-        : parts_(parts),
-          multipliers_(*parts.kernels, matrix, order),
+    BlockedElimination(const Kernels& kernels, T* matrix, Index order, P* pivots)
+        : kernels_(kernels),
+          multipliers_(kernels, matrix, order),
           matrix_(matrix),
           n_(order),
           pivots_(pivots) {}
@@ -107,7 +87,12 @@ class BlockedElimination {
 
     void factor_panel(Index first, Index count) {
         Index rows[block];
-        progress_ = parts_.factor_panel(at(first, first), n_, n_ - first, count, rows);
+        T* const panel = at(first, first);
+        if constexpr (is_complex_element<T>) {
+            progress_ = ComplexPanel<T, Rules>(kernels_, panel, n_, n_ - first, count).factor(rows);
+        } else {
+            progress_ = kernels_.factor_panel(panel, n_, n_ - first, count, rows);
+        }
         progress_.steps += first;
         progress_.vanished_row += first;
         for (Index k = first; k < swapped(); ++k) {
@@ -140,7 +125,7 @@ class BlockedElimination {
         }
     }
 
-    const EliminationParts<T, Rules>& parts_;
+    const Kernels& kernels_;
     UnitTriangle<T> multipliers_; ///< L, as far as it is made
     T* matrix_;
     Index n_;

@@ -38,7 +38,8 @@ class PivotDivisor<std::complex<Real>> {
         }
         return quotient;
     }
-    /// As EliminationKernels have it; nothing is done where the divisor is too far from ordinary.
+    /// EliminationKernels::eliminate() by this pivot; nothing is done where it is too far from
+    /// ordinary.
     std::uint64_t eliminate(const SimdKernels::EliminationKernels<T>& kernels,
                             const SimdKernels::PivotBlock<T>& block, std::uint64_t begin) const {
         if (!divisor_.is_ordinary()) {
@@ -110,7 +111,7 @@ struct FactorRules : FiniteRules<OrderOfMagnitudes> {
     using Divisor = PivotDivisor<T>;
 };
 
-/// As EliminationKernels have it for real matrices. T is complex.
+/// What EliminationKernels::factor_panel() is for real matrices. T is complex.
 template <typename T, typename Rules>
 class ComplexPanel {
     using Index = SimdKernels::Index;

@@ -99,16 +99,17 @@ void plain_lu_factor(LuDecompView<P, T> lu, DataMatrixLayout layout) {
     });
 }
 
-/// The same by blocks, for factors whose rows P can number.
+/// Elimination by blocks, with the bits of plain_lu_factor(), for factors whose rows P can number.
 template <typename P, typename T>
-void blocked_lu_factor(LuDecompView<P, T> lu, DataMatrixLayout layout,
-                       const EliminationParts<T>& parts) {
+void blocked_lu_factor(
+    LuDecompView<P, T> lu, DataMatrixLayout layout,
+    const SimdKernels::EliminationKernels<T>& kernels = SimdKernels::elimination_kernels<T>()) {
     const auto turn = [&] {
         if (layout == DataMatrixLayout::row_major) {
             transpose_in_place(lu.factors, lu.size);
         }
     };
-    BlockedElimination elimination(parts, lu.factors, lu.size, lu.pivots);
+    BlockedElimination<T, P> elimination(kernels, lu.factors, lu.size, lu.pivots);
     turn();
     const auto progress = elimination.factor();
     turn();
@@ -135,9 +136,8 @@ void blocked_lu_factor(LuDecompView<P, T> lu, DataMatrixLayout layout,
 /// eliminated: the steps before the failing one are complete.
 template <typename P, typename T>
 void lu_factor(LuDecompView<P, T> lu, DataMatrixLayout layout) {
-    const EliminationParts<T> parts;
-    if (parts && lu.size >= smallest_blocked_order && std::in_range<P>(lu.size)) {
-        blocked_lu_factor(lu, layout, parts);
+    if (lu.size >= smallest_blocked_order && std::in_range<P>(lu.size)) {
+        blocked_lu_factor(lu, layout);
         return;
     }
     plain_lu_factor(lu, layout);

@@ -21,14 +21,19 @@ struct FactorMatrix {
     }
 };
 
+template <typename T>
+using RowMajorFactors = FactorMatrix<T, DataMatrixLayout::row_major>;
+template <typename T>
+using ColumnMajorFactors = FactorMatrix<T, DataMatrixLayout::column_major>;
+
 /// Calls `visitor` with the FactorMatrix of `layout`.
 template <typename T, typename Visitor>
 decltype(auto) visit_factor_matrix(T* data, std::uint64_t order, DataMatrixLayout layout,
                                    Visitor&& visitor) {
     if (layout == DataMatrixLayout::row_major) {
-        return visitor(FactorMatrix<T, DataMatrixLayout::row_major>{data, order});
+        return visitor(RowMajorFactors<T>{data, order});
     }
-    return visitor(FactorMatrix<T, DataMatrixLayout::column_major>{data, order});
+    return visitor(ColumnMajorFactors<T>{data, order});
 }
 
 } // namespace Tessaline::CpuFallback

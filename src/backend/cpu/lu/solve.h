@@ -3,10 +3,10 @@
 
 // Solution of one system from its LU factors, by forward and backward substitution.
 
-#include "backend/cpu/lu/blocked_elimination.h"
 #include "backend/cpu/lu/factor_matrix.h"
 #include "backend/cpu/numbers/complex_division.h"
 #include "backend/cpu/simd/plain/lu_failures.h"
+#include "backend/cpu/simd/tables/elimination_kernels.h"
 #include "tessaline/storage/element_traits.h"
 #include "tessaline/storage/kernel_views.h"
 
@@ -27,36 +27,22 @@ void apply_pivots(const P* pivots, T* b, std::uint64_t order) {
     }
 }
 
-/// b = L^-1 b with a diagonal of ones. Each element takes its terms in increasing column, whether
-/// the loops run by rows or by columns.
-template <typename Matrix, typename T>
-void plain_substitute_forward(Matrix factors, T* b) {
-    if constexpr (Matrix::rows_are_contiguous) {
-        for (std::uint64_t row = 1; row < factors.order; ++row) {
-            T value = b[row];
-            for (std::uint64_t column = 0; column < row; ++column) {
-                value -= factors(row, column) * b[column];
-            }
-            b[row] = value;
+/// b = L^-1 b with a diagonal of ones. Each element takes its terms in increasing column.
+template <typename F, typename T>
+void substitute_forward(RowMajorFactors<F> factors, T* b) {
+    for (std::uint64_t row = 1; row < factors.order; ++row) {
+        T value = b[row];
+        for (std::uint64_t column = 0; column < row; ++column) {
+            value -= factors(row, column) * b[column];
         }
-    } else {
-        for (std::uint64_t column = 0; column < factors.order; ++column) {
-            const T value = b[column];
-            for (std::uint64_t row = column + 1; row < factors.order; ++row) {
-                b[row] -= factors(row, column) * value;
-            }
-        }
+        b[row] = value;
     }
 }
-
-/// The same by blocks, where that is faster.
-template <typename Matrix, typename T>
-void substitute_forward(Matrix factors, T* b, const EliminationParts<T>& parts = {}) {
-    if (Matrix::rows_are_contiguous || !parts) {
-        plain_substitute_forward(factors, b);
-    } else {
-        parts.kernels->substitute_forward(factors.data, factors.order, b, factors.order);
-    }
+template <typename F, typename T>
+void substitute_forward(
+    ColumnMajorFactors<F> factors, T* b,
+    const SimdKernels::TriangleKernels<T>& kernels = SimdKernels::elimination_kernels<T>()) {
+    kernels.substitute_forward(factors.data, factors.order, b, factors.order);
 }
 
 /// Divides `value`, an element of the right-hand side with all terms subtracted, by the diagonal.
@@ -74,35 +60,30 @@ T solved_element(T value, T diagonal, std::uint64_t row) {
 
 /// b = U^-1 b. An element takes its terms in increasing column, so that the last solved element is
 /// the first one subtracted and columns cannot be applied one by one.
-template <typename Matrix, typename T>
-void plain_substitute_backward(Matrix factors, T* b) {
+template <typename F, typename T>
+void substitute_backward(RowMajorFactors<F> factors, T* b) {
     for (std::uint64_t row = factors.order; row-- > 0;) {
         T value = b[row];
         for (std::uint64_t column = row + 1; column < factors.order; ++column) {
             value -= factors(row, column) * b[column];
         }
-        b[row] = solved_element(value, factors(row, row), row);
+        b[row] = solved_element(value, T(factors(row, row)), row);
     }
 }
-
-/// The same, by blocks where that is faster.
-template <typename Matrix, typename T>
-void substitute_backward(Matrix factors, T* b, const EliminationParts<T>& parts = {}) {
-    if (Matrix::rows_are_contiguous || !parts) {
-        plain_substitute_backward(factors, b);
-        return;
-    }
+template <typename F, typename T>
+void substitute_backward(
+    ColumnMajorFactors<F> factors, T* b,
+    const SimdKernels::TriangleKernels<T>& kernels = SimdKernels::elimination_kernels<T>()) {
     using Value = SimdKernels::BuiltInValue<T>;
-    parts.kernels->substitute_backward({factors.data, factors.order, factors.order}, b,
-                                       [](Value value, Value diagonal, std::uint64_t row) {
-                                           const T quotient =
-                                               solved_element(T(value), T(diagonal), row);
-                                           if constexpr (is_complex_element<T>) {
-                                               return quotient.__rep();
-                                           } else {
-                                               return quotient;
-                                           }
-                                       });
+    kernels.substitute_backward({factors.data, factors.order, factors.order}, b,
+                                [](Value value, Value diagonal, std::uint64_t row) {
+                                    const T quotient = solved_element(T(value), T(diagonal), row);
+                                    if constexpr (is_complex_element<T>) {
+                                        return quotient.__rep();
+                                    } else {
+                                        return quotient;
+                                    }
+                                });
 }
 
 /// Solves A x = b from the factors of A, x in the place of b, which has `lu.size` elements.

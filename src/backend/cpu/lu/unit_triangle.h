@@ -14,7 +14,7 @@ namespace Tessaline::CpuFallback {
 template <typename T>
 class UnitTriangle {
     using Index = SimdKernels::Index;
-    static constexpr Index block = SimdKernels::elimination_block;
+    static constexpr Index block = elimination_block;
 
   public:
     UnitTriangle(const SimdKernels::TriangleKernels<T>& kernels, const T* matrix, Index stride)

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "backend/cpu/determinants/structured_determinants.h"
+#include "backend/cpu/determinants/determinant_scaling.h"
+#include "backend/cpu/determinants/positive_definite_logdet.h"
+#include "backend/cpu/determinants/signed_logdet.h"
 #include "backend/cpu/determinants/structured_input.h"
 #include "backend/cpu/lu/lu_problems.h"
 #include "backend/cpu/numbers/floating_policies.h"

@@ -161,7 +161,7 @@ void expect_same_in_vectors(const std::vector<Complex>& given, const std::vector
     for_each_kernels([&](const SimdKernels::GramSchmidtKernels& kernels) {
         auto columns = given;
         // Room for more columns than there are, as in an iteration on a deflated matrix.
-        GramSchmidt(m + 5, &kernels).orthonormalise(columns, m, unit);
+        GramSchmidt(m + 5, kernels).orthonormalise(columns, m, unit);
         EXPECT_TRUE(same_bits(columns, expected)) << m << " columns";
     });
 }
@@ -197,7 +197,7 @@ TEST(EigenQrStep, TakesHypotenusesAndTheirChainsAsTheLibraryDoes) {
         inlined[m] = plain[m];
         EXPECT_TRUE(same_bits(inlined, plain));
         for_each_kernels([&](const SimdKernels::GramSchmidtKernels& kernels) {
-            std::vector<double> found(m + SimdKernels::column_group);
+            std::vector<double> found(m + column_group);
             kernels.magnitudes(column.at(0, 0), column.shape().imaginary, m, found.data());
             const double norm = kernels.chain_norm(found.data(), m);
             found.resize(m);

@@ -127,10 +127,9 @@ class PlainJacobi {
     }
 };
 
-/// Calls `body` with the plain rotations and those of each instruction set that the machine has.
+/// Calls `body` with the rotations of each instruction set that the machine has.
 template <typename Body>
 void for_each_rotation_table(const Body& body) {
-    body(SimdKernels::baseline_rotation_table);
     for_each_instruction_set(SimdKernels::avx256_rotation_table, SimdKernels::avx512_rotation_table,
                              body);
 }
@@ -284,7 +283,7 @@ TYPED_TEST(HermitianJacobi, HasTheBitsOfThePlainMethodWithAndWithoutVectors) {
 // Infinities and NaN among the elements; of several NaN any may be stored.
 TYPED_TEST(HermitianJacobi, RotationsOfSpecialElementsHaveTheBitsOfPlainProducts) {
     using C = TypeParam;
-    constexpr std::size_t block = SimdKernels::rotation_block;
+    constexpr std::size_t block = rotation_block;
     constexpr std::size_t columns = 5 * block;
     CounterRandom random(5);
     for (const unsigned rotated_rows : {0b00010101U, 0b11111111U}) {

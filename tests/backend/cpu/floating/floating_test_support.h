@@ -235,33 +235,25 @@ std::span<const std::byte> bytes_of(const Grid<T>& grid) {
     return std::as_bytes(std::span(grid.elements));
 }
 
-/// Calls `body` with the unfused kernels of each instruction set that the machine has.
+/// Calls `body` with the unfused kernels of each instruction set that the machine has, and with
+/// those for a processor that does not convert binary16.
 template <typename Body>
 void for_each_unfused_table(const Body& body) {
     for_each_instruction_set(SimdKernels::avx256_unfused_table, SimdKernels::avx512_unfused_table,
                              body);
-}
-
-/// Calls `body` with the plain loops in force, and with the kernels of each instruction set.
-template <typename Body>
-void for_each_unfused_selection(const Body& body) {
-    {
-        SCOPED_TRACE("plain loops");
-        const SimdKernels::UnfusedSelection selection(nullptr);
-        body();
-    }
-    for_each_unfused_table([&](const SimdKernels::UnfusedTable& table) {
-        const SimdKernels::UnfusedSelection selection(&table);
-        body();
-    });
+    SCOPED_TRACE("AVX2 without F16C");
+    SimdKernels::UnfusedTable table = SimdKernels::avx256_unfused_table;
+    table.binary16 = SimdKernels::avx256_integer_binary16_kernels;
+    body(table);
 }
 
 /// Runs a kernel directly and as a step of sessions with 1, 2, 3 and 7 threads, and expects the
-/// bits of `expected` each time. `before` is what the output holds before each run.
+/// bits of `expected` each time. `before` is what the output holds before each run. `table` is for
+/// the direct run.
 template <typename T, typename Output>
 void expect_result(FloatingOperation operation, const std::vector<OperandBinding>& inputs,
-                   Operand<Output> output, const Grid<Output>& before,
-                   const Grid<Output>& expected) {
+                   Operand<Output> output, const Grid<Output>& before, const Grid<Output>& expected,
+                   const SimdKernels::UnfusedTable& table = SimdKernels::unfused_table()) {
     static const std::array<std::shared_ptr<CpuRuntimeContext>, 4> runtimes = [] {
         const auto runtime = [](std::size_t threads) {
             return std::make_shared<CpuRuntimeContext>(Test::unpinned_options(threads),
@@ -283,7 +275,7 @@ void expect_result(FloatingOperation operation, const std::vector<OperandBinding
             << ::testing::PrintToString(expected.elements[i]);
     };
     output.assign(before);
-    run_floating_kernel<T>(operation, bindings);
+    run_floating_kernel<T>(operation, bindings, table);
     expect_bits(0);
     for (const auto& runtime : runtimes) {
         output.assign(before);

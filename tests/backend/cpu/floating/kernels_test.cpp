@@ -65,7 +65,7 @@ class FloatingKernels : public ::testing::Test {
     }
 
     /// Expects a kernel to give the elements of `make(i, j)`, for every order of every matrix, by
-    /// plain loops and by the kernels of every instruction set.
+    /// the kernels of every instruction set.
     template <typename Make>
     static void expect(FloatingOperation operation, const Inputs& inputs, OperandKind kind,
                        Size rows, Size cols, const Make& make) {
@@ -85,9 +85,9 @@ class FloatingKernels : public ::testing::Test {
         }
         for (const auto order : orders_of<T>(kind)) {
             for (const auto& bindings : choices) {
-                for_each_unfused_selection([&] {
+                for_each_unfused_table([&](const SimdKernels::UnfusedTable& table) {
                     expect_result<T>(operation, bindings, Operand<T>(kind, expected, order),
-                                     unwritten<T>(rows, cols), expected);
+                                     unwritten<T>(rows, cols), expected, table);
                 });
             }
         }

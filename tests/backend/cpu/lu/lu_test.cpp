@@ -174,12 +174,12 @@ TYPED_TEST(Lu, VanishingMultiplierStopsElimination) {
     }
 }
 
-/// Calls `body` with the parts of blocked methods of each instruction set that the machine has.
+/// Calls `body` with the kernels of each instruction set that the machine has.
 template <typename T, typename Body>
-void for_each_parts(const Body& body) {
+void for_each_elimination(const Body& body) {
     for_each_instruction_set(
         SimdKernels::avx256_elimination_table, SimdKernels::avx512_elimination_table,
-        [&](const auto& table) { body(CpuFallback::EliminationParts<T>{&table}); });
+        [&](const SimdKernels::EliminationKernels<T>& kernels) { body(kernels); });
 }
 
 /// What an elimination leaves, with one NaN for all.
@@ -269,11 +269,11 @@ TYPED_TEST(Lu, BlocksEndLikePlainElimination) {
                 const Outcome<T> plain(A, layout,
                                        [&](auto lu) { CpuFallback::plain_lu_factor(lu, layout); });
                 was_raised |= plain.error.find(disturbance.error) != std::string::npos;
-                for_each_parts<T>([&](const auto& parts) {
+                for_each_elimination<T>([&](const auto& kernels) {
                     SCOPED_TRACE(std::string(disturbance.name) + ", order " +
                                  std::to_string(order));
                     const Outcome<T> blocked(A, layout, [&](auto lu) {
-                        CpuFallback::blocked_lu_factor(lu, layout, parts);
+                        CpuFallback::blocked_lu_factor(lu, layout, kernels);
                     });
                     EXPECT_EQ(blocked.error, plain.error);
                     EXPECT_EQ(blocked.lu.pivots, plain.lu.pivots);
@@ -300,8 +300,10 @@ TYPED_TEST(Lu, SubstitutionsByBlocksHavePlainBits) {
             A.elements[i] = on_diagonal ? T(4) : A.elements[i] / Component<T>(64);
             A.elements[i] = i % 7 == 3 && !on_diagonal ? -T(0) : A.elements[i];
         }
-        const CpuFallback::FactorMatrix<T, DataMatrixLayout::column_major> factors{
-            A.elements.data(), order};
+        const CpuFallback::ColumnMajorFactors<const T> factors{A.elements.data(), order};
+        auto turned = A.elements;
+        transpose_in_place(turned.data(), order);
+        const CpuFallback::RowMajorFactors<const T> plain_factors{turned.data(), order};
         // Nowhere, before a block, at its end, and where the backward direction begins.
         for (const std::size_t infinite : {order, std::size_t{0}, std::size_t{7}, order - 1}) {
             auto b = random_elements<T>(order, [&] { return uniform(random); });
@@ -320,16 +322,18 @@ TYPED_TEST(Lu, SubstitutionsByBlocksHavePlainBits) {
                 return x;
             };
             const auto forward =
-                solution([&](T* x) { CpuFallback::plain_substitute_forward(factors, x); });
+                solution([&](T* x) { CpuFallback::substitute_forward(plain_factors, x); });
             const auto backward =
-                solution([&](T* x) { CpuFallback::plain_substitute_backward(factors, x); });
-            for_each_parts<T>([&](const auto& parts) {
+                solution([&](T* x) { CpuFallback::substitute_backward(plain_factors, x); });
+            for_each_elimination<T>([&](const auto& kernels) {
                 SCOPED_TRACE(order);
                 EXPECT_TRUE(same_bits(forward, solution([&](T* x) {
-                                          CpuFallback::substitute_forward(factors, x, parts);
+                                          CpuFallback::substitute_forward<const T, T>(factors, x,
+                                                                                      kernels);
                                       })));
                 EXPECT_TRUE(same_bits(backward, solution([&](T* x) {
-                                          CpuFallback::substitute_backward(factors, x, parts);
+                                          CpuFallback::substitute_backward<const T, T>(factors, x,
+                                                                                       kernels);
                                       })));
             });
         }

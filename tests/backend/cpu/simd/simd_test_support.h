@@ -206,7 +206,7 @@ struct SplitData {
     float& part(std::uint64_t i, bool imaginary) { return (imaginary ? imag : real).data()[i]; }
 };
 
-/// The same with the parts of each element side by side, in row-major order.
+/// Complex data with the parts of each element side by side, in row-major order.
 struct InterleavedData {
     Plane parts;
 

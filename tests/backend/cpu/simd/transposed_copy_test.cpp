@@ -55,10 +55,10 @@ TYPED_TEST(TransposedCopy, MovesEachElementAndTouchesNothingElse) {
                     static_cast<TypeParam>(source[i * source_stride + j] ^ flipped);
             }
         }
-        Testing::for_each_unfused_selection([&] {
+        Testing::for_each_unfused_table([&](const SimdKernels::UnfusedTable& table) {
             auto target = before;
             copy_transposed(source.data(), source_stride, target.data() + start, target_stride,
-                            rows, cols, flipped, round % 2 == 0);
+                            rows, cols, flipped, round % 2 == 0, table);
             ASSERT_EQ(
                 std::memcmp(target.data(), expected.data(), target.size() * sizeof(TypeParam)), 0)
                 << rows << " by " << cols << ", strides " << source_stride << " and "

@@ -45,7 +45,7 @@ class UnfusedKernelsTest : public ::testing::Test {
                     is_wide ? avx512_elimination_table : avx256_elimination_table;
                 run(static_cast<const TriangleKernels<T>&>(kernels), found.data());
             } else {
-                run(static_cast<const UnfusedKernels<T>&>(table), found.data());
+                run(unfused_kernels<T>(table), found.data());
             }
             const auto* bytes = reinterpret_cast<const std::byte*>(found.data());
             const auto guarded = with_guard(expected);
@@ -209,9 +209,8 @@ void expect_conversions_of_all_values() {
     const std::span<const T> all(stored.data() + 1, stored.size() - 4);
     const std::uint32_t half = std::is_same_v<T, Float16> ? 0x1000 : 0x8000;
     for_each_unfused_table([&](const UnfusedTable& table) {
-        const UnfusedSelection selection(&table);
         std::vector<float> wide(all.size());
-        widen_elements(all.data(), wide.data(), all.size());
+        widen_elements(all.data(), wide.data(), all.size(), table);
         for (std::size_t i = 0; i < all.size(); ++i) {
             const float expected = widened(all[i]);
             ASSERT_TRUE(std::bit_cast<std::uint32_t>(wide[i]) ==
@@ -225,7 +224,7 @@ void expect_conversions_of_all_values() {
                 value = std::bit_cast<float>(std::bit_cast<std::uint32_t>(value) + offset);
             }
             std::vector<T> rounded(near.size());
-            store_results(near.data(), rounded.data(), near.size());
+            store_results(near.data(), rounded.data(), near.size(), table);
             for (std::size_t i = 0; i < near.size(); ++i) {
                 ASSERT_EQ(rounded[i].bits, result_as<T>(near[i]).bits) << near[i];
             }

@@ -149,9 +149,8 @@ void negate(DenseRealVectorView<const float> in, DenseRealVectorView<float> out)
 using RealVector = DenseHostRealVector<float, float>;
 
 std::unique_ptr<BackendProcessStep> negate_step() {
-    return launch_cpu_kernel<
-        BoundDenseRealVectorView<RealVector, OperandRole{0}, true>,
-        BoundDenseRealVectorView<RealVector, OperandRole{operand_role_limit}, false>>(&negate);
+    return launch_cpu_kernel<BoundDenseRealVectorView<RealVector, input_role(0), true>,
+                             BoundDenseRealVectorView<RealVector, output_role(0), false>>(&negate);
 }
 
 BackendExecutionBindings unary_bindings(OperandBinding in, OperandBinding out) {

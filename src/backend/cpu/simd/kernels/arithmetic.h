@@ -12,7 +12,7 @@
 
 namespace Tessaline::SimdKernels {
 
-/// The same vectors, in kernels that round every operation.
+/// The vectors of Set in kernels that round every operation.
 template <typename Set>
 struct Unfused : Set {
     static constexpr bool fuses = false;
@@ -26,7 +26,7 @@ enum class StoredNan { positive_quiet, any };
 /// anew as C99 Annex G does, which recovers infinities.
 enum class LostProduct { stays, recovers };
 
-/// The same vectors, in kernels that follow both rules, of which neither follows from the other.
+/// The vectors of a set in kernels that follow both rules, of which neither follows from the other.
 template <typename InstructionSet, StoredNan Nan, LostProduct Lost>
 struct Rules : InstructionSet {
     static constexpr StoredNan stored_nan = Nan;

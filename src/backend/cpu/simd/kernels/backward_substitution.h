@@ -6,11 +6,14 @@
 // An element takes its terms in increasing column, so the last solved element is the first one
 // subtracted, and all subtractions are one chain. The products are made in vectors and stored in
 // the order of the chain, those of the next block between the links of the chain of this one, which
-// leave the processor much time.
+// leave the processor much time:
+//
+//      chain of this block    x9 -> x8 -> x7 -> x6      one subtraction after the other
+//      products of the next   ab    cd    ef    gh      in vectors, in the time between
 
 #include "backend/cpu/simd/kernels/complex_columns.h"
 #include "backend/cpu/simd/kernels/infinity_recovery.h"
-#include "backend/cpu/simd/plain/packing_memory.h"
+#include "backend/cpu/simd/plain/scratch_memory.h"
 
 #include <utility>
 
@@ -88,7 +91,7 @@ struct RealRows {
     }
 };
 
-/// The same of complex ones, whose products have their imaginary parts `plane` behind the real
+/// Rows of complex elements, whose products have their imaginary parts `plane` behind the real
 /// ones. Set says whether products fuse.
 template <typename Set>
 struct ComplexRows {
@@ -186,7 +189,6 @@ class BackwardSubstitution {
     static constexpr Index parts = sizeof(Element) / sizeof(Real);
     /// Products of a block of rows that find room beside as many of the next block.
     static constexpr Index most_products = packing_bytes / sizeof(Element) / 2;
-    static constexpr Index few_products = 512;
     /// A line of memory beyond the columns, lest all rows meet in one set of the first-level cache.
     static constexpr Index padding = 64 / sizeof(Real);
     static constexpr Index most_columns = most_products / block - padding;
@@ -200,7 +202,7 @@ class BackwardSubstitution {
           divide_(divide),
           products_stride_(least(U.order, most_columns) + padding),
           plane_(block * products_stride_),
-          products_(plane_ <= few_products ? own_ : static_cast<Real*>(packing_memory())),
+          products_(plane_ <= stacked_products ? own_ : static_cast<Real*>(packing_memory())),
           next_products_(products_ + parts * plane_) {}
 
     static constexpr Index least(Index a, Index b) { return a < b ? a : b; }
@@ -284,7 +286,7 @@ class BackwardSubstitution {
     Real* products_; ///< by rows of the block, in the order of the chain
     Real* next_products_;
     Index next_column_ = 0;
-    alignas(64) Real own_[2 * parts * few_products]; ///< for few columns
+    alignas(64) Real own_[2 * parts * stacked_products]; ///< for few columns
 };
 
 } // namespace

@@ -214,8 +214,8 @@ class ComplexElimination {
     template <typename Measure>
     static Largest find_largest(const T* candidates, Index count, const Measure& measure) {
         PivotSearch<Set> search;
-        for_vectors<Set>(2 * count, [&](Index i, auto part) {
-            search.include(measure(load<Set>(parts(candidates) + i, part)));
+        for_vectors<Set>(2 * count, [&](Index i, auto mask) {
+            search.include(measure(load<Set>(parts(candidates) + i, mask)));
         });
         bool found = false;
         const Index place = search.row(found);
@@ -236,8 +236,8 @@ class ComplexElimination {
         const Register bounds = Set::broadcast(bound);
         const Register one = Set::broadcast(1);
         Register found = Set::zero();
-        for_vectors<Set>(2 * count, [&](Index i, auto part) {
-            found += squares(load<Set>(parts(candidates) + i, part)) >= bounds ? one : Set::zero();
+        for_vectors<Set>(2 * count, [&](Index i, auto mask) {
+            found += squares(load<Set>(parts(candidates) + i, mask)) >= bounds ? one : Set::zero();
         });
         Real total = 0;
         for (Index lane = 0; lane < Set::lanes; lane += 2) {

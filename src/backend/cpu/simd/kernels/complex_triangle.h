@@ -84,14 +84,14 @@ class ComplexTriangle {
                                  Index rows) {
         Complex<Set> of_x[streams];
         for_places<streams>([&](auto k) { of_x[k.value] = Elements::broadcast(x, k.value); });
-        const auto subtract = [&](Index i, Index count, auto part) {
-            Complex<Set> sum = Elements::load(b, i, part);
+        const auto subtract = [&](Index i, Index count, auto mask) {
+            Complex<Set> sum = Elements::load(b, i, mask);
             for_places<streams>([&](auto k) {
-                const Complex<Set> l = Elements::load(columns + 2 * k.value * stride, i, part);
+                const Complex<Set> l = Elements::load(columns + 2 * k.value * stride, i, mask);
                 sum = subtract_product<Set>(sum, of_x[k.value], l);
             });
             if ((Set::nan_lanes(sum.real) & Set::nan_lanes(sum.imag)) == 0) [[likely]] {
-                Elements::store(b, i, sum, part);
+                Elements::store(b, i, sum, mask);
             } else {
                 subtract_plainly<streams>(columns, stride, x, b, i, i + count);
             }
@@ -105,7 +105,7 @@ class ComplexTriangle {
         }
     }
 
-    /// The same in some rows, by products that recover infinities.
+    /// Subtracts the products of some columns in some rows, by products that recover infinities.
     template <Index Columns>
     [[gnu::noinline]] static void subtract_plainly(const Real* columns, Index stride, const Real* x,
                                                    Real* b, Index begin, Index end) {

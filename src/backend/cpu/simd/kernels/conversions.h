@@ -7,17 +7,23 @@
 
 namespace Tessaline::SimdKernels {
 
-/// How a vector of elements of two bytes becomes one of floats.
+/// How a vector of elements of two bytes becomes one of floats, and is made of one.
 template <typename Set>
 struct Binary16 {
     static typename Set::Register load(const std::uint16_t* from) {
         return Set::load_binary16(from);
+    }
+    static void store(std::uint16_t* to, typename Set::Register value) {
+        Set::store_binary16(to, value);
     }
 };
 template <typename Set>
 struct UpperHalf {
     static typename Set::Register load(const std::uint16_t* from) {
         return Set::load_bfloat16(from);
+    }
+    static void store(std::uint16_t* to, typename Set::Register value) {
+        Set::store_bfloat16(to, value);
     }
 };
 
@@ -52,34 +58,24 @@ void sum_of_stored_runs(const std::uint16_t* elements, Index step, Index terms, 
     }
 }
 
-template <typename Set>
+template <typename Set, typename Format>
 class Conversions {
     using Stored = std::uint16_t;
     static constexpr Index lanes = Set::lanes;
 
   public:
-    static void widen_binary16(const Stored* from, float* to, Index count) {
+    static void widen(const Stored* from, float* to, Index count) {
         for_whole_vectors(from, to, count, [](const Stored* vector, float* result) {
-            Set::store(result, Set::load_binary16(vector));
+            Set::store(result, Format::load(vector));
         });
     }
-    static void round_binary16(const float* from, Stored* to, Index count) {
+    static void round(const float* from, Stored* to, Index count) {
         for_whole_vectors(from, to, count, [](const float* vector, Stored* result) {
-            Set::store_binary16(result, Set::with_one_nan(Set::load(vector)));
-        });
-    }
-    static void widen_bfloat16(const Stored* from, float* to, Index count) {
-        for_whole_vectors(from, to, count, [](const Stored* vector, float* result) {
-            Set::store(result, Set::load_bfloat16(vector));
-        });
-    }
-    static void round_bfloat16(const float* from, Stored* to, Index count) {
-        for_whole_vectors(from, to, count, [](const float* vector, Stored* result) {
-            Set::store_bfloat16(result, Set::with_one_nan(Set::load(vector)));
+            Format::store(result, Set::with_one_nan(Set::load(vector)));
         });
     }
 
-    static void add_binary16(const Stored* a, const Stored* b, Stored* out, Index count) {
+    static void add(const Stored* a, const Stored* b, Stored* out, Index count) {
         for (; count >= lanes; a += lanes, b += lanes, out += lanes, count -= lanes) {
             add_vector(a, b, out);
         }
@@ -98,8 +94,7 @@ class Conversions {
 
   private:
     static void add_vector(const Stored* a, const Stored* b, Stored* out) {
-        const auto sum = Set::load_binary16(a) + Set::load_binary16(b);
-        Set::store_binary16(out, Set::with_one_nan(sum));
+        Format::store(out, Set::with_one_nan(Format::load(a) + Format::load(b)));
     }
 
     /// Calls `convert(from, to)` for each vector; what is left over takes a detour through a whole

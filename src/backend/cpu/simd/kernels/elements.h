@@ -3,10 +3,10 @@
 
 // What the tiles of a matrix product hold: real elements, or complex ones of two planes or in pairs
 // of parts. Input and Output find elements in memory, Packed keeps a panel of them for the inner
-// loop, and Part names the lanes that take part in a vector at a matrix's edge.
+// loop, and LaneMask names the lanes that take part in a vector at a matrix's edge.
 
 #include "backend/cpu/simd/kernels/arithmetic.h"
-#include "backend/cpu/simd/plain/packing_memory.h"
+#include "backend/cpu/simd/plain/scratch_memory.h"
 
 namespace Tessaline::SimdKernels {
 
@@ -17,7 +17,7 @@ struct Strided {
     Index stride;
 };
 
-/// Calls `body(index, part)` for each vector of [0, count): with all lanes, and once with the first
+/// Calls `body(index, mask)` for each vector of [0, count): with all lanes, and once with the first
 /// ones only for what is left.
 template <typename Elements, typename Body>
 void for_element_vectors(Index count, const Body& body) {
@@ -39,7 +39,7 @@ struct RealElements {
     using Set = InstructionSet;
     using Element = typename Set::Component;
     using Value = typename Set::Register;
-    using Part = typename Set::Mask;
+    using LaneMask = typename Set::Mask;
     using Input = const Element*;
     using Output = Element*;
     using PackedInput = Input;
@@ -53,7 +53,7 @@ struct RealElements {
     static Input input(const Element* elements) { return elements; }
     static Output output(Element* elements) { return elements; }
     static Input offset(Input elements, Index index) { return elements + index; }
-    static Part first_lanes(Index count) { return Set::first_lanes(count); }
+    static LaneMask first_lanes(Index count) { return Set::first_lanes(count); }
 
     static Value zero() { return Set::zero(); }
     static Value broadcast(Input elements, Index index) { return Set::broadcast(elements[index]); }
@@ -119,7 +119,7 @@ struct SplitElements : PackedPlanes<InstructionSet> {
     using Set = InstructionSet;
     using Component = typename Set::Component;
     using Value = Complex<Set>;
-    using Part = typename Set::Mask;
+    using LaneMask = typename Set::Mask;
     using Input = SplitPlanes<const Component>;
     using Output = SplitPlanes<Component>;
     static constexpr Packing packing = Packing::where_it_pays;
@@ -130,7 +130,7 @@ struct SplitElements : PackedPlanes<InstructionSet> {
     static Input offset(Input elements, Index index) {
         return {elements.real + index, elements.imag + index};
     }
-    static Part first_lanes(Index count) { return Set::first_lanes(count); }
+    static LaneMask first_lanes(Index count) { return Set::first_lanes(count); }
     static void prefetch(Input elements, Index index) {
         __builtin_prefetch(elements.real + index);
         __builtin_prefetch(elements.imag + index);
@@ -168,12 +168,12 @@ struct InterleavedElements : PackedPlanes<InstructionSet> {
     static constexpr bool recovers_infinities = Set::lost_product == LostProduct::recovers;
     static constexpr Index lanes_in_half = Set::lanes / 2; ///< elements of one vector in memory
 
-    struct Part {
+    struct LaneMask {
         typename Set::Mask in_plane;
         typename Set::Mask in_low;
         typename Set::Mask in_high;
     };
-    static Part first_lanes(Index count) {
+    static LaneMask first_lanes(Index count) {
         const bool fits_low = count <= lanes_in_half;
         return {Set::first_lanes(count), Set::first_lanes(fits_low ? 2 * count : Set::lanes),
                 Set::first_lanes(fits_low ? 0 : 2 * (count - lanes_in_half))};
@@ -194,17 +194,17 @@ struct InterleavedElements : PackedPlanes<InstructionSet> {
         return as_planes(Set::load(elements + 2 * index),
                          Set::load(elements + 2 * index + Set::lanes));
     }
-    static Value load(Input elements, Index index, Part part) {
-        return as_planes(Set::load(elements + 2 * index, part.in_low),
-                         Set::load(elements + 2 * index + Set::lanes, part.in_high));
+    static Value load(Input elements, Index index, LaneMask mask) {
+        return as_planes(Set::load(elements + 2 * index, mask.in_low),
+                         Set::load(elements + 2 * index + Set::lanes, mask.in_high));
     }
     static Value load_packed(SplitPlanes<const Component> planes, Index index, AllLanes lanes) {
         return {SimdKernels::load<Set>(planes.real + index, lanes),
                 SimdKernels::load<Set>(planes.imag + index, lanes)};
     }
-    static Value load_packed(SplitPlanes<const Component> planes, Index index, Part part) {
-        return {Set::load(planes.real + index, part.in_plane),
-                Set::load(planes.imag + index, part.in_plane)};
+    static Value load_packed(SplitPlanes<const Component> planes, Index index, LaneMask mask) {
+        return {Set::load(planes.real + index, mask.in_plane),
+                Set::load(planes.imag + index, mask.in_plane)};
     }
     static void store(Output elements, Index index, Value value, AllLanes) {
         const Value result{as_result<Set>(value.real), as_result<Set>(value.imag)};
@@ -212,12 +212,12 @@ struct InterleavedElements : PackedPlanes<InstructionSet> {
         Set::store(elements + 2 * index + Set::lanes,
                    Set::high_alternated(result.real, result.imag));
     }
-    static void store(Output elements, Index index, Value value, Part part) {
+    static void store(Output elements, Index index, Value value, LaneMask mask) {
         const Value result{as_result<Set>(value.real), as_result<Set>(value.imag)};
         Set::store(elements + 2 * index, Set::low_alternated(result.real, result.imag),
-                   part.in_low);
+                   mask.in_low);
         Set::store(elements + 2 * index + Set::lanes,
-                   Set::high_alternated(result.real, result.imag), part.in_high);
+                   Set::high_alternated(result.real, result.imag), mask.in_high);
     }
 
     static Value as_planes(typename Set::Register low, typename Set::Register high) {
@@ -225,7 +225,7 @@ struct InterleavedElements : PackedPlanes<InstructionSet> {
     }
 };
 
-/// The same for products of few rows, which take the pairs apart as they read them.
+/// Interleaved elements for products of few rows, which take the pairs apart as they read them.
 template <typename Set>
 struct UnpackedInterleavedElements : InterleavedElements<Set> {
     using Interleaved = InterleavedElements<Set>;

@@ -64,10 +64,10 @@ class ComplexElementwise {
         const auto of_a = Elements::of(a);
         const auto of_b = Elements::of(b);
         const auto to = Elements::of(out);
-        for_element_vectors<Elements>(out.size, [=](Index i, auto part) {
+        for_element_vectors<Elements>(out.size, [=](Index i, auto mask) {
             Elements::store(
-                to, i, product<Set>(Elements::load(of_a, i, part), Elements::load(of_b, i, part)),
-                part);
+                to, i, product<Set>(Elements::load(of_a, i, mask), Elements::load(of_b, i, mask)),
+                mask);
         });
     }
 
@@ -75,8 +75,8 @@ class ComplexElementwise {
         const auto b = broadcast_complex<Set>(*factor.real, *factor.imag);
         const auto of_a = Elements::of(a);
         const auto to = Elements::of(out);
-        for_element_vectors<Elements>(out.size, [=](Index i, auto part) {
-            Elements::store(to, i, product<Set>(Elements::load(of_a, i, part), b), part);
+        for_element_vectors<Elements>(out.size, [=](Index i, auto mask) {
+            Elements::store(to, i, product<Set>(Elements::load(of_a, i, mask), b), mask);
         });
     }
 };

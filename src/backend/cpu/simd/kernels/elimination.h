@@ -95,13 +95,13 @@ class Elimination {
     static void subtract_columns(const T* columns, Index stride, const T* x, T* b, Index rows) {
         Register of_x[streams];
         for_places<streams>([&](auto k) { of_x[k.value] = Set::broadcast(x[k.value]); });
-        for_vectors<Set>(rows, [&](Index i, auto part) {
-            Register sum = load<Set>(b + i, part);
+        for_vectors<Set>(rows, [&](Index i, auto mask) {
+            Register sum = load<Set>(b + i, mask);
             for_places<streams>([&](auto k) {
                 const T* const column = columns + k.value * stride + i;
-                sum = sum - load<Set>(column, part) * of_x[k.value];
+                sum = sum - load<Set>(column, mask) * of_x[k.value];
             });
-            store<Set>(b + i, sum, part);
+            store<Set>(b + i, sum, mask);
         });
     }
 
@@ -109,7 +109,7 @@ class Elimination {
     static EliminationProgress factor(T* panel, Index stride, Index rows, Index* pivots) {
         PivotSearch<Set> first;
         for_vectors<Set>(rows,
-                         [&](Index i, auto part) { first.include(load<Set>(panel + i, part)); });
+                         [&](Index i, auto mask) { first.include(load<Set>(panel + i, mask)); });
         return factor_from<Columns, 0>(panel, stride, rows, pivots, first);
     }
 
@@ -156,11 +156,11 @@ class Elimination {
         const Register infinity = Set::broadcast(static_cast<T>(__builtin_inf()));
         T* const below = pivot + 1;
         Index end = rows;
-        for_vectors<Set>(rows, [&](Index i, auto part) {
+        for_vectors<Set>(rows, [&](Index i, auto mask) {
             if (end != rows) {
                 return;
             }
-            const Register elements = load<Set>(below + i, part);
+            const Register elements = load<Set>(below + i, mask);
             const Register multipliers = elements / of_pivot_row[0];
             // Zeros times infinity.
             if (const unsigned zeros = Set::nan_lanes(multipliers * infinity); zeros != 0) {
@@ -171,12 +171,12 @@ class Elimination {
                     return;
                 }
             }
-            store<Set>(below + i, multipliers, part);
+            store<Set>(below + i, multipliers, mask);
             for_places<Right>([&](auto j) {
                 T* const column = below + (j.value + 1) * stride + i;
                 const Register left =
-                    load<Set>(column, part) - multipliers * of_pivot_row[j.value + 1];
-                store<Set>(column, left, part);
+                    load<Set>(column, mask) - multipliers * of_pivot_row[j.value + 1];
+                store<Set>(column, left, mask);
                 if constexpr (j.value == 0) {
                     next.include(left);
                 }

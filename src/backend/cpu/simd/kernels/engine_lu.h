@@ -10,17 +10,16 @@
 // merge copies across instruction sets.
 
 #include "backend/cpu/simd/kernels/complex_triangle.h"
-#include "backend/cpu/simd/plain/engine_scratch.h"
 #include "backend/cpu/simd/plain/lu_failures.h"
+#include "backend/cpu/simd/plain/scratch_memory.h"
 #include "tessaline/storage/kernel_views.h"
 
 #include <complex>
 
 namespace Tessaline::EngineLu {
 
-/// The built-in complex type, laid out like std::complex<float>. Its products recover infinities
-/// as Annex G of C99 tells, and its quotients are the library's.
-__extension__ using ComplexFloat = _Complex float;
+/// Its quotients are the library's.
+using ComplexFloat = SimdKernels::BuiltInComplex<float>::Type;
 
 /// The elements that a std::complex pointer points to.
 template <typename Complex>
@@ -71,8 +70,8 @@ static void solve(LuDecompView<const P, const std::complex<float>> lu,
     if (b.size != order) {
         LuFailures::engine_incompatible_rhs();
     }
-    const SimdKernels::EngineScratch scratch(2 * order);
-    auto* const x = reinterpret_cast<ComplexFloat*>(scratch.data);
+    const Scratch<float> scratch(2 * order);
+    auto* const x = reinterpret_cast<ComplexFloat*>(scratch.data());
     for (std::uint64_t i = 0; i < order; ++i) {
         x[i] = make_complex(b.real[i], b.imag[i]);
     }

@@ -9,7 +9,7 @@
 // merge copies across instruction sets.
 
 #include "backend/cpu/runtime/stop_point.h"
-#include "backend/cpu/simd/plain/engine_scratch.h"
+#include "backend/cpu/simd/plain/scratch_memory.h"
 #include "tessaline/storage/kernel_views.h"
 
 #include <complex>
@@ -73,8 +73,8 @@ template <typename Kernels>
 static void principal_eigenvect(DenseComplexIntlvMatrixView<const std::complex<float>> matrix,
                                 DenseComplexIntlvVectorView<std::complex<float>> vector) {
     const std::uint64_t n = vector.size;
-    const SimdKernels::EngineScratch scratch(2 * n * n + 4 * n);
-    float* const rows = scratch.data;
+    const Scratch<float> scratch(2 * n * n + 4 * n);
+    float* const rows = scratch.data();
     float* x = rows + 2 * n * n;
     float* y = x + 2 * n;
     copy_by_rows(matrix, rows);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// The function of hypotenuse.h for the lanes of vectors of doubles, with the same bits.
+// The function of numbers/hypotenuse.h for the lanes of vectors of doubles, with its bits.
 
 #include <cstddef>
 #include <cstdint>

@@ -84,7 +84,7 @@ class InfinityRecovery {
         });
     }
 
-    /// The same for the products of one factor.
+    /// The products of one factor with neighbours, of which the lost ones are formed anew.
     [[gnu::noinline]] static Complex<Set> recovered(Complex<Set> found, Index count,
                                                     const Component* factor, const Component* b) {
         return replace_lost(found, count,

@@ -36,13 +36,13 @@ class Kron {
   private:
     static void fill_with_wide(Input a, Index a_count, Input b, Index b_count, Output out) {
         for (Index j = 0; j < a_count; ++j) {
-            for_element_vectors<Elements>(b_count, [&](Index i, auto part) {
-                const Value neighbours = Elements::load(b, i, part);
+            for_element_vectors<Elements>(b_count, [&](Index i, auto mask) {
+                const Value neighbours = Elements::load(b, i, mask);
                 const Index rest = b_count - i;
                 Elements::store(
                     out, j * b_count + i,
                     products(a, j, Elements::offset(b, i), neighbours, rest < lanes ? rest : lanes),
-                    part);
+                    mask);
             });
         }
     }
@@ -119,12 +119,12 @@ void sum_of_runs(const typename Elements::Element* elements, Index step, Index t
     using Component = typename Set::Component;
     const auto* from = reinterpret_cast<const Component*>(elements);
     auto* to = reinterpret_cast<Component*>(out);
-    for_vectors<Set>(count * Elements::parts, [&](Index i, auto part) {
+    for_vectors<Set>(count * Elements::parts, [&](Index i, auto mask) {
         typename Set::Register sum = Set::zero();
         for (Index t = 0; t < terms; ++t) {
-            sum = sum + load<Set>(from + t * step * Elements::parts + i, part);
+            sum = sum + load<Set>(from + t * step * Elements::parts + i, mask);
         }
-        store<Set>(to + i, as_result<Set>(sum), part);
+        store<Set>(to + i, as_result<Set>(sum), mask);
     });
 }
 

@@ -10,43 +10,33 @@
 #include "backend/cpu/runtime/stop_point.h"
 #include "backend/cpu/simd/kernels/forms.h"
 #include "backend/cpu/simd/kernels/infinity_recovery.h"
-#include "backend/cpu/simd/plain/packing_memory.h"
+#include "backend/cpu/simd/plain/scratch_memory.h"
 #include "backend/cpu/simd/tables/unfused_kernels.h"
 
 namespace Tessaline::SimdKernels {
-
-/// Inner indices of one block. The rows of A that a tile needs of it, at most 12 KiB, stay in the
-/// first-level cache. Longer blocks load and store C less often; measured at order 1024, 16 floats
-/// gain 2 % from 384 instead of 256, other vectors lose as much.
-template <typename Set>
-constexpr Index inner_block = Set::lanes == 16 ? 384 : 256;
-
-/// What is read of B again and again stays in the first-level cache if it has this many bytes.
-inline constexpr Index matmul_cached_bytes = Index{32} << 10U;
 
 /// C = A B, or C = C - A B.
 template <typename Elements, Update Kind>
 class Matmul {
     using Set = typename Elements::Set;
     using Value = typename Elements::Value;
-    using Part = typename Elements::Part;
+    using LaneMask = typename Elements::LaneMask;
     using Input = typename Elements::Input;
     using Output = typename Elements::Output;
     using Component = typename Set::Component;
     using PackedInput = typename Elements::PackedInput;
     using PackedOutput = typename Elements::PackedOutput;
     static constexpr Index lanes = Set::lanes;
-    static constexpr Index block_terms = inner_block<Set>;
+    static constexpr Index block_terms = inner_block(lanes);
     static constexpr Index tile_rows = Elements::tile_rows;
     static constexpr Index tile_vectors = Elements::tile_vectors;
     static constexpr Index vector_bytes = lanes * Elements::parts * sizeof(Component);
 
-    /// Tiles that pass down a panel before the next panel's turn. Those of 256-bit vectors stay in
-    /// the first-level cache meanwhile, and the rows of A come from the second: at order 1024 that
-    /// is 2 to 7 % faster, and less disturbed. Wider panels stream by from the second-level cache
-    /// while the rows of A stay in the first.
+    /// Tiles that pass down a panel before the next panel's turn. Panels of 256-bit vectors stay in
+    /// the first cache meanwhile; wider ones stream by from the second cache while the rows of A
+    /// stay in the first.
     static constexpr Index tiles_in_turn =
-        block_terms * tile_vectors * vector_bytes <= matmul_cached_bytes ? 16 : 1;
+        block_terms * tile_vectors * vector_bytes <= first_cache_bytes ? tiles_down_a_panel : 1;
 
   public:
     Matmul(Strided<Input> A, Strided<Input> B, Strided<Output> C, ProductExtents extents)
@@ -104,13 +94,13 @@ class Matmul {
     bool packing_pays() const {
         return extents_.rows >= 2 * tile_rows && least(extents_.inner, block_terms) * b_.stride *
                                                          Elements::parts * sizeof(Component) >
-                                                     matmul_cached_bytes;
+                                                     first_cache_bytes;
     }
 
     void clear() const {
         for (Index row = 0; row < extents_.rows; ++row) {
-            for_element_vectors<Elements>(extents_.cols, [&](Index column, auto part) {
-                Elements::store(c_.data, row * c_.stride + column, Elements::zero(), part);
+            for_element_vectors<Elements>(extents_.cols, [&](Index column, auto mask) {
+                Elements::store(c_.data, row * c_.stride + column, Elements::zero(), mask);
             });
         }
     }
@@ -169,9 +159,9 @@ class Matmul {
             for (Index k = 0; k < block.count; ++k) {
                 const Input row =
                     Elements::offset(b_.data, (block.first + k) * b_.stride + vector * lanes);
-                for_element_vectors<Elements>(columns, [&](Index i, auto part) {
+                for_element_vectors<Elements>(columns, [&](Index i, auto mask) {
                     Elements::store_packed(packed, start + k * width * lanes + i,
-                                           Elements::load(row, i, part));
+                                           Elements::load(row, i, mask));
                 });
             }
         });
@@ -208,7 +198,7 @@ class Matmul {
     }
 
     template <Index Rows, Index Vectors>
-    void multiply_narrow(const Panel& panel, Part last, Index row) const {
+    void multiply_narrow(const Panel& panel, LaneMask last, Index row) const {
         if (panel.vectors == Vectors) {
             multiply_tile<Rows, Vectors>(panel, last, row);
         } else if constexpr (Vectors > 1) {
@@ -224,9 +214,9 @@ class Matmul {
             for_tile<Rows, Vectors>(
                 last, [&](auto r, auto v, auto) { sums[r.value][v.value] = Elements::zero(); });
         } else {
-            for_tile<Rows, Vectors>(last, [&](auto r, auto v, auto part) {
+            for_tile<Rows, Vectors>(last, [&](auto r, auto v, auto mask) {
                 sums[r.value][v.value] =
-                    Elements::load(c_.data, c_index(panel, row + r.value, v.value), part);
+                    Elements::load(c_.data, c_index(panel, row + r.value, v.value), mask);
             });
         }
         prefetch_next<Rows, Vectors>(panel, row);
@@ -236,8 +226,8 @@ class Matmul {
         const Index stride = panel.stride;
         for (Index k = 0, count = panel.count; k < count; ++k) {
             Value b[Vectors];
-            for_vectors_of<Vectors>(last, [&](auto v, auto part) {
-                b[v.value] = Elements::load_packed(B, k * stride + v.value * lanes, part);
+            for_vectors_of<Vectors>(last, [&](auto v, auto mask) {
+                b[v.value] = Elements::load_packed(B, k * stride + v.value * lanes, mask);
             });
             for_places<Rows>([&](auto r) {
                 const Value a = Elements::broadcast(A, r.value * a_stride + k);
@@ -249,9 +239,9 @@ class Matmul {
         if constexpr (Elements::recovers_infinities) {
             recover(sums, panel, row);
         }
-        for_tile<Rows, Vectors>(last, [&](auto r, auto v, auto part) {
+        for_tile<Rows, Vectors>(last, [&](auto r, auto v, auto mask) {
             Elements::store(c_.data, c_index(panel, row + r.value, v.value), sums[r.value][v.value],
-                            part);
+                            mask);
         });
     }
 
@@ -325,7 +315,7 @@ class Matmul {
     template <Index Rows, Index Vectors, typename LastLanes, typename Body>
     [[gnu::always_inline]] static void for_tile(LastLanes last, const Body& body) {
         for_places<Rows>([&](auto r) {
-            for_vectors_of<Vectors>(last, [&](auto v, auto part) { body(r, v, part); });
+            for_vectors_of<Vectors>(last, [&](auto v, auto mask) { body(r, v, mask); });
         });
     }
 
@@ -336,7 +326,7 @@ class Matmul {
     bool packs_;
 };
 
-/// The same of blocks that a caller cuts; see unfused_kernels.h.
+/// C = A B or C = C - A B for blocks that a caller cuts; see unfused_kernels.h.
 template <typename Elements, Update Kind>
 void strided_product(StridedRows<const typename Elements::Element> A,
                      StridedRows<const typename Elements::Element> B,
@@ -346,7 +336,7 @@ void strided_product(StridedRows<const typename Elements::Element> A,
         .run();
 }
 
-/// The same of interleaved elements, which are packed where enough rows pass over B.
+/// strided_product() of interleaved elements, which are packed where enough rows pass over B.
 template <typename Set, Update Kind>
 void strided_interleaved_product(StridedRows<const std::complex<typename Set::Component>> A,
                                  StridedRows<const std::complex<typename Set::Component>> B,

@@ -15,8 +15,8 @@ class LaneSum {
   public:
     void add(Register terms, AllLanes) { lanes_ = lanes_ + terms; }
     /// What is left after the whole vectors, zeros behind it.
-    template <typename Part>
-    void add(Register terms, const Part&) {
+    template <typename LaneMask>
+    void add(Register terms, const LaneMask&) {
         rest_ = terms;
     }
 
@@ -70,9 +70,9 @@ class Reductions {
     static void multiply_row(const float* row, const float* vector, Index count, float* result) {
         using Elements = InterleavedElements<Set>;
         ComplexLaneSum<Set> sum;
-        for_element_vectors<Elements>(count, [&](Index i, auto part) {
-            sum.add(product<Set>(Elements::load(row, i, part), Elements::load(vector, i, part)),
-                    part);
+        for_element_vectors<Elements>(count, [&](Index i, auto mask) {
+            sum.add(product<Set>(Elements::load(row, i, mask), Elements::load(vector, i, mask)),
+                    mask);
         });
         sum.store_total({result, result + 1}, count);
     }
@@ -88,7 +88,7 @@ class ComplexReductions {
         const auto from = Elements::of(a);
         ComplexLaneSum<Set> sum;
         for_element_vectors<Elements>(
-            a.size, [&](Index i, auto part) { sum.add(Elements::load(from, i, part), part); });
+            a.size, [&](Index i, auto mask) { sum.add(Elements::load(from, i, mask), mask); });
         sum.store_total(out, a.size);
     }
 
@@ -96,10 +96,10 @@ class ComplexReductions {
         const auto of_a = Elements::of(a);
         const auto of_b = Elements::of(b);
         ComplexLaneSum<Set> sum;
-        for_element_vectors<Elements>(a.size, [&](Index i, auto part) {
-            sum.add(conjugate_product<Set>(Elements::load(of_a, i, part),
-                                           Elements::load(of_b, i, part)),
-                    part);
+        for_element_vectors<Elements>(a.size, [&](Index i, auto mask) {
+            sum.add(conjugate_product<Set>(Elements::load(of_a, i, mask),
+                                           Elements::load(of_b, i, mask)),
+                    mask);
         });
         sum.store_total(out, a.size);
     }

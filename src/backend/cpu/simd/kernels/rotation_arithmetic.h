@@ -5,6 +5,7 @@
 // infinities.
 
 #include "backend/cpu/simd/kernels/arithmetic.h"
+#include "backend/cpu/simd/tables/built_in_complex.h"
 #include "backend/cpu/simd/tables/rotation_kernels.h"
 
 #include <type_traits>
@@ -16,7 +17,7 @@ namespace {
 template <typename Set, bool IsComplex>
 class RotationArithmetic {
     using Register = typename Set::Register;
-    __extension__ using BuiltIn = _Complex double;
+    using BuiltIn = BuiltInComplex<double>::Type;
 
   public:
     struct RealVector {

@@ -145,9 +145,7 @@ class Rotations {
     /// The conjugate transpose of as many vectors as each has lanes.
     [[gnu::always_inline]] static inline void transpose_registers(Vector (&rows)[lanes]) {
         exchange<1>(rows);
-        if constexpr (lanes >= 4) {
-            exchange<2>(rows);
-        }
+        exchange<2>(rows);
         if constexpr (lanes >= 8) {
             exchange<4>(rows);
         }

@@ -5,22 +5,13 @@
 
 #include "backend/cpu/simd/kernels/forms.h"
 #include "backend/cpu/simd/kernels/infinity_recovery.h"
+#include "backend/cpu/simd/plain/block_sizes.h"
 #include "backend/cpu/simd/tables/unfused_kernels.h"
 
 #include <cstdint>
 #include <type_traits>
 
 namespace Tessaline::SimdKernels {
-
-/// From this many bytes on, rows come from memory and are asked for ahead: 25 % more speed there,
-/// where it would cost 10 % in caches.
-inline constexpr Index prefetched_row_bytes = Index{16} << 20U;
-
-/// From this many bytes of a row on, its vectors are made to lie within cache lines. Rows of floats
-/// that lie 4096 bytes apart meet in one set of the first cache, where a line that two vectors
-/// share is gone before the second one: 1.8 times as fast there. In shorter rows the masked vector
-/// in front takes as long as it saves.
-inline constexpr Index aligned_row_bytes = 2048;
 
 /// Rows of the elements that a product computes with.
 template <typename Elements>
@@ -55,8 +46,8 @@ struct StoredRows {
     static typename Elements::Value load(Input elements, Index index, AllLanes, Index /*rest*/) {
         return widened(elements + parts * index);
     }
-    template <typename Part>
-    static typename Elements::Value load(Input elements, Index index, const Part&, Index rest) {
+    template <typename LaneMask>
+    static typename Elements::Value load(Input elements, Index index, const LaneMask&, Index rest) {
         std::uint16_t padded[parts * Set::lanes]{};
         for (Index i = 0; i < parts * rest; ++i) {
             padded[i] = elements[parts * index + i];
@@ -148,7 +139,7 @@ class RowProducts {
 
     /// `count` is of the rows of a tile.
     template <Index Tiles, bool Prefetches, typename Lanes, typename Product>
-    void fill_tiles(typename Elements::Output out, Index row, Lanes part, Index count,
+    void fill_tiles(typename Elements::Output out, Index row, Lanes mask, Index count,
                     const Product& times) const {
         Value sums[Tiles];
         for_places<Tiles>([&](auto tile) {
@@ -182,7 +173,7 @@ class RowProducts {
             if constexpr (Elements::recovers_infinities) {
                 sum = recovered(sum, Elements::offset(a_.data, start * a_.stride), count);
             }
-            Elements::store(out, start, sum, part);
+            Elements::store(out, start, sum, mask);
         });
     }
 
@@ -216,7 +207,7 @@ class RowProducts {
     }
 
     static constexpr Index lanes_of(AllLanes, Index) { return lanes; }
-    static Index lanes_of(typename Elements::Part, Index rest) { return rest; }
+    static Index lanes_of(typename Elements::LaneMask, Index rest) { return rest; }
 
     template <typename Place>
     static void put(Register value, Register (&terms)[1][lanes], Place i) {
@@ -291,7 +282,7 @@ void strided_row_products(StridedRows<const typename Elements::Element> A,
                                });
 }
 
-/// The same for rows that are widened on the way.
+/// y = A x for rows that a caller cuts and that are widened on the way.
 template <typename Elements, typename Format>
 void widened_row_products(StridedRows<const std::uint16_t> A, const typename Elements::Element* x,
                           typename Elements::Element* y, Index rows, Index cols) {

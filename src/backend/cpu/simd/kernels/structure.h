@@ -19,8 +19,8 @@ void kron_rows(typename Elements::Form::MatrixInput A, typename Elements::Form::
         for (Index j = 0; j < A.cols; ++j) {
             const auto to = Elements::of(out, row * out.cols + j * B.cols);
             const auto factor = Elements::broadcast(a, j);
-            for_element_vectors<Elements>(B.cols, [=](Index i, auto part) {
-                Elements::store(to, i, product<Set>(factor, Elements::load(b, i, part)), part);
+            for_element_vectors<Elements>(B.cols, [=](Index i, auto mask) {
+                Elements::store(to, i, product<Set>(factor, Elements::load(b, i, mask)), mask);
             });
         }
     }
@@ -31,13 +31,13 @@ void partial_trace_left(typename Elements::Form::MatrixInput A,
                         typename Elements::Form::MatrixOutput out, Index begin, Index end) {
     for (Index i = begin; i < end; ++i) {
         const auto to = Elements::of(out, i * out.cols);
-        for_element_vectors<Elements>(out.cols, [&](Index j, auto part) {
+        for_element_vectors<Elements>(out.cols, [&](Index j, auto mask) {
             auto sum = Elements::zero();
             for (Index t = 0; t < A.rows; t += out.rows) {
                 const auto block = Elements::of(A, (t + i) * A.cols + t);
-                sum = plus<typename Elements::Set>(sum, Elements::load(block, j, part));
+                sum = plus<typename Elements::Set>(sum, Elements::load(block, j, mask));
             }
-            Elements::store(to, j, sum, part);
+            Elements::store(to, j, sum, mask);
         });
     }
 }

@@ -4,7 +4,8 @@
 // The transposing copy of matrices by blocks that turn in registers; see transposed_copy.h.
 
 #include "backend/cpu/simd/kernels/arithmetic.h"
-#include "backend/cpu/simd/tables/transposed_copy.h"
+#include "backend/cpu/simd/plain/block_sizes.h"
+#include "backend/cpu/simd/tables/unfused_kernels.h"
 
 namespace Tessaline::SimdKernels {
 
@@ -100,15 +101,10 @@ class TransposedCopy {
     using Register = typename Set::Register;
     using Block = RegisterBlock<Set, Bits>;
     static constexpr Index cache_line = 64;
-    /// Rows of the source in a tile, and bytes of each. Measured from 64 to 1024 bytes and from 16
-    /// to 64 rows: larger tiles crowd the first cache, smaller ones take memory in shorter runs.
-    static constexpr Index height = sizeof(Bits) == 2 ? 32 : 16;
-    static constexpr Index width_bytes = sizeof(Bits) == 2 ? 128 : 256;
-    static constexpr Index width = width_bytes / sizeof(Bits);
-    /// A tile comes from more lines of memory than the processor follows by itself. Rows are asked
-    /// for this far ahead of the one that is turned, one by one: many requests at once would hold
-    /// up what comes behind them.
-    static constexpr Index rows_ahead = 32;
+    // Rows of the source in a tile, and elements of each.
+    static constexpr Index height = transposed_rows(sizeof(Bits));
+    static constexpr Index width = transposed_row_bytes(sizeof(Bits)) / sizeof(Bits);
+    static constexpr Index rows_ahead = transposed_rows_ahead;
     static constexpr Index slots = cache_line / sizeof(Bits); ///< elements of a cache line
     static constexpr Index side = Block::side;
 
@@ -235,11 +231,11 @@ class TransposedCopy {
             slot = slots;
         }
         for (; slot < height; slot += slots) {
-            for (Index part = 0; part < slots; part += sizeof(Register) / sizeof(Bits)) {
+            for (Index place = 0; place < slots; place += sizeof(Register) / sizeof(Bits)) {
                 using Component = typename Set::Component;
                 const Register value =
-                    Set::load(reinterpret_cast<const Component*>(line + slot + part));
-                auto* const to = reinterpret_cast<Component*>(target + slot + part);
+                    Set::load(reinterpret_cast<const Component*>(line + slot + place));
+                auto* const to = reinterpret_cast<Component*>(target + slot + place);
                 if (past_caches_) {
                     Set::stream(to, value);
                 } else {

@@ -114,7 +114,7 @@ struct Avx256 {
     static Register low_pairs(Register a, Register b) { return _mm256_shuffle_ps(a, b, 0x44); }
     static Register high_pairs(Register a, Register b) { return _mm256_shuffle_ps(a, b, 0xee); }
 
-    // Conversions of elements of two bytes, for units that have F16C as well.
+    // Conversions of elements of two bytes; those of binary16 for units that have F16C as well.
 #ifdef __F16C__
     static Register load_binary16(const std::uint16_t* from) {
         return _mm256_cvtph_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(from)));
@@ -123,6 +123,7 @@ struct Avx256 {
         _mm_storeu_si128(reinterpret_cast<__m128i*>(to),
                          _mm256_cvtps_ph(value, _MM_FROUND_TO_NEAREST_INT));
     }
+#endif
     static Register load_bfloat16(const std::uint16_t* from) {
         const __m128i upper = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
         return _mm256_castsi256_ps(_mm256_slli_epi32(_mm256_cvtepu16_epi32(upper), 16));
@@ -137,7 +138,6 @@ struct Avx256 {
         const __m256i pairs = _mm256_permute4x64_epi64(_mm256_packus_epi32(upper, upper), 0xd8);
         _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm256_castsi256_si128(pairs));
     }
-#endif
 
   private:
     static Register halves_of(__m256i low, __m256i high) {

@@ -13,7 +13,7 @@ namespace Tessaline::SimdKernels {
 // linker cannot put it in the place of code for another instruction set.
 namespace {
 
-/// The vocabulary of products, as in Avx256. Nothing fuses.
+/// The vocabulary of products that Avx256 has for floats. Nothing fuses.
 struct Avx256Double {
     using Component = double;
     using Register = __m256d;
@@ -72,7 +72,7 @@ struct Avx256Double {
         rows[3] = _mm256_permute2f128_pd(high_01, high_23, 0x31);
     }
 
-    /// The same with pairs of neighbours for elements.
+    /// The transpose with pairs of neighbours for elements.
     static void transpose_pairs(Register (&rows)[lanes / 2]) {
         const Register low = _mm256_permute2f128_pd(rows[0], rows[1], 0x20);
         rows[1] = _mm256_permute2f128_pd(rows[0], rows[1], 0x31);

@@ -58,7 +58,7 @@ struct Avx512 {
         return _mm512_fnmadd_ps(a, b, c);
     }
 
-    /// The same of vectors of half the lanes.
+    /// a b + c and c - a b, rounded once, in vectors of half the lanes.
     static __m256 fused_add(__m256 a, __m256 b, __m256 c) {
         return _mm512_castps512_ps256(fused_add(whole(a), whole(b), whole(c)));
     }

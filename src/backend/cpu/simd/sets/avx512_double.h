@@ -12,7 +12,7 @@ namespace Tessaline::SimdKernels {
 // linker cannot put it in the place of code for another instruction set.
 namespace {
 
-/// The vocabulary of products, as in Avx512.
+/// The vocabulary of products that Avx512 has for floats.
 struct Avx512Double {
     using Component = double;
     using Register = __m512d;
@@ -71,7 +71,7 @@ struct Avx512Double {
         transpose_quarters(high, rows[1], rows[3], rows[5], rows[7]);
     }
 
-    /// The same with pairs of neighbours for elements.
+    /// The transpose with pairs of neighbours for elements.
     static void transpose_pairs(Register (&rows)[lanes / 2]) {
         const Register before[] = {rows[0], rows[1], rows[2], rows[3]};
         transpose_quarters(before, rows[0], rows[1], rows[2], rows[3]);

@@ -6,13 +6,11 @@
 //
 // Included by units for every instruction set, so nothing here is more than a declaration.
 
+#include "backend/cpu/simd/plain/block_sizes.h"
 #include "backend/cpu/simd/tables/built_in_complex.h"
 #include "backend/cpu/simd/tables/unfused_kernels.h"
 
 namespace Tessaline::SimdKernels {
-
-/// Columns of a panel at most, and rows of a triangle that a kernel solves with.
-inline constexpr Index elimination_block = 8;
 
 /// Why an elimination ended.
 enum class EliminationEnd { complete, singular, non_finite, vanished_multiplier };
@@ -57,7 +55,7 @@ struct TriangleKernels {
     void (*substitute_backward)(const UpperTriangle<T>& U, T* b, DivideByDiagonal<T> divide);
 };
 
-/// For T float or double; for complex types see below.
+/// For T float or double. Complex types have EliminationKernels<std::complex<Real>>.
 template <typename T>
 struct EliminationKernels : TriangleKernels<T> {
     /// Eliminates the columns of a panel of `rows` rows, with partial pivoting, the upper one of
@@ -116,7 +114,9 @@ struct EngineEliminationKernels : TriangleKernels<std::complex<float>> {
     /// The first candidate with the largest square, NaN passed over. Undecided where the first
     /// candidate is NaN or all squares are zero.
     Index (*largest_square)(const T* candidates, Index count);
-    /// As above, with quotients formed in double. Quotients that are not NaN stand.
+    /// Divides the elements below a pivot, from row `begin` on, by quotients formed in double, and
+    /// subtracts their multiples of the pivot row from the columns right of it, up to a row whose
+    /// quotient is NaN. Returns that row, or the number of rows.
     Index (*eliminate)(const PivotBlock<T>& block, Index begin,
                        const PreparedDivisor<double>& divisor);
 };
@@ -129,13 +129,11 @@ struct EliminationTable : EliminationKernels<float>,
 extern const EliminationTable avx256_elimination_table;
 extern const EliminationTable avx512_elimination_table;
 
-/// The kernels that belong to the products of unfused_kernels(), or null like these.
+/// The kernels of the implementation in use. Raises what selected_x86_simd() does.
+const EliminationTable& elimination_table();
 template <typename T>
-const EliminationKernels<T>* elimination_kernels();
-
-extern template const EliminationKernels<float>* elimination_kernels();
-extern template const EliminationKernels<double>* elimination_kernels();
-extern template const EliminationKernels<std::complex<float>>* elimination_kernels();
-extern template const EliminationKernels<std::complex<double>>* elimination_kernels();
+const EliminationKernels<T>& elimination_kernels() {
+    return elimination_table();
+}
 
 } // namespace Tessaline::SimdKernels

@@ -15,9 +15,6 @@
 
 namespace Tessaline::SimdKernels {
 
-/// Columns of a set come in multiples of this.
-inline constexpr Index column_group = 8;
-
 /// Zero is ordinary, and what lies between this and its reciprocal: every step of a norm stays
 /// clear of the range's ends, also scaled to parts below 1.
 inline constexpr double largest_ordinary = 0x1p200;
@@ -42,7 +39,7 @@ struct GramSchmidtKernels {
 extern const GramSchmidtKernels avx256_gram_schmidt_kernels;
 extern const GramSchmidtKernels avx512_gram_schmidt_kernels;
 
-/// The kernels that belong to the products of unfused_kernels(), or null like these.
-const GramSchmidtKernels* gram_schmidt_kernels();
+/// The kernels of the implementation in use. Raises what selected_x86_simd() does.
+const GramSchmidtKernels& gram_schmidt_kernels();
 
 } // namespace Tessaline::SimdKernels

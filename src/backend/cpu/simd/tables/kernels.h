@@ -2,7 +2,7 @@
 #pragma once
 
 // The functions that an engine has compiled for its instruction set. They are serial, check nothing
-// and allocate nothing but a thread's packing memory (packing_memory.h): the engine around
+// and allocate nothing but a thread's packing memory (scratch_memory.h): the engine around
 // them (x86_simd_engine.h) cuts the work and knows the shapes. Included by units for every
 // instruction set, so nothing here is more than a declaration.
 //

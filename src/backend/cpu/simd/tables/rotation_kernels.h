@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Plane rotations of the rows of a matrix, compiled for wide vectors and, for other processors, for
-// the narrow ones of every processor. They round each operation and give the same bits everywhere.
+// Plane rotations of the rows of a matrix, compiled for wide vectors. They round each operation and
+// give the same bits with every instruction set.
 //
 // Included by units for every instruction set, so nothing here is more than a declaration.
+
+#include "backend/cpu/simd/plain/block_sizes.h"
 
 #include <complex>
 #include <cstdint>
@@ -12,9 +14,6 @@
 namespace Tessaline::SimdKernels {
 
 using Index = std::uint64_t;
-
-/// Rows are rotated in blocks of this many, and columns come in multiples of it.
-inline constexpr Index rotation_block = 8;
 
 /// Takes an element u of a common row and an element v of another one to c u - conj(s) v and
 /// c v + s u.
@@ -68,7 +67,7 @@ struct RotationKernels {
     /// point to on.
     void (*rotate)(double* common, double* block, const PlanarShape& shape,
                    const BlockRotations& rotations, Index columns);
-    /// The same in `rotation_block` columns for a block whose rows lie as columns, conjugated.
+    /// rotate() in `rotation_block` columns for a block whose rows lie as columns, conjugated.
     void (*rotate_adjoint)(double* common, double* adjoint, const PlanarShape& shape,
                            const BlockRotations& rotations);
     /// rotate() in the first columns of a block, up to `columns` of them.
@@ -83,11 +82,10 @@ struct RotationKernels {
 
 struct RotationTable : RotationKernels<double>, RotationKernels<std::complex<double>> {};
 
-extern const RotationTable baseline_rotation_table;
 extern const RotationTable avx256_rotation_table;
 extern const RotationTable avx512_rotation_table;
 
-/// The kernels of the widest instruction set that the processor has.
+/// The kernels of the implementation in use. Raises what selected_x86_simd() does.
 const RotationTable& rotation_kernels();
 
 } // namespace Tessaline::SimdKernels

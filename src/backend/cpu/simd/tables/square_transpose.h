@@ -15,7 +15,7 @@ namespace Tessaline {
 template <typename T>
 void transpose_in_place(T* matrix, std::uint64_t order) {
     using Bits = BitsOf<T>;
-    constexpr std::uint64_t tile = 32;
+    constexpr std::uint64_t tile = turned_tile;
     Bits buffer[tile * tile];
     Bits* const elements = as_bits(matrix);
     for (std::uint64_t i = 0; i < order; i += tile) {

@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/simd/tables/transposed_copy.h"
 
-#include "backend/cpu/simd/tables/unfused_kernels.h"
-
-#include <algorithm>
 #include <cstring>
 
 namespace Tessaline {
@@ -19,44 +16,19 @@ void copy_element(const Bits* from, Bits* to, Bits flipped) {
     std::memcpy(to, &element, sizeof element);
 }
 
-/// By square tiles, of which the first cache holds both sides.
-template <typename Bits>
-void copy_transposed_plainly(const Bits* source, std::uint64_t source_stride, Bits* target,
-                             std::uint64_t target_stride, std::uint64_t rows, std::uint64_t cols,
-                             Bits flipped) {
-    constexpr std::uint64_t tile = 16;
-    for (std::uint64_t row = 0; row < rows; row += tile) {
-        const std::uint64_t last_row = std::min(rows, row + tile);
-        for (std::uint64_t column = 0; column < cols; column += tile) {
-            const std::uint64_t last_column = std::min(cols, column + tile);
-            for (std::uint64_t j = column; j < last_column; ++j) {
-                for (std::uint64_t i = row; i < last_row; ++i) {
-                    copy_element(source + i * source_stride + j, target + j * target_stride + i,
-                                 flipped);
-                }
-            }
-        }
-    }
-}
-
 } // namespace
 
 template <typename Bits>
 void copy_transposed(const Bits* source, std::uint64_t source_stride, Bits* target,
                      std::uint64_t target_stride, std::uint64_t rows, std::uint64_t cols,
-                     Bits flipped, bool past_caches) {
+                     Bits flipped, bool past_caches, const SimdKernels::UnfusedTable& kernels) {
     if (rows == 0) {
-        return;
-    }
-    const SimdKernels::TransposingKernel<Bits>* kernel = SimdKernels::unfused_table();
-    if (kernel == nullptr) {
-        copy_transposed_plainly(source, source_stride, target, target_stride, rows, cols, flipped);
         return;
     }
     // Elements that lie across cache lines are written through the caches.
     const bool lined_up = reinterpret_cast<std::uintptr_t>(target) % sizeof(Bits) == 0;
-    kernel->copy_transposed(source, source_stride, target, target_stride, rows, cols, flipped,
-                            past_caches && lined_up);
+    SimdKernels::transposing_kernel<Bits>(kernels)(source, source_stride, target, target_stride,
+                                                   rows, cols, flipped, past_caches && lined_up);
 }
 
 template <typename Bits>
@@ -68,7 +40,7 @@ void copy_flipped(const Bits* source, Bits* target, std::uint64_t count, Bits fl
 
 #define TESSALINE_INSTANTIATE(Bits)                                                                \
     template void copy_transposed(const Bits*, std::uint64_t, Bits*, std::uint64_t, std::uint64_t, \
-                                  std::uint64_t, Bits, bool);                                      \
+                                  std::uint64_t, Bits, bool, const SimdKernels::UnfusedTable&);    \
     template void copy_flipped(const Bits*, Bits*, std::uint64_t, Bits);
 TESSALINE_INSTANTIATE(std::uint16_t)
 TESSALINE_INSTANTIATE(std::uint32_t)

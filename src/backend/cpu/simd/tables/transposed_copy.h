@@ -3,9 +3,8 @@
 
 // The transposing copy of matrices, of elements that are taken as bits.
 
-#include "backend/cpu/numbers/element_bits.h"
-
-#include <cstdint>
+#include "backend/cpu/simd/plain/block_sizes.h"
+#include "backend/cpu/simd/tables/unfused_kernels.h"
 
 namespace Tessaline {
 
@@ -18,13 +17,11 @@ namespace Tessaline {
 template <typename Bits>
 void copy_transposed(const Bits* source, std::uint64_t source_stride, Bits* target,
                      std::uint64_t target_stride, std::uint64_t rows, std::uint64_t cols,
-                     Bits flipped, bool past_caches);
+                     Bits flipped, bool past_caches,
+                     const SimdKernels::UnfusedTable& kernels = SimdKernels::unfused_table());
 
 /// target[i] = source[i] ^ flipped for `count` elements.
 template <typename Bits>
 void copy_flipped(const Bits* source, Bits* target, std::uint64_t count, Bits flipped);
-
-/// From this size of a matrix in bytes on, a copy of it writes past the caches.
-constexpr std::uint64_t least_bytes_past_caches = std::uint64_t{4} << 20U;
 
 } // namespace Tessaline

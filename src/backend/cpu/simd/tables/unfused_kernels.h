@@ -4,14 +4,15 @@
 // Products without fused operations, compiled for wide vectors: the inner loops of the floating
 // kernels. They give the bits of plain loops, but that every NaN they store is the positive quiet
 // one. They are serial, check nothing and allocate nothing but a thread's packing memory
-// (packing_memory.h).
+// (scratch_memory.h).
 //
 // Included by units for every instruction set, so nothing here is more than a declaration.
 
-#include "backend/cpu/simd/tables/transposed_copy.h"
+#include "backend/cpu/numbers/element_bits.h"
 
 #include <complex>
 #include <cstdint>
+#include <type_traits>
 
 namespace Tessaline::SimdKernels {
 
@@ -89,85 +90,107 @@ struct QuotientKernels {
                             Index count);
 };
 
-/// Elements of two bytes, by their bits, as floats, which is exact but for the payload of a NaN;
-/// and floats rounded to nearest with ties to even.
-struct ConversionKernels {
-    void (*widen_binary16)(const std::uint16_t* from, float* to, Index count);
-    void (*round_binary16)(const float* from, std::uint16_t* to, Index count);
-    void (*widen_bfloat16)(const std::uint16_t* from, float* to, Index count);
-    void (*round_bfloat16)(const float* from, std::uint16_t* to, Index count);
-    /// Sums in float, rounded once. The result may lie where an operand does.
-    void (*add_binary16)(const std::uint16_t* a, const std::uint16_t* b, std::uint16_t* out,
-                         Index count);
-};
-
-/// Kernels of elements of two bytes a part, which are widened on the way and whose results are not
-/// rounded and hold any NaN.
+/// Elements of two bytes of one format, by their bits, and floats. Widening is exact but for the
+/// payload of a NaN. What is not rounded may be any NaN.
 struct StoredKernels {
-    /// y = A x as the kernel of that name forms it, the rows of A `stride` elements apart. Complex
-    /// sums with two parts of NaN are left to the caller to form anew.
+    void (*widen)(const std::uint16_t* from, float* to, Index count);
+    /// To nearest with ties to even.
+    void (*round)(const float* from, std::uint16_t* to, Index count);
+
+    /// y = A x as UnfusedKernels form it, the rows of A `stride` elements apart.
     template <typename T>
     using RowProducts = void (*)(StridedRows<const std::uint16_t> A, const T* x, T* y, Index rows,
                                  Index cols);
-    RowProducts<float> row_products_binary16;
-    RowProducts<float> row_products_bfloat16;
-    RowProducts<std::complex<float>> row_products_complex_binary16;
+    RowProducts<float> row_products;
+    /// As UnfusedKernels form them, each part of a complex element by itself.
+    void (*sum_of_runs)(const std::uint16_t* elements, Index step, Index terms, float* out,
+                        Index count);
+};
 
-    /// Sums as the kernel of that name forms them, each part of a complex element by itself.
-    using SumOfRuns = void (*)(const std::uint16_t* elements, Index step, Index terms, float* out,
-                               Index count);
-    SumOfRuns sum_of_runs_binary16;
-    SumOfRuns sum_of_runs_bfloat16;
+struct Binary16Kernels : StoredKernels {
+    /// Sums with two parts of NaN are left to the caller to form anew.
+    RowProducts<std::complex<float>> complex_row_products;
+    /// Sums in float, rounded once. The result may lie where an operand does.
+    void (*add)(const std::uint16_t* a, const std::uint16_t* b, std::uint16_t* out, Index count);
 };
 
 /// See copy_transposed().
 template <typename Bits>
-struct TransposingKernel {
-    void (*copy_transposed)(const Bits* source, Index source_stride, Bits* target,
-                            Index target_stride, Index rows, Index cols, Bits flipped,
-                            bool past_caches);
-};
+using TransposingKernel = void (*)(const Bits* source, Index source_stride, Bits* target,
+                                   Index target_stride, Index rows, Index cols, Bits flipped,
+                                   bool past_caches);
 
 /// The kernels of one instruction set.
-struct UnfusedTable : UnfusedKernels<float>,
-                      UnfusedKernels<double>,
-                      UnfusedKernels<std::complex<float>>,
-                      UnfusedKernels<std::complex<double>>,
-                      NormKernels<float>,
-                      NormKernels<double>,
-                      QuotientKernels<float>,
-                      QuotientKernels<double>,
-                      ConversionKernels,
-                      StoredKernels,
-                      TransposingKernel<std::uint16_t>,
-                      TransposingKernel<std::uint32_t>,
-                      TransposingKernel<std::uint64_t>,
-                      TransposingKernel<Bits128> {};
+struct UnfusedTable {
+    UnfusedKernels<float> float32;
+    UnfusedKernels<double> float64;
+    UnfusedKernels<std::complex<float>> complex64;
+    UnfusedKernels<std::complex<double>> complex128;
+
+    NormKernels<float> float32_norms;
+    NormKernels<double> float64_norms;
+    QuotientKernels<float> float32_quotients;
+    QuotientKernels<double> float64_quotients;
+
+    Binary16Kernels binary16;
+    StoredKernels bfloat16;
+
+    TransposingKernel<std::uint16_t> transpose_16_bits;
+    TransposingKernel<std::uint32_t> transpose_32_bits;
+    TransposingKernel<std::uint64_t> transpose_64_bits;
+    TransposingKernel<Bits128> transpose_128_bits;
+};
+
+/// Those for elements of type T.
+template <typename T>
+const UnfusedKernels<T>& unfused_kernels(const UnfusedTable& table) {
+    if constexpr (std::is_same_v<T, float>) {
+        return table.float32;
+    } else if constexpr (std::is_same_v<T, double>) {
+        return table.float64;
+    } else if constexpr (std::is_same_v<T, std::complex<float>>) {
+        return table.complex64;
+    } else {
+        return table.complex128;
+    }
+}
+template <typename Real>
+const NormKernels<Real>& norm_kernels(const UnfusedTable& table) {
+    if constexpr (std::is_same_v<Real, float>) {
+        return table.float32_norms;
+    } else {
+        return table.float64_norms;
+    }
+}
+template <typename Real>
+const QuotientKernels<Real>& quotient_kernels(const UnfusedTable& table) {
+    if constexpr (std::is_same_v<Real, float>) {
+        return table.float32_quotients;
+    } else {
+        return table.float64_quotients;
+    }
+}
+template <typename Bits>
+TransposingKernel<Bits> transposing_kernel(const UnfusedTable& table) {
+    if constexpr (sizeof(Bits) == 2) {
+        return table.transpose_16_bits;
+    } else if constexpr (sizeof(Bits) == 4) {
+        return table.transpose_32_bits;
+    } else if constexpr (sizeof(Bits) == 8) {
+        return table.transpose_64_bits;
+    } else {
+        return table.transpose_128_bits;
+    }
+}
 
 extern const UnfusedTable avx256_unfused_table;
 extern const UnfusedTable avx512_unfused_table;
 
-/// The table that the processor runs fastest; null where it has none of their instruction sets, and
-/// the plain loops serve. An engine asked for by name (see x86_simd.h) decides here too, though the
-/// bits are the same.
-const UnfusedTable* unfused_table();
+/// In the place of a table's own for processors with AVX2 that do not convert binary16.
+extern const Binary16Kernels avx256_integer_binary16_kernels;
 
-template <typename T>
-const UnfusedKernels<T>* unfused_kernels() {
-    return unfused_table();
-}
-
-/// Puts another table, or null, in the place of that one while it lives. For tests: no kernel may
-/// run meanwhile on another thread's behalf.
-class UnfusedSelection {
-  public:
-    explicit UnfusedSelection(const UnfusedTable* table);
-    UnfusedSelection(const UnfusedSelection&) = delete;
-    UnfusedSelection& operator=(const UnfusedSelection&) = delete;
-    ~UnfusedSelection();
-
-  private:
-    const UnfusedTable* former_;
-};
+/// The table of the implementation in use, though all give the same bits. Raises what
+/// selected_x86_simd() does.
+const UnfusedTable& unfused_table();
 
 } // namespace Tessaline::SimdKernels

@@ -33,7 +33,14 @@ constexpr bool supports(const X86Features& features, X86Simd simd) {
 /// Raises std::invalid_argument for another text and std::runtime_error for one not supported.
 X86Simd select_x86_simd(std::optional<std::string_view> request, const X86Features& features);
 
-/// The choice that cpu_simd_implementation() reports.
+/// The choice that cpu_simd_implementation() reports. Raises what select_x86_simd() does, at each
+/// call until one succeeds.
 X86Simd selected_x86_simd();
+
+/// Of two tables or functions, one for each implementation, that of the choice.
+template <typename T>
+const T& of_selected_simd(const T& avx256, const T& avx512) {
+    return selected_x86_simd() == X86Simd::avx512 ? avx512 : avx256;
+}
 
 } // namespace Tessaline

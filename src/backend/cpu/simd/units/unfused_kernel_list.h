@@ -4,13 +4,11 @@
 // Every unfused kernel, instantiated for the vectors of one instruction set.
 
 #include "backend/cpu/simd/kernels/chain_norm.h"
-#include "backend/cpu/simd/kernels/conversions.h"
 #include "backend/cpu/simd/kernels/kron.h"
 #include "backend/cpu/simd/kernels/matmul.h"
 #include "backend/cpu/simd/kernels/quotients.h"
-#include "backend/cpu/simd/kernels/row_products.h"
 #include "backend/cpu/simd/kernels/transposed_blocks.h"
-#include "backend/cpu/simd/tables/unfused_kernels.h"
+#include "backend/cpu/simd/units/stored_kernel_list.h"
 
 namespace Tessaline::SimdKernels {
 
@@ -52,37 +50,21 @@ constexpr auto make_quotient_kernels() {
 
 template <typename FloatSet, typename DoubleSet>
 constexpr UnfusedTable make_unfused_table() {
-    using Widened = WidenedRules<FloatSet>;
     return {
-        make_real_kernels<FloatingRules<FloatSet>>(),
-        make_real_kernels<FloatingRules<DoubleSet>>(),
-        make_interleaved_kernels<FloatingRules<FloatSet>>(),
-        make_interleaved_kernels<FloatingRules<DoubleSet>>(),
-        make_norm_kernels<DoubleSet, float>(),
-        make_norm_kernels<DoubleSet, double>(),
-        make_quotient_kernels<FloatingRules<FloatSet>>(),
-        make_quotient_kernels<FloatingRules<DoubleSet>>(),
-        {
-            .widen_binary16 = Conversions<FloatSet>::widen_binary16,
-            .round_binary16 = Conversions<FloatSet>::round_binary16,
-            .widen_bfloat16 = Conversions<FloatSet>::widen_bfloat16,
-            .round_bfloat16 = Conversions<FloatSet>::round_bfloat16,
-            .add_binary16 = Conversions<FloatSet>::add_binary16,
-        },
-        {
-            .row_products_binary16 =
-                widened_row_products<RealElements<Widened>, Binary16<FloatSet>>,
-            .row_products_bfloat16 =
-                widened_row_products<RealElements<Widened>, UpperHalf<FloatSet>>,
-            .row_products_complex_binary16 =
-                widened_row_products<InterleavedElements<Widened>, Binary16<FloatSet>>,
-            .sum_of_runs_binary16 = sum_of_stored_runs<FloatSet, Binary16<FloatSet>>,
-            .sum_of_runs_bfloat16 = sum_of_stored_runs<FloatSet, UpperHalf<FloatSet>>,
-        },
-        {TransposedCopy<FloatSet, std::uint16_t>::copy},
-        {TransposedCopy<FloatSet, std::uint32_t>::copy},
-        {TransposedCopy<DoubleSet, std::uint64_t>::copy},
-        {TransposedCopy<DoubleSet, Bits128>::copy},
+        .float32 = make_real_kernels<FloatingRules<FloatSet>>(),
+        .float64 = make_real_kernels<FloatingRules<DoubleSet>>(),
+        .complex64 = make_interleaved_kernels<FloatingRules<FloatSet>>(),
+        .complex128 = make_interleaved_kernels<FloatingRules<DoubleSet>>(),
+        .float32_norms = make_norm_kernels<DoubleSet, float>(),
+        .float64_norms = make_norm_kernels<DoubleSet, double>(),
+        .float32_quotients = make_quotient_kernels<FloatingRules<FloatSet>>(),
+        .float64_quotients = make_quotient_kernels<FloatingRules<DoubleSet>>(),
+        .binary16 = make_binary16_kernels<FloatSet>(),
+        .bfloat16 = make_stored_kernels<FloatSet, UpperHalf<FloatSet>>(),
+        .transpose_16_bits = TransposedCopy<FloatSet, std::uint16_t>::copy,
+        .transpose_32_bits = TransposedCopy<FloatSet, std::uint32_t>::copy,
+        .transpose_64_bits = TransposedCopy<DoubleSet, std::uint64_t>::copy,
+        .transpose_128_bits = TransposedCopy<DoubleSet, Bits128>::copy,
     };
 }
 
