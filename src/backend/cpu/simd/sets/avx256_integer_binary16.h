@@ -22,7 +22,11 @@ struct Avx256IntegerBinary16 : Avx256 {
         const __m256i not_finite =
             _mm256_and_si256(_mm256_cmpgt_epi32(magnitude, _mm256_set1_epi32(0x7bff)),
                              _mm256_set1_epi32(0x7f800000));
-        return _mm256_or_ps(value, _mm256_castsi256_ps(_mm256_or_si256(sign, not_finite)));
+        // As the instruction does: a signalling NaN would win over an infinity in a hypotenuse.
+        const __m256i quiet = _mm256_and_si256(
+            _mm256_cmpgt_epi32(magnitude, _mm256_set1_epi32(0x7c00)), _mm256_set1_epi32(0x400000));
+        const __m256i above = _mm256_or_si256(_mm256_or_si256(sign, not_finite), quiet);
+        return _mm256_or_ps(value, _mm256_castsi256_ps(above));
     }
 
     /// NaN becomes the quiet one under its sign.
