@@ -32,7 +32,16 @@ inline constexpr auto floating_operations = [] {
 #undef TESSALINE_LIST_OPERATION
     return ids;
 }();
-static_assert(std::ranges::count(floating_operations, nullptr) == 0, "two names share an index");
+// By index: with sanitizers an address is no constant that could be compared with null.
+static_assert(
+    [] {
+        std::array<bool, floating_operation_count> named{};
+#define TESSALINE_LIST_OPERATION(name, index) named.at(index) = true;
+        TESSALINE_BUILTIN_OPERATIONS(TESSALINE_LIST_OPERATION)
+#undef TESSALINE_LIST_OPERATION
+        return std::ranges::count(named, false) == 0;
+    }(),
+    "two names share an index");
 
 } // namespace BackendRegistration
 

@@ -27,11 +27,13 @@ inline void leave_real_elements(BackendExecutionBindings&, const UnfusedTable&) 
 
 class FloatingKernelTable {
   public:
-    constexpr FloatingKernel& operator[](FloatingOperation operation) {
-        return kernels_[static_cast<std::size_t>(operation)];
+    constexpr void set(FloatingOperation operation, FloatingKernel kernel) {
+        const auto index = static_cast<std::size_t>(operation);
+        kernels_[index] = kernel;
+        is_set_[index] = true;
     }
 
-    constexpr bool is_complete() const { return std::ranges::count(kernels_, nullptr) == 0; }
+    constexpr bool is_complete() const { return std::ranges::count(is_set_, false) == 0; }
 
     /// Null for an index that no operation has.
     constexpr FloatingKernel find(FloatingOperation operation) const {
@@ -41,51 +43,53 @@ class FloatingKernelTable {
 
   private:
     std::array<FloatingKernel, floating_operation_count> kernels_{};
+    /// With sanitizers an address is no constant that could be compared with null.
+    std::array<bool, floating_operation_count> is_set_{};
 };
 
 template <typename T>
 constexpr FloatingKernelTable make_floating_kernel_table() {
     FloatingKernelTable table;
-    table[FloatingOperation::sqrt] = Resolved<FloatingElementwise<T>::sqrt>::run;
+    table.set(FloatingOperation::sqrt, Resolved<FloatingElementwise<T>::sqrt>::run);
     if constexpr (is_complex_element<T>) {
-        table[FloatingOperation::conjugate] = Resolved<FloatingElementwise<T>::conjugate>::run;
+        table.set(FloatingOperation::conjugate, Resolved<FloatingElementwise<T>::conjugate>::run);
     } else {
-        table[FloatingOperation::conjugate] = leave_real_elements;
+        table.set(FloatingOperation::conjugate, leave_real_elements);
     }
-    table[FloatingOperation::multiply] = Resolved<FloatingElementwise<T>::multiply>::run;
-    table[FloatingOperation::add] = Resolved<FloatingElementwise<T>::add>::run;
-    table[FloatingOperation::subtract] = Resolved<FloatingElementwise<T>::subtract>::run;
-    table[FloatingOperation::scale] = Resolved<FloatingElementwise<T>::scale>::run;
-    table[FloatingOperation::divide] = Resolved<FloatingElementwise<T>::divide>::run;
-    table[FloatingOperation::sum] = Resolved<FloatingReductions<T>::sum>::run;
-    table[FloatingOperation::inner] = Resolved<FloatingReductions<T>::inner>::run;
-    table[FloatingOperation::trace] = Resolved<FloatingReductions<T>::trace>::run;
-    table[FloatingOperation::norm] = Resolved<FloatingReductions<T>::norm>::run;
-    table[FloatingOperation::matmul] = Resolved<FloatingProducts<T>::matmul>::run;
-    table[FloatingOperation::matvec] = Resolved<FloatingProducts<T>::matvec>::run;
-    table[FloatingOperation::transpose] = Resolved<FloatingStructure<T>::transpose>::run;
-    table[FloatingOperation::adjoint] = Resolved<FloatingStructure<T>::adjoint>::run;
-    table[FloatingOperation::kron] = Resolved<FloatingStructure<T>::kron>::run;
-    table[FloatingOperation::outer] = Resolved<FloatingStructure<T>::outer>::run;
-    table[FloatingOperation::partial_trace_left] =
-        Resolved<FloatingStructure<T>::partial_trace_left>::run;
-    table[FloatingOperation::partial_trace_right] =
-        Resolved<FloatingStructure<T>::partial_trace_right>::run;
-    table[FloatingOperation::eye] = Resolved<FloatingStructure<T>::eye>::run;
-    table[FloatingOperation::is_unitary] = Resolved<FloatingComparisons<T>::is_unitary>::run;
-    table[FloatingOperation::vector_equal] = Resolved<FloatingComparisons<T>::vector_equal>::run;
-    table[FloatingOperation::lu_factor] = Resolved<FloatingLu<T>::lu_factor>::run;
-    table[FloatingOperation::solve] = Resolved<FloatingLu<T>::solve>::run;
-    table[FloatingOperation::logdet] = Resolved<FloatingLu<T>::logdet>::run;
-    table[FloatingOperation::slogdet] = Resolved<StructuredLogdet<T>::slogdet>::run;
-    table[FloatingOperation::logdet_positive_definite] =
-        Resolved<StructuredLogdet<T>::logdet_positive_definite>::run;
-    table[FloatingOperation::eig] = Resolved<FloatingEigen<T>::eig>::run;
-    table[FloatingOperation::principal_eigenvector] =
-        Resolved<FloatingEigen<T>::principal_eigenvector>::run;
-    table[FloatingOperation::eigh] = Resolved<FloatingEigen<T>::eigh>::run;
-    table[FloatingOperation::eigvalsh] = Resolved<FloatingEigen<T>::eigvalsh>::run;
-    table[FloatingOperation::matrix_power] = Resolved<FloatingMatrixPower<T>::matrix_power>::run;
+    table.set(FloatingOperation::multiply, Resolved<FloatingElementwise<T>::multiply>::run);
+    table.set(FloatingOperation::add, Resolved<FloatingElementwise<T>::add>::run);
+    table.set(FloatingOperation::subtract, Resolved<FloatingElementwise<T>::subtract>::run);
+    table.set(FloatingOperation::scale, Resolved<FloatingElementwise<T>::scale>::run);
+    table.set(FloatingOperation::divide, Resolved<FloatingElementwise<T>::divide>::run);
+    table.set(FloatingOperation::sum, Resolved<FloatingReductions<T>::sum>::run);
+    table.set(FloatingOperation::inner, Resolved<FloatingReductions<T>::inner>::run);
+    table.set(FloatingOperation::trace, Resolved<FloatingReductions<T>::trace>::run);
+    table.set(FloatingOperation::norm, Resolved<FloatingReductions<T>::norm>::run);
+    table.set(FloatingOperation::matmul, Resolved<FloatingProducts<T>::matmul>::run);
+    table.set(FloatingOperation::matvec, Resolved<FloatingProducts<T>::matvec>::run);
+    table.set(FloatingOperation::transpose, Resolved<FloatingStructure<T>::transpose>::run);
+    table.set(FloatingOperation::adjoint, Resolved<FloatingStructure<T>::adjoint>::run);
+    table.set(FloatingOperation::kron, Resolved<FloatingStructure<T>::kron>::run);
+    table.set(FloatingOperation::outer, Resolved<FloatingStructure<T>::outer>::run);
+    table.set(FloatingOperation::partial_trace_left,
+              Resolved<FloatingStructure<T>::partial_trace_left>::run);
+    table.set(FloatingOperation::partial_trace_right,
+              Resolved<FloatingStructure<T>::partial_trace_right>::run);
+    table.set(FloatingOperation::eye, Resolved<FloatingStructure<T>::eye>::run);
+    table.set(FloatingOperation::is_unitary, Resolved<FloatingComparisons<T>::is_unitary>::run);
+    table.set(FloatingOperation::vector_equal, Resolved<FloatingComparisons<T>::vector_equal>::run);
+    table.set(FloatingOperation::lu_factor, Resolved<FloatingLu<T>::lu_factor>::run);
+    table.set(FloatingOperation::solve, Resolved<FloatingLu<T>::solve>::run);
+    table.set(FloatingOperation::logdet, Resolved<FloatingLu<T>::logdet>::run);
+    table.set(FloatingOperation::slogdet, Resolved<StructuredLogdet<T>::slogdet>::run);
+    table.set(FloatingOperation::logdet_positive_definite,
+              Resolved<StructuredLogdet<T>::logdet_positive_definite>::run);
+    table.set(FloatingOperation::eig, Resolved<FloatingEigen<T>::eig>::run);
+    table.set(FloatingOperation::principal_eigenvector,
+              Resolved<FloatingEigen<T>::principal_eigenvector>::run);
+    table.set(FloatingOperation::eigh, Resolved<FloatingEigen<T>::eigh>::run);
+    table.set(FloatingOperation::eigvalsh, Resolved<FloatingEigen<T>::eigvalsh>::run);
+    table.set(FloatingOperation::matrix_power, Resolved<FloatingMatrixPower<T>::matrix_power>::run);
     return table;
 }
 
