@@ -2,6 +2,7 @@
 #include "number.h"
 
 #include "numpy_api.h"
+#include "numpy_types.h"
 
 #include "execution/default_floating_environment.h"
 #include "tessaline/storage/numeric_policy.h"
@@ -52,6 +53,14 @@ std::optional<Value> value_of(PyObject* number) {
     if (PyArray_IsScalar(number, Complex64)) {
         const npy_cfloat value = PyArrayScalar_VAL(number, Complex64);
         return Value{npy_crealf(value), npy_cimagf(value), true};
+    }
+    const auto foreign = NumpyTypes::get().foreign_scalar(number);
+    if (foreign == ScalarType::BFloat16) {
+        return Value{PyFloat_AsDouble(number)};
+    }
+    if (foreign) {
+        const Py_complex value = PyComplex_AsCComplex(number);
+        return Value{value.real, value.imag, true};
     }
     return std::nullopt;
 }

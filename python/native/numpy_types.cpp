@@ -20,6 +20,13 @@ int foreign_number(const char* module, const char* name) {
     return nb::cast<int>(dtype(nb::module_::import_(module).attr(name)).attr("num"));
 }
 
+const PyTypeObject* scalar_class(int number) {
+    PyArray_Descr* const dtype = PyArray_DescrFromType(number);
+    const PyTypeObject* const scalar = dtype->typeobj;
+    Py_DECREF(dtype);
+    return scalar;
+}
+
 } // namespace
 
 NumpyTypes::NumpyTypes()
@@ -30,7 +37,8 @@ NumpyTypes::NumpyTypes()
              {NPY_COMPLEX64, ScalarType::Complex64},
              {NPY_COMPLEX128, ScalarType::Complex128},
              {NPY_FLOAT16, ScalarType::Float16},
-             {NPY_INT32, ScalarType::Int32}}} {}
+             {NPY_INT32, ScalarType::Int32}}},
+      foreign_scalars_{scalar_class(rows_[0].number), scalar_class(rows_[1].number)} {}
 
 const NumpyTypes& NumpyTypes::get() {
     // Guarded by the interpreter lock alone: the imports may let other threads in, which would wait

@@ -5,6 +5,7 @@
 
 #include "tessaline/catalogue/scalar_type.h"
 
+#include <Python.h>
 #include <array>
 #include <optional>
 
@@ -35,6 +36,16 @@ class NumpyTypes {
         return number == rows_[0].number || number == rows_[1].number;
     }
 
+    /// The element type of a scalar of a type from elsewhere, empty for any other object.
+    std::optional<ScalarType> foreign_scalar(const PyObject* object) const {
+        for (std::size_t index = 0; index < foreign_scalars_.size(); ++index) {
+            if (Py_TYPE(object) == foreign_scalars_[index]) {
+                return rows_[index].element;
+            }
+        }
+        return std::nullopt;
+    }
+
   private:
     struct Row {
         int number;
@@ -43,7 +54,8 @@ class NumpyTypes {
 
     NumpyTypes();
 
-    std::array<Row, 8> rows_; ///< the foreign types first
+    std::array<Row, 8> rows_;                            ///< the foreign types first
+    std::array<const PyTypeObject*, 2> foreign_scalars_; ///< kept by their dtypes
 };
 
 } // namespace Tessaline::Python

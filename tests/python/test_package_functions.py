@@ -79,6 +79,7 @@ NUMBERS: list[Any] = [
     ),
     *(np.float32(0.1), np.float64(0.1), np.float16(3), np.int8(-3), True, np.array(0.1)),
     *(0.1 - 2j, np.complex64(3j), np.complex128(1e-50 + 1j)),
+    *(tessaline.bfloat16.type(0.1), tessaline.complex32.type(0.1 - 3j)),
     *(1 + 2**-8 - 2**-40, 2**-25 + 2**-60, -1e-46, 65519.9999),
 ]
 
