@@ -26,6 +26,11 @@ namespace Tessaline::Python {
 namespace {
 
 constexpr std::size_t most_operands = 2; ///< that are read
+
+/// Up to so many elements a call keeps the interpreter lock: it is over in microseconds, and a
+/// thread that lets go of the lock may wait milliseconds for it to come back.
+constexpr npy_intp most_elements_in_lock = 256;
+
 constexpr std::size_t most_axes = 2;
 
 using Shape = std::array<npy_intp, most_axes>;
@@ -186,6 +191,7 @@ struct PackageFunction::Operands {
     DataTypeDescriptor type = DataTypeDescriptor::real_float(); ///< of all of them
     Sizes sizes;
     std::size_t count = 0;
+    bool are_few = true;                                     ///< elements of each array
     std::array<PyArrayObject*, most_operands> arrays{};      ///< null for a number
     std::array<BorrowedOperand, most_operands + 1> borrowed; ///< the last one is the result
     alignas(16) std::byte number[16];
@@ -282,6 +288,8 @@ bool PackageFunction::take(std::span<const nb::handle> arguments, Operands& oper
             return false;
         }
         operands.arrays[index] = array;
+        operands.are_few =
+            operands.are_few && (is_number || PyArray_SIZE(array) <= most_elements_in_lock);
     }
     operands.count = arguments.size();
     return true;
@@ -399,7 +407,10 @@ void PackageFunction::run(const NativeContext& context, Operands& operands,
     operands.bind(output_role(0), result);
     const OperationSpec& operation = *facts(context).operation;
     try {
-        const UnlockedInterpreter unlocked;
+        std::optional<UnlockedInterpreter> unlocked;
+        if (!operands.are_few || context.context().has_plugins()) {
+            unlocked.emplace();
+        }
         context.executor().execute(operands.bindings, operation, interruptible());
     } catch (const nb::python_error&) {
         throw; // of a signal's handler
@@ -438,13 +449,15 @@ const NativeContext* FrontDoor::context(nb::handle given, nb::object& owner) con
             owner = default_;
         }
     }
-    const int is_context = PyObject_IsInstance(owner.ptr(), context_class_.ptr());
-    if (is_context < 0) {
-        throw nb::python_error();
+    // By the type alone: an object may claim any class, and have anything as its native context.
+    auto* const context_type = reinterpret_cast<PyTypeObject*>(context_class_.ptr());
+    if (!PyObject_TypeCheck(owner.ptr(), context_type)) {
+        return nullptr;
     }
-    // An interned name is found in a sixth of the time.
-    return is_context != 0 ? nb::inst_ptr<NativeContext>(nb::object(owner.attr(native_name_)))
-                           : nullptr;
+    const nb::object native(owner.attr(native_name_)); // interned: found in a sixth of the time
+    return nb::isinstance<NativeContext>(native) && nb::inst_ready(native)
+               ? nb::inst_ptr<NativeContext>(native)
+               : nullptr;
 }
 
 namespace {

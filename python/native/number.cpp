@@ -28,7 +28,7 @@ struct Value {
 };
 
 std::optional<Value> value_of(PyObject* number) {
-    if (PyFloat_Check(number)) { // also NumPy's float64
+    if (PyFloat_CheckExact(number) || PyArray_IsScalar(number, Double)) {
         return Value{PyFloat_AS_DOUBLE(number)};
     }
     if (PyLong_CheckExact(number)) {
@@ -40,7 +40,7 @@ std::optional<Value> value_of(PyObject* number) {
         }
         return std::nullopt;
     }
-    if (PyComplex_Check(number)) { // also NumPy's complex128
+    if (PyComplex_CheckExact(number) || PyArray_IsScalar(number, CDouble)) {
         const Py_complex value = reinterpret_cast<PyComplexObject*>(number)->cval;
         return Value{value.real, value.imag, true};
     }
@@ -92,11 +92,11 @@ bool narrow(double value, T& component) {
 } // namespace
 
 bool store_number(nb::handle number, const DataTypeDescriptor& type, void* element) {
+    const DefaultFloatingEnvironment environment; // also to widen the number
     const std::optional<Value> value = value_of(number.ptr());
     if (!value || (value->is_complex && !type.is_complex())) {
         return false;
     }
-    const DefaultFloatingEnvironment environment;
     return visit_numeric_policy(type, [&](auto policy) {
         using Policy = decltype(policy);
         if constexpr (Policy::is_integer) {

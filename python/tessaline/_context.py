@@ -16,7 +16,7 @@ import numpy as np
 
 from . import _native
 from ._dtypes import WORDS, Dtype, bfloat16, complex32, from_word
-from ._errors import UnsupportedError, error_from
+from ._errors import UnsupportedError, error_from, is_from_python
 from ._native import NativeError
 from ._operands import refuse_mask
 from ._signatures import OUTPUT, SIGNATURES, Signature
@@ -132,7 +132,7 @@ def _overlap_of_arguments(signature: Signature, message: str) -> str | None:
 
 def explained(signature: Signature, failure: Exception) -> Exception:
     """What people get for a failure of the native module: the failure itself or a better one."""
-    if isinstance(failure, ValueError):
+    if isinstance(failure, ValueError) and not is_from_python(failure):
         message = _overlap_of_arguments(signature, str(failure))
         if message is not None:
             return ValueError(message)

@@ -94,7 +94,7 @@ for _class in (Error, NumericalError, *_CLASSES.values()):
     _class.__module__ = "tessaline"  # where people catch them, and where a traceback names them
 
 
-def _is_from_python(failure: Exception) -> bool:
+def is_from_python(failure: Exception) -> bool:
     """Whether a failure came from beyond the frame that called the native module and caught it."""
     traceback = failure.__traceback__
     return traceback is not None and traceback.tb_next is not None
@@ -106,7 +106,7 @@ def error_from(operation: str, failure: Exception) -> Error | None:
     None for a refusal of wrong arguments, which people can read as it is, and for what a handler
     of a signal raised during the call.
     """
-    if _is_from_python(failure):
+    if is_from_python(failure):
         return None
     message = str(failure)
     known = dict(vars(failure))

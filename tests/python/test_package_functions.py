@@ -63,7 +63,13 @@ def test_values_are_those_of_numpy_within_the_bound(case: Case, dtype: Any) -> N
         assert (error <= bound).all(), f"n {n}: error {error.max()}"
 
 
+class Seven(float):
+    def __float__(self) -> float:
+        return 7.0
+
+
 NUMBERS: list[Any] = [
+    Seven(2.5),
     *(
         3,
         -2,
@@ -105,6 +111,15 @@ def test_ordinary_calls_go_past_python_to_the_same_bits(
         if name not in ("vector_equal", "is_unitary", "norm", "conjugate"):
             out = np.empty_like(np.asarray(result))
             assert getattr(tessaline, name)(*operands, out=out) is out and same(out[()], result[()])
+
+
+def test_what_only_claims_to_be_a_context_is_refused() -> None:
+    class Claimed:
+        __class__ = tessaline.Context
+        _native = 5
+
+    with pytest.raises(AttributeError):
+        tessaline.add(np.ones(3), np.ones(3), context=Claimed())  # type: ignore[arg-type]
 
 
 @pytest.mark.parametrize("dtype", DTYPES, ids=str)

@@ -46,6 +46,8 @@ class TESSALINE_API TessalineContext {
         const auto index = static_cast<std::size_t>(operation.handle()) - 1;
         return index < operations_by_handle_.size() && operations_by_handle_[index] == &operation;
     }
+    /// Whether implementations may be those of plugins, which may do anything.
+    bool has_plugins() const { return !plugin_libraries_.empty(); }
     const BackendDispatcher& dispatcher() const { return dispatcher_; }
     /// What is published about an operation. Raises std::out_of_range for an unknown id.
     const OperationDescription& describe(const OperationId& id) const;
