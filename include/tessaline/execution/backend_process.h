@@ -78,8 +78,8 @@ class TESSALINE_API BackendProcess {
     /// Makes the process unusable: a device may still work for it.
     void mark_completion_unconfirmed_noexcept() const noexcept { completion_unconfirmed_ = true; }
 
-    /// The same, and gives the steps up without destroying them, since destroying a step would free
-    /// memory that a device may still touch.
+    /// Makes the process unusable and gives the steps up without destroying them, since destroying
+    /// a step would free memory that a device may still touch.
     void quarantine_steps_noexcept() const noexcept;
 
     /// Raises std::logic_error, opened by `name`, for an unusable process.

@@ -25,7 +25,7 @@ class TESSALINE_API GpuDeviceRuntime : public BackendRuntimeContext {
 
     /// A stream of the device's pool. Waits, without limit, until one is free.
     virtual CudaStreamRef acquire_stream() = 0;
-    /// The same, empty where none is free.
+    /// A stream of the pool, empty where none is free.
     virtual std::optional<CudaStreamRef> try_acquire_stream() = 0;
 
     /// The device that a stream, not null, belongs to. Where that cannot be found out, raises

@@ -38,7 +38,7 @@ Component<Value> plain_norm(Component<Value> norm, const Value* elements, std::u
     return norm;
 }
 
-/// The same by vectors.
+/// The chain of plain_norm() by vectors.
 template <typename Real>
 Real norm_by_kernel(const SimdKernels::NormKernels<Real>& kernels, Real norm, const Real* terms,
                     std::uint64_t count) {

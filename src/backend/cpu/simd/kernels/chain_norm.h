@@ -151,9 +151,7 @@ class ChainPiece {
     template <typename Value>
     static Value prefix_sums(Value value) {
         value += shifted<1>(value, Value{});
-        if constexpr (lanes >= 4) {
-            value += shifted<2>(value, Value{});
-        }
+        value += shifted<2>(value, Value{});
         if constexpr (lanes >= 8) {
             value += shifted<4>(value, Value{});
         }
