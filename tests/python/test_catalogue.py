@@ -42,17 +42,9 @@ def test_ids_are_sorted_and_looked_up_in_canonical_form(catalogue):
         catalogue.describe("tessaline.nothing@1")
 
 
-DESCRIPTION_KEYS = [
-    "id",
-    "operands",
-    "provenance",
-    "shapes",
-    "constraints",
-    "requirements",
-    "notes",
-    "numerics",
-    "implementations",
-]
+DESCRIPTION_KEYS = (
+    ["id", "operands", "provenance", "shapes", "constraints", "requirements", "notes", "numerics", "implementations"]
+)
 NUMERICS_KEYS = ["algorithm", "stability", "complexity", "precision", "parameters", "notes"]
 PLACE_KEYS = ["role", "write", "access", "kind"]
 KEY_KEYS = ["dtype", "compute_dtype", "location"]

@@ -4,9 +4,11 @@
 // The engines that the machine has, each beside a plain statement of its arithmetic, and operands
 // between guards.
 
+#include "backend/cpu/cpu_test_support.h"
 #include "backend/cpu/engine/x86_simd_engine.h"
 #include "support/counter_random.h"
 #include "support/expect_error.h"
+#include "tessaline/backend/cpu/cpu_process_step.h"
 
 #include <bit>
 #include <cmath>
@@ -78,7 +80,8 @@ struct EngineUnderTest : X86SimdEngine<Simd> {
     static const char* name() { return x86_simd_words[static_cast<std::size_t>(Simd)]; }
 };
 
-/// Calls `body` with each engine that the machine can run. A machine without any fails the test.
+/// Calls `body` with each engine that the machine can run, serially and on several threads, whose
+/// number changes no bit. A machine without any engine fails the test.
 template <typename Body>
 void for_each_engine(const Body& body) {
     const X86Features features = detect_x86_features();
@@ -89,6 +92,15 @@ void for_each_engine(const Body& body) {
             std::printf("[ engine   ] %s\n", engine.name()); // a whole run counts these lines
             body(engine);
             ++engines;
+            for (const std::size_t threads : {2, 3, 7}) {
+                SCOPED_TRACE(threads);
+                const auto runtime = std::make_shared<CpuRuntimeContext>(
+                    Tessaline::Test::unpinned_options(threads),
+                    Tessaline::Test::one_node(threads + 1), BackendKind::cpu_simd);
+                CpuExecutionContext context(BackendKind::cpu_simd, runtime);
+                CpuProcessStepDetail::invoke_with_current_cpu_context(context,
+                                                                      [&] { body(engine); });
+            }
         }
     };
     run(EngineUnderTest<X86Simd::avx256>{});
