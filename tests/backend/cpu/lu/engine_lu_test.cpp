@@ -70,6 +70,9 @@ TEST(EngineLu, FactorsHaveTheBitsOfPlainElimination) {
                 SCOPED_TRACE(order);
                 auto matrix =
                     random_matrix(order, random, attempt == 0 ? Values::ordinary : Values::special);
+                for (std::size_t i = 0; i < order * order && attempt == 3; ++i) { // ties
+                    matrix.elements[i] = matrix.elements[i].real() > 0 ? 1 : -1;
+                }
                 for (std::size_t i = 0; i < order && attempt == 4; ++i) {
                     matrix(i, order / 2) = i == 0 ? not_a_number : 0;
                 }
@@ -111,16 +114,6 @@ TEST(EngineLu, SolutionsHaveTheBitsOfPlainSubstitution) {
                 expect_elements(x, [&](auto i) { return expected[i]; });
             }
         }
-    });
-}
-
-TEST(EngineLu, PivotsAreOneBasedAndTheUpperOfEqualsWins) {
-    for_each_engine([](auto engine) {
-        const auto exchange = factored(engine, {2, {0, 1, 1, 0}});
-        EXPECT_EQ(exchange.pivots, (std::vector<long>{2, 2}));
-        EXPECT_EQ(exchange.swaps, 1U);
-        const auto equals = factored(engine, {3, {1, 5, 0, Complex(0, 2), 1, 0, -2, 0, 1}});
-        EXPECT_EQ(equals.pivots[0], 2);
     });
 }
 
