@@ -105,8 +105,8 @@ const Operation operations[] = {
     {eigvalsh, float32(), 80, 40, Kind::symmetric},
     {eig, float32(), 40, 100},
     {eig, DataTypeDescriptor::complex_double(), 40, 100},
-    // The copy, the balance, the first search for small rows and the vectors have one a row each.
-    {eig, float64(), 40, 150, Kind::identity},
+    // Ten a row: the copy, the scalings, the balance, the searches for small rows, the vectors.
+    {eig, float64(), 40, 10 * 40, Kind::identity},
     {principal_eigenvector, complex64(), 40, 100},
     {logdet_positive_definite, float64(), 200, 20, Kind::symmetric},
     {is_unitary, float64(), 40, 30, Kind::identity},

@@ -18,19 +18,12 @@ def context():
     return _native.Context(pinning_policy="disabled")
 
 
-@pytest.mark.parametrize(
-    ("dtype", "stored"),
-    [
-        ("complex32", "complex64"),
-        ("float16", "float32"),
-        ("bfloat16", "float32"),
-        ("float64", "float64"),
-        ("complex128", "complex128"),
-        ("float32", "float32"),
-        ("complex64", "complex64"),
-    ],
-)
-def test_storage_is_widened_to_compute_precision(dtype, stored):
+FLOATING = [each for each in _native.numeric_policies() if each["dtype"] != "int32"]
+
+
+@pytest.mark.parametrize("policy", FLOATING, ids=lambda policy: policy["dtype"])
+def test_storage_is_widened_to_compute_precision(policy):
+    dtype, stored = policy["dtype"], policy["compute_dtype"]
     operand = _native.LUOperand(4, dtype=dtype, compute_dtype=stored)
     assert (operand.dtype, operand.compute_dtype, operand.size) == (stored, stored, 4)
     assert operand.factors.dtype == stored

@@ -174,6 +174,29 @@ TYPED_TEST(UnfusedKernelsTest, RowProductsAndSumsOfRunsAddInOrder) {
     });
 }
 
+TYPED_TEST(UnfusedKernelsTest, KroneckerProductsPlaceEveryProduct) {
+    using T = TypeParam;
+    this->for_each_shape([this](const ProductExtents& shape, auto& random, bool with_specials) {
+        const Size a_rows = std::min<Size>(shape.rows, 3);
+        const auto [rows, a_cols, b_cols] = shape;
+        const Size b_rows = 2;
+        Block<T> a(a_rows, a_cols, random, with_specials);
+        Block<T> b(b_rows, b_cols, random, with_specials);
+        std::vector<T> products;
+        for (Size i = 0; i < a_rows * b_rows; ++i) {
+            for (Size j = 0; j < a_cols * b_cols; ++j) {
+                products.push_back(
+                    result_as<T>(a(i / b_rows, j / b_cols) * b(i % b_rows, j % b_cols)));
+            }
+        }
+        this->expect(std::vector<T>(products.size()), products, "Kronecker product", shape,
+                     [&](const UnfusedKernels<T>& kernels, T* result) {
+                         kernels.kron(a.input(), b.input(), result, {a_cols, b_rows, b_cols}, 0,
+                                      a_rows * b_rows);
+                     });
+    });
+}
+
 /// Every stored value is widened, and rounded back with all that lies about it: the neighbours as
 /// floats, the ties between two stored values and what is just off them.
 template <typename T>
