@@ -230,7 +230,11 @@ TEST(LuFromHostMatrix, CopiesEveryPolicyAndLayoutInColumnMajorOrder) {
         } else {
             SCOPED_TRACE(scalar_metadata(policy.storage_type).name);
             // Orders around the edge of the copy's tiles; 16 bits hold all numbers up to 256.
-            for (const std::uint64_t n : {0U, 1U, 2U, 15U}) {
+            const bool is_wide = std::is_same_v<Stored, double>;
+            for (const std::uint64_t n : {0U, 1U, 2U, 15U, 31U, 32U, 33U, 97U}) {
+                if (n > 15 && !is_wide) {
+                    break;
+                }
                 const auto rows = laid_out<Stored>(n, row_major, element_for<Stored>);
                 expect_column_major_copy<Policy>(Matrix::host(n, n, rows));
                 if constexpr (Policy::is_complex) {
@@ -249,13 +253,6 @@ TEST(LuFromHostMatrix, CopiesEveryPolicyAndLayoutInColumnMajorOrder) {
             }
         }
     });
-}
-
-TEST(LuFromHostMatrix, TransposesAcrossTiles) {
-    for (const std::uint64_t n : {31U, 32U, 33U, 97U}) {
-        const auto rows = laid_out<double>(n, row_major, element_for<double>);
-        expect_column_major_copy<NumericPolicy<double, double>>(Matrix::host(n, n, rows));
-    }
 }
 
 TEST(LuFromHostMatrix, ReadsBorrowedReadOnlyMemory) {

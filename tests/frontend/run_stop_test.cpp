@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 // Runs that end early, and runs that might have.
 
+#include "backend/cpu/rows/cpu_capabilities.h"
 #include "backend/cpu/runtime/run_stop.h"
 #include "support/counter_random.h"
+#include "support/key_storage.h"
 #include "tessaline/catalogue/builtin_operation_ids.h"
 #include "tessaline/catalogue/errors.h"
-#include "tessaline/frontend/elements.h"
 #include "tessaline/frontend/tessaline_executor.h"
 
 #include <gtest/gtest.h>
 
 #include <cfenv>
-#include <complex>
 #include <string>
 #include <thread>
 
@@ -19,6 +19,7 @@ namespace Tessaline {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace Testing;
 using Bytes = std::string;
 
 CpuRuntimeOptions unpinned() {
@@ -33,151 +34,83 @@ const TessalineExecutor& executor() {
     return instance;
 }
 
-template <typename T>
-T random_element(Testing::CounterRandom& random) {
-    const auto part = [&random] {
-        return static_cast<Component<T>>(static_cast<float>(random.below(2001)) / 1000 - 1);
-    };
-    if constexpr (is_complex_element<T>) {
-        const auto real = part();
-        return {real, part()};
-    } else {
-        return part();
-    }
-}
-
 enum class Kind { general, symmetric, identity };
 
-template <typename T>
-Matrix square(std::uint64_t n, Kind kind = Kind::general) {
-    Testing::CounterRandom random(n);
-    auto matrix = Matrix::host_zeros<T>(n, n);
-    const auto all = elements<T>(matrix);
-    for (std::uint64_t i = 0; i < n; ++i) {
-        for (std::uint64_t j = 0; j < n && kind != Kind::identity; ++j) {
-            const bool is_mirrored = kind == Kind::symmetric && j < i;
-            all[i * n + j] = is_mirrored ? all[j * n + i] : random_element<T>(random);
-        }
-        if (kind != Kind::general) {
-            all[i * n + i] = kind == Kind::identity ? T(1) : T(static_cast<float>(2 * n));
+/// A long operation on interleaved square operands of an order where it is short, and the least
+/// number of its stop points.
+struct Operation {
+    const OperationId& id;
+    DataTypeDescriptor type;
+    std::uint64_t n;
+    int least = 0;
+    Kind kind = Kind::general;
+
+    /// What it writes.
+    Bytes run(const BackendExecutor::ExecutionOptions& options = {}) const {
+        const auto rows = cpu_floating_capabilities(type);
+        const auto row =
+            std::ranges::find(rows, id, [](const auto& each) { return each.key.op(); });
+        OperandsOfKeys operands(
+            row->key, n, n, [this](OperandRole, ErasedBufferAccess& buffers) { fill(buffers); });
+        executor().execute(operands.bindings(), id, options);
+        Bytes bytes;
+        operands.for_each_output([&bytes](const MutableBufferView& view) {
+            bytes.append(static_cast<const char*>(view.data), view.count * view.element_size);
+        });
+        return bytes;
+    }
+
+  private:
+    /// Matrices whose symmetric kind has a heavy diagonal, and an exponent of 1000.
+    void fill(ErasedBufferAccess& buffers) const {
+        for (std::size_t index = 0; index < buffers.buffer_count(); ++index) {
+            const MutableBufferView view = buffers.buffer(index);
+            if (view.scalar_type == ScalarType::Int32) {
+                *static_cast<int*>(view.data) = 1000;
+            }
+            visit_parts(view, [this](auto* parts, std::uint64_t count, std::uint64_t step) {
+                for (std::uint64_t i = 0; i < count; ++i) {
+                    parts[i] = static_cast<std::decay_t<decltype(*parts)>>(
+                        part(i / step / n, i / step % n, i % step));
+                }
+            });
         }
     }
-    return matrix;
-}
+    float part(std::uint64_t row, std::uint64_t col, std::uint64_t imaginary) const {
+        if (kind == Kind::identity || (kind == Kind::symmetric && row == col)) {
+            const float diagonal = kind == Kind::identity ? 1.0F : static_cast<float>(2 * n);
+            return row == col && imaginary == 0 ? diagonal : 0;
+        }
+        const auto [low, high] = std::minmax(row, col);
+        const bool is_mirrored = kind == Kind::symmetric;
+        CounterRandom random(2 * (is_mirrored ? low * n + high : row * n + col) + imaginary);
+        return static_cast<float>(random.below(2001)) / 1000 - 1;
+    }
+};
 
-template <typename T>
-Bytes bytes_of(std::span<const T> values) {
-    return {reinterpret_cast<const char*>(values.data()), values.size_bytes()};
-}
+constexpr auto float64 = DataTypeDescriptor::real_double;
+constexpr auto float32 = DataTypeDescriptor::real_float;
+constexpr auto complex64 = DataTypeDescriptor::complex_float;
 
-Bytes run(const OperationId& id, const Matrix& input, auto& output, auto bytes_in) {
-    OperationBindings bindings;
-    bindings.bind(input_role(0), input).bind(output_role(0), output);
-    executor().execute(id, bindings);
-    return bytes_in(output);
-}
-
-template <typename T>
-Bytes product(std::uint64_t n) {
-    const auto A = square<T>(n);
-    auto C = Matrix::host_zeros<T>(n, n);
-    OperationBindings bindings;
-    bindings.bind(input_role(0), A).bind(input_role(1), A).bind(output_role(0), C);
-    executor().execute(BuiltinOperations::matmul, bindings);
-    return bytes_of(elements<T>(std::as_const(C)));
-}
-
-template <typename T>
-Bytes power(std::uint64_t n) {
-    const auto A = square<T>(n, Kind::identity);
-    const auto exponent = Scalar::host(1000);
-    auto C = Matrix::host_zeros<T>(n, n);
-    OperationBindings bindings;
-    bindings.bind(input_role(0), A).bind(input_role(1), exponent).bind(output_role(0), C);
-    executor().execute(BuiltinOperations::matrix_power, bindings);
-    return bytes_of(elements<T>(std::as_const(C)));
-}
-
-template <typename T>
-Bytes factorisation(std::uint64_t n) {
-    const auto A = square<T>(n);
-    auto lu = LuFactorisation::host_impl(PolicyOf<T>::type(), n);
-    std::ranges::copy(elements<T>(A), const_cast<T*>(factors<T>(lu).data()));
-    OperationBindings bindings;
-    bindings.bind(output_role(0), lu);
-    executor().execute(BuiltinOperations::lu_factor, bindings);
-    return bytes_of(factors<T>(std::as_const(lu)));
-}
-
-template <typename T>
-Bytes pairs(std::uint64_t n, Kind kind = Kind{}) {
-    const auto A = square<T>(n, kind);
-    auto eigen = EigenValues::host_zeros<std::complex<Component<T>>>(n);
-    return run(BuiltinOperations::eig, A, eigen, [](const EigenValues& set) {
-        return bytes_of(eigenvalues<std::complex<Component<T>>>(set)) +
-               bytes_of(eigenvectors<std::complex<Component<T>>>(set));
-    });
-}
-
-template <typename T>
-Bytes hermitian_values(std::uint64_t n) {
-    const auto A = square<T>(n, Kind::symmetric);
-    auto values = Vector::host_zeros<Component<T>>(n);
-    return run(BuiltinOperations::eigvalsh, A, values,
-               [](const Vector& vector) { return bytes_of(elements<Component<T>>(vector)); });
-}
-
-template <typename T>
-Bytes principal(std::uint64_t n) {
-    const auto A = square<T>(n);
-    auto vector = Vector::host_zeros<T>(n);
-    return run(BuiltinOperations::principal_eigenvector, A, vector,
-               [](const Vector& found) { return bytes_of(elements<T>(found)); });
-}
-
-template <typename Result, typename T>
-Bytes scalar(const OperationId& id, std::uint64_t n, Kind kind) {
-    const auto A = square<T>(n, kind);
-    auto out = Scalar::host(Result{});
-    return run(id, A, out, [](const Scalar& found) {
-        const Result result = value<Result>(found);
-        return bytes_of(std::span(&result, 1));
-    });
-}
-
-using Complex64 = std::complex<float>;
-using Complex128 = std::complex<double>;
-
-// Long operations at an order where they are short, and the least number of their stop points.
-const struct {
-    const char* name;
-    Bytes (*run)();
-    int least;
-} operations[] = {
-    {"matmul float64", [] { return product<double>(600); }, 2},
-    {"matmul float16", [] { return product<Float16>(600); }, 2},
-    {"matmul complex64", [] { return product<Complex64>(600); }, 2},
-    {"matrix_power float64", [] { return power<double>(20); }, 10},
-    {"matrix_power complex64", [] { return power<Complex64>(20); }, 10},
-    {"lu_factor float32", [] { return factorisation<float>(200); }, 20},
-    {"lu_factor complex64", [] { return factorisation<Complex64>(200); }, 20},
-    {"eigvalsh float64", [] { return hermitian_values<double>(80); }, 40},
-    {"eigvalsh float32", [] { return hermitian_values<float>(80); }, 40},
-    {"eig float32", [] { return pairs<float>(40); }, 100},
-    {"eig complex128", [] { return pairs<Complex128>(40); }, 100},
-    // The copy, the balance, the first search for small rows and the vectors have one a row each.
-    {"eig without iterations", [] { return pairs<double>(40, Kind::identity); }, 150},
-    {"principal_eigenvector complex64", [] { return principal<Complex64>(40); }, 100},
-    {"logdet_positive_definite float64",
-     [] {
-         return scalar<double, double>(BuiltinOperations::logdet_positive_definite, 200,
-                                       Kind::symmetric);
-     },
-     20},
-    {"is_unitary float64",
-     [] { return scalar<int, double>(BuiltinOperations::is_unitary, 40, Kind::identity); }, 30},
-    {"is_unitary complex64",
-     [] { return scalar<int, Complex64>(BuiltinOperations::is_unitary, 40, Kind::identity); }, 30},
+using namespace BuiltinOperations;
+const Operation operations[] = {
+    {matmul, float64(), 600, 2},
+    {matmul, DataTypeDescriptor::real_float16(), 600, 2},
+    {matmul, complex64(), 600, 2},
+    {matrix_power, float64(), 20, 10, Kind::identity},
+    {matrix_power, complex64(), 20, 10, Kind::identity},
+    {lu_factor, float32(), 200, 20},
+    {lu_factor, complex64(), 200, 20},
+    {eigvalsh, float64(), 80, 40, Kind::symmetric},
+    {eigvalsh, float32(), 80, 40, Kind::symmetric},
+    {eig, float32(), 40, 100},
+    {eig, DataTypeDescriptor::complex_double(), 40, 100},
+    // Ten a row: the copy, the scalings, the balance, the searches for small rows, the vectors.
+    {eig, float64(), 40, 10 * 40, Kind::identity},
+    {principal_eigenvector, complex64(), 40, 100},
+    {logdet_positive_definite, float64(), 200, 20, Kind::symmetric},
+    {is_unitary, float64(), 40, 30, Kind::identity},
+    {is_unitary, complex64(), 40, 30, Kind::identity},
 };
 
 // Asked at every stop point, it counts, disturbs the operation by a product in its middle and by
@@ -189,7 +122,7 @@ struct Interruption {
 
     void operator()() {
         if (computes && count % 50 == 0) {
-            product<double>(300); // packs a factor into the thread's memory
+            Operation{matmul, float64(), 300}.run(); // packs a factor into the thread's memory
         }
         if (computes) {
             std::fesetround(FE_UPWARD); // which the run does not go on with
@@ -200,45 +133,34 @@ struct Interruption {
     }
 };
 
-Bytes run_interrupted(Bytes (*operation)(), Interruption& interruption) {
+Bytes run_interrupted(const Operation& operation, Interruption& interruption) {
     const std::stop_token token;
     const std::function<void()> interrupt = std::ref(interruption);
     RunStop stop(token, interrupt, 0ms);
     const RunStop::Scope scope(&stop);
-    return operation();
+    return operation.run();
 }
 
 TEST(RunStop, LongOperationsStopBetweenTheirPartsAndLeaveNoTrace) {
-    for (const auto& [name, operation, least] : operations) {
-        SCOPED_TRACE(name);
-        const Bytes undisturbed = operation();
+    for (const Operation& operation : operations) {
+        SCOPED_TRACE(operation.id.name() + scalar_metadata(operation.type.storage_type()).name);
+        const Bytes undisturbed = operation.run();
         Interruption busy{.computes = true};
         EXPECT_TRUE(run_interrupted(operation, busy) == undisturbed);
         std::fesetround(FE_TONEAREST);
-        EXPECT_GE(busy.count, least);
+        EXPECT_GE(busy.count, operation.least);
         for (const int end : {1, (busy.count + 1) / 2, busy.count}) {
             Interruption raising{.ends = end};
             EXPECT_THROW(run_interrupted(operation, raising), std::domain_error);
             EXPECT_EQ(raising.count, end) << "nothing is asked once the run has been ended";
         }
-        EXPECT_TRUE(operation() == undisturbed);
+        EXPECT_TRUE(operation.run() == undisturbed);
     }
 }
 
-struct EigenRun {
-    Matrix A = square<double>(300);
-    EigenValues eigen = EigenValues::host_zeros<Complex128>(300);
-
-    void operator()(const BackendExecutor::ExecutionOptions& options) {
-        OperationBindings bindings;
-        bindings.bind(input_role(0), A).bind(output_role(0), eigen);
-        executor().execute(BuiltinOperations::eig, bindings, options);
-    }
-};
-
 TEST(RunStop, OptionsEndARunFromOutside) {
-    EigenRun run;
     BackendExecutor::ExecutionOptions options;
+    const auto run = [&options] { Operation{eig, float64(), 300}.run(options); };
     std::stop_source source;
     options.stop = source.get_token();
     const auto start = std::chrono::steady_clock::now();
@@ -246,9 +168,9 @@ TEST(RunStop, OptionsEndARunFromOutside) {
         std::this_thread::sleep_for(50ms);
         source.request_stop();
     });
-    EXPECT_THROW(run(options), OperationStopped);
+    EXPECT_THROW(run(), OperationStopped);
     other.join();
-    EXPECT_THROW(run(options), OperationStopped) << "asked before the run";
+    EXPECT_THROW(run(), OperationStopped) << "asked before the run";
 
     int asked = 0;
     options.stop = {};
@@ -257,10 +179,10 @@ TEST(RunStop, OptionsEndARunFromOutside) {
             throw std::domain_error("interrupted");
         }
     };
-    EXPECT_THROW(run(options), std::domain_error);
+    EXPECT_THROW(run(), std::domain_error);
     // The whole takes seconds at the least, and a stop some tens of milliseconds.
     EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
-    EXPECT_NO_THROW(product<double>(20));
+    EXPECT_NO_THROW((Operation{matmul, float64(), 20}.run()));
 
     std::stop_source own;
     options = {};
@@ -269,7 +191,7 @@ TEST(RunStop, OptionsEndARunFromOutside) {
     const std::function<void()> no_interrupt;
     RunStop outer(requested, no_interrupt);
     const RunStop::Scope scope(&outer);
-    EXPECT_THROW(run(options), OperationStopped) << "nested in a run that is to end";
+    EXPECT_THROW(run(), OperationStopped) << "nested in a run that is to end";
 }
 
 } // namespace

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/expect_error.h"
+#include "support/key_storage.h"
 #include "tessaline/storage/borrowed_host_entities.h"
 #include "tessaline/storage/storage_factory.h"
 #include "tessaline/tessaline.h"
 
 #include <algorithm>
 #include <array>
-#include <cstring>
-#include <limits>
+#include <cmath>
+#include <optional>
 
 namespace Tessaline {
 namespace {
@@ -30,118 +31,100 @@ class Operand {
           key_(key),
           extent_(extent) {
         if (key.kind == OperandKind::LuDecomp) {
-            lu_ = StorageFactory::host_lu(type(), extent);
-            begin_ = bytes_of_second_buffer(*lu_);
+            hold(StorageFactory::host_lu(type(), extent));
         } else if (key.kind == OperandKind::EigenVals) {
-            eigen_ = StorageFactory::host_eigen(type(), extent, DataMatrixLayout::column_major);
-            begin_ = bytes_of_second_buffer(*eigen_);
+            hold(StorageFactory::host_eigen(type(), extent, DataMatrixLayout::column_major));
+        }
+        if (owns_memory()) { // factors or eigenvectors
+            begin_ = static_cast<std::byte*>(buffers_->buffer(1).data);
         }
     }
 
     OperandRole role() const { return role_; }
     const BackendOperandKey& key() const { return key_; }
-    bool owns_memory() const { return lu_ || eigen_; }
-    std::byte* begin() const { return begin_; } ///< of factors or eigenvectors where there are any
+    bool owns_memory() const { return key_.kind > OperandKind::Matrix; }
+    std::byte* begin() const { return begin_; }
     std::ptrdiff_t element_size() const {
         return static_cast<std::ptrdiff_t>(scalar_metadata(key_.storage).size);
     }
-    std::ptrdiff_t size() const { return static_cast<std::ptrdiff_t>(count()) * element_size(); }
+    std::ptrdiff_t size() const {
+        const std::uint64_t rank = static_cast<std::uint64_t>(key_.kind);
+        const std::uint64_t count = rank == 0 ? 1 : rank == 1 ? extent_ : extent_ * extent_;
+        return static_cast<std::ptrdiff_t>(count) * element_size();
+    }
     std::vector<std::byte> contents() const { return {begin_, begin_ + size()}; }
+    void bind(OperationBindings& bindings) const { bindings.insert(role_, *binding_); }
 
     void place(std::byte* begin) {
         begin_ = begin;
-        visit_numeric_policy(type(), [&](auto policy) { borrow<decltype(policy)>(); });
-    }
-
-    /// A Hermitian, positive definite matrix, or elements of which the last is infinite.
-    void fill() const {
         visit_numeric_policy(type(), [&](auto policy) {
-            using T = typename decltype(policy)::Stored;
-            auto* const elements = reinterpret_cast<T*>(begin_);
-            const bool is_matrix = key_.kind == OperandKind::Matrix;
-            for (std::uint64_t index = 0; index < count(); ++index) {
-                const bool is_last = index + 1 == extent_;
-                const auto value = static_cast<float>(2 + index);
-                elements[index] = is_matrix ? entry<T>(index / extent_, index % extent_)
-                                            : number<T>(is_last ? infinity : value, 3);
+            using Policy = decltype(policy);
+            using Stored = typename Policy::Stored;
+            using Compute = typename Policy::Compute;
+            auto* const data = reinterpret_cast<Stored*>(begin_);
+            if constexpr (Policy::is_complex) {
+                using Part = Component<Stored>;
+                auto* const parts = reinterpret_cast<Part*>(begin_);
+                using Scalar = BorrowedDenseHostComplexSplitScalar<Part, Component<Compute>>;
+                lend<BorrowedDenseHostComplexInterleavedVector<Stored, Compute>,
+                     BorrowedDenseHostComplexInterleavedMatrix<Stored, Compute>>(
+                    data, [&] { return std::make_unique<Scalar>(parts, parts + 1); });
+            } else {
+                using Scalar = BorrowedDenseHostRealScalar<Stored, Compute>;
+                lend<BorrowedDenseHostRealVector<Stored, Compute>,
+                     BorrowedDenseHostRealMatrix<Stored, Compute>>(
+                    data, [&] { return std::make_unique<Scalar>(data); });
             }
         });
     }
 
-    void bind(OperationBindings& bindings) const {
-        const auto bind_if_any = [&](const auto& entity) {
-            if (entity) {
-                bindings.insert(role_, std::ref(*entity));
+    /// A Hermitian, positive definite matrix, or elements of which the last is infinite.
+    void fill() const {
+        for (std::size_t index = 0; index < buffers_->buffer_count(); ++index) {
+            const MutableBufferView view = buffers_->buffer(index);
+            if (view.scalar_type == ScalarType::Int32) {
+                std::fill_n(static_cast<int*>(view.data), view.count, 9);
             }
-        };
-        bind_if_any(scalar_);
-        bind_if_any(vector_);
-        bind_if_any(matrix_);
-        bind_if_any(lu_);
-        bind_if_any(eigen_);
+            Testing::visit_parts(view, [&](auto* parts, std::uint64_t count, std::uint64_t step) {
+                for (std::uint64_t i = 0; i < count; ++i) {
+                    const bool imaginary = view.role == BufferRole::imaginary || i % step == 1;
+                    parts[i] =
+                        static_cast<std::decay_t<decltype(*parts)>>(part(i / step, imaginary));
+                }
+            });
+        }
     }
 
   private:
-    static constexpr float infinity = std::numeric_limits<float>::infinity();
-
-    static std::byte* bytes_of_second_buffer(ErasedBufferAccess& buffers) {
-        return static_cast<std::byte*>(buffers.buffer(1).data);
-    }
-
-    template <typename T>
-    static T number(float real, float imaginary) {
-        if constexpr (is_complex_element<T>) {
-            return T(Component<T>(real), Component<T>(imaginary));
-        } else if constexpr (std::is_integral_v<T>) {
-            return static_cast<T>(std::min(real, 9.0F));
-        } else {
-            return T(real);
+    float part(std::uint64_t element, bool imaginary) const {
+        if (key_.kind == OperandKind::Matrix) {
+            const std::uint64_t row = element / extent_;
+            const std::uint64_t column = element % extent_;
+            return row == column ? (imaginary ? 0 : static_cast<float>(20 + row))
+                                 : (imaginary && row > column ? -1.0F : 1.0F);
         }
-    }
-    template <typename T>
-    static T entry(std::uint64_t row, std::uint64_t column) {
-        if (row == column) {
-            return number<T>(static_cast<float>(20 + row), 0);
-        }
-        return number<T>(1, row < column ? 1.0F : -1.0F);
+        const bool is_last = element + 1 == extent_;
+        return imaginary ? 3 : is_last ? HUGE_VALF : static_cast<float>(2 + element);
     }
 
     DataTypeDescriptor type() const {
         return DataTypeDescriptor::from_scalar_types(key_.storage, key_.compute);
     }
-    std::uint64_t count() const {
-        return key_.kind == OperandKind::Scalar   ? 1
-               : key_.kind == OperandKind::Vector ? extent_
-                                                  : extent_ * extent_;
-    }
 
-    template <typename Policy>
-    void borrow() {
-        using Stored = typename Policy::Stored;
-        using Compute = typename Policy::Compute;
-        auto* const data = reinterpret_cast<Stored*>(begin_);
-        if constexpr (Policy::is_complex) {
-            using Part = Component<Stored>;
-            using Scalar = BorrowedDenseHostComplexSplitScalar<Part, Component<Compute>>;
-            auto* const parts = reinterpret_cast<Part*>(begin_);
-            lend<BorrowedDenseHostComplexInterleavedVector<Stored, Compute>,
-                 BorrowedDenseHostComplexInterleavedMatrix<Stored, Compute>>(
-                data, [&] { return std::make_unique<Scalar>(parts, parts + 1); });
-        } else {
-            using Scalar = BorrowedDenseHostRealScalar<Stored, Compute>;
-            lend<BorrowedDenseHostRealVector<Stored, Compute>,
-                 BorrowedDenseHostRealMatrix<Stored, Compute>>(
-                data, [&] { return std::make_unique<Scalar>(data); });
-        }
+    template <typename Entity>
+    void hold(std::unique_ptr<Entity> entity) {
+        buffers_ = &erased_buffers(*entity, "test operand");
+        binding_ = std::ref(*entity);
+        owner_ = std::move(entity);
     }
     template <typename VectorStorage, typename MatrixStorage, typename T, typename MakeScalar>
     void lend(T* data, const MakeScalar& make_scalar) {
         if (key_.kind == OperandKind::Scalar) {
-            scalar_ = make_scalar();
+            hold<ScalarEntity>(make_scalar());
         } else if (key_.kind == OperandKind::Vector) {
-            vector_ = std::make_unique<VectorStorage>(data, extent_);
+            hold<VectorEntity>(std::make_unique<VectorStorage>(data, extent_));
         } else {
-            matrix_ = std::make_unique<MatrixStorage>(data, extent_, extent_);
+            hold<MatrixEntity>(std::make_unique<MatrixStorage>(data, extent_, extent_));
         }
     }
 
@@ -149,11 +132,9 @@ class Operand {
     BackendOperandKey key_;
     std::uint64_t extent_;
     std::byte* begin_ = nullptr;
-    std::unique_ptr<ScalarEntity> scalar_;
-    std::unique_ptr<VectorEntity> vector_;
-    std::unique_ptr<MatrixEntity> matrix_;
-    std::unique_ptr<LuDecompEntity> lu_;
-    std::unique_ptr<EigenValsEntity> eigen_;
+    std::shared_ptr<void> owner_;
+    ErasedBufferAccess* buffers_ = nullptr;
+    std::optional<OperandBinding> binding_;
 };
 
 using Operands = std::vector<Operand>;

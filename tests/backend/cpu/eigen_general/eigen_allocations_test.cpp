@@ -12,6 +12,7 @@ namespace Tessaline {
 namespace {
 
 using namespace Testing;
+using Complex = std::complex<double>;
 
 constexpr std::size_t n = 12;
 constexpr DataMatrixLayout row_major = DataMatrixLayout::row_major;

@@ -18,6 +18,7 @@ namespace {
 using namespace Testing;
 using ::testing::Each;
 using ::testing::ElementsAre;
+using Complex = std::complex<double>;
 
 using Matrix = SquareMatrix<Complex>;
 

@@ -13,7 +13,6 @@
 
 namespace Tessaline::Testing {
 
-using Complex = std::complex<double>;
 using WideComplex = std::complex<long double>;
 
 inline constexpr std::size_t eigen_orders[] = {0, 1, 2, 3, 5, 10, 33, 64};
@@ -118,16 +117,6 @@ SquareMatrix<C> second_difference(std::size_t n) {
     return filled<C>(n, [](std::size_t i, std::size_t j) {
         return i == j ? 2.0 : i + 1 == j || j + 1 == i ? -1.0 : 0.0;
     });
-}
-/// Its eigenvalues, ascending.
-inline std::vector<double> second_difference_eigenvalues(std::size_t n) {
-    std::vector<double> values(n);
-    for (std::size_t k = 0; k < n; ++k) {
-        const auto angle = static_cast<long double>(k + 1) / static_cast<long double>(2 * n + 2);
-        const long double sine = std::sin(std::numbers::pi_v<long double> * angle);
-        values[k] = static_cast<double>(4 * sine * sine);
-    }
-    return values;
 }
 
 /// Of a vector, or of Frobenius for the elements of a matrix.

@@ -14,6 +14,7 @@ using namespace Testing;
 using CpuStructured::HermitianEigenResult;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using Complex = std::complex<double>;
 
 constexpr double smallest = std::numeric_limits<double>::denorm_min();
 constexpr double smallest_normal = std::numeric_limits<double>::min();
@@ -235,6 +236,7 @@ std::vector<C> column(const HermitianEigenResult<C>& result, std::size_t k) {
     return v;
 }
 
+// With orthonormal vectors small residuals mean that every eigenvalue was found.
 TYPED_TEST(HermitianJacobi, FindsOrthonormalVectorsWithSmallResiduals) {
     for (const auto& family : families<TypeParam>) {
         for (const std::size_t n : eigen_orders) {
@@ -286,6 +288,10 @@ TYPED_TEST(HermitianJacobi, RotationsOfSpecialElementsHaveTheBitsOfPlainProducts
     constexpr std::size_t block = rotation_block;
     constexpr std::size_t columns = 5 * block;
     CounterRandom random(5);
+    const auto one_nan = [](std::vector<C> elements) {
+        std::ranges::transform(elements, elements.begin(), result_as<C>);
+        return elements;
+    };
     for (const unsigned rotated_rows : {0b00010101U, 0b11111111U}) {
         SimdKernels::BlockRotations rotations{rotated_rows, {}};
         for (auto& rotation : rotations.of_row) {
@@ -306,7 +312,6 @@ TYPED_TEST(HermitianJacobi, RotationsOfSpecialElementsHaveTheBitsOfPlainProducts
                 of_row = rotation.c * v + u * s;
             }
         }
-        std::ranges::transform(expected, expected.begin(), result_as<C>);
         for_each_rotation_table([&](const SimdKernels::RotationKernels<C>& kernels) {
             const CpuStructured::PlanarMatrix<C> rows(block + 1, columns);
             const CpuStructured::PlanarMatrix<C> adjoint(columns, columns);
@@ -328,23 +333,19 @@ TYPED_TEST(HermitianJacobi, RotationsOfSpecialElementsHaveTheBitsOfPlainProducts
                 kernels.rotate_leading(leading.at(block, k), leading.at(0, k), leading.shape(),
                                        rotations, k / block + 1);
             }
-            std::vector<C> rotated;
-            std::vector<C> turned;
             for (std::size_t i = 0; i <= block; ++i) {
                 for (std::size_t k = 0; k < columns; ++k) {
-                    rotated.push_back(result_as<C>(rows.get(i, k)));
-                    const bool leads = k % block <= k / block;
                     const std::size_t at = i * columns + k;
-                    EXPECT_TRUE(
-                        same_bits(std::vector{result_as<C>(leading.get(i, k))},
-                                  std::vector{leads ? expected[at] : result_as<C>(values[at])}))
+                    const auto turned =
+                        i == block ? common.get(0, k) : adjoint_of(adjoint.get(k, i));
+                    const bool leads = k % block <= k / block;
+                    const std::vector found{rows.get(i, k), turned, leading.get(i, k)};
+                    EXPECT_TRUE(same_bits(
+                        one_nan(found),
+                        one_nan({expected[at], expected[at], leads ? expected[at] : values[at]})))
                         << "row " << i << ", column " << k;
-                    turned.push_back(result_as<C>(i == block ? common.get(0, k)
-                                                             : adjoint_of(adjoint.get(k, i))));
                 }
             }
-            EXPECT_TRUE(same_bits(rotated, expected));
-            EXPECT_TRUE(same_bits(turned, expected));
         });
     }
 }
@@ -364,20 +365,6 @@ TYPED_TEST(HermitianJacobi, FindsSmallEigenvaluesOfGradedMatricesToFullRelativeA
             EXPECT_LE(std::abs(result.values[k] - expected) / expected,
                       4 * static_cast<double>(n) * unit * condition)
                 << "value " << k << " of " << n << ", " << static_cast<double>(expected);
-        }
-    }
-}
-
-TYPED_TEST(HermitianJacobi, FindsKnownEigenvalues) {
-    for (const std::size_t n : eigen_orders) {
-        const auto result = solve(second_difference<TypeParam>(n), false);
-        const auto expected = second_difference_eigenvalues(n);
-        for (std::size_t k = 0; k < n; ++k) {
-            // The condition of the matrix is the ratio of its eigenvalues, and its diagonal is
-            // constant already.
-            EXPECT_NEAR(result.values[k], expected[k],
-                        4 * static_cast<double>(n) * unit * expected[n - 1])
-                << n;
         }
     }
 }

@@ -8,20 +8,6 @@ namespace {
 using namespace Testing;
 using Operation = FloatingOperation;
 
-TEST(FloatingOperations, HaveTheIdsOfTheirIndices) {
-    const std::pair<std::size_t, const char*> samples[] = {
-        {0, "tessaline.sqrt@1"},
-        {9, "tessaline.matmul@1"},
-        {14, "tessaline.outer@1"},
-        {19, "tessaline.norm@1"},
-        {27, "tessaline.vector_equal@1"},
-        {28, "tessaline.eigh@1"},
-        {31, "tessaline.logdet_positive_definite@1"}};
-    for (const auto& [index, id] : samples) {
-        EXPECT_EQ(BackendRegistration::floating_operations[index]->canonical(), id);
-    }
-}
-
 template <typename T>
 class FloatingDispatcher : public ::testing::Test {
   protected:

@@ -257,49 +257,5 @@ TYPED_TEST(FloatingKernels, EyeWritesOnesOnTheDiagonalOnly) {
     }
 }
 
-/// Bounds each element of a product by the rounding errors of its sum: every term is rounded at
-/// most three times before it is added, and takes part in at most `order` additions.
-TYPED_TEST(FloatingKernels, MatrixProductsStayWithinTheirRoundingErrors) {
-    using T = TypeParam;
-    using Real = Component<ComputeOf<T>>;
-    using Wide = std::complex<long double>;
-    constexpr Size order = 29;
-    const Grid<T> a = this->random(order, order, false);
-    const Grid<T> b = this->random(order, order, false);
-    const Operand<T> in0(matrix, a), in1(matrix, b), out(matrix, a);
-    auto bindings = bindings_of({in0.read(), in1.read()}, out.written());
-    run_floating_kernel<T>(FloatingOperation::matmul, bindings);
-    const Grid<T> found = out.grid();
-    const auto range = range_of<Component<T>>();
-    const long double store = static_cast<Real>(range[2]) / static_cast<Real>(range[1]) / 2;
-    const long double compute = std::numeric_limits<Real>::epsilon() / 2;
-    for (Size element = 0; element < order * order; ++element) {
-        const Size i = element / order;
-        const Size j = element % order;
-        Wide exact;
-        long double terms = 0;
-        for (Size k = 0; k < order; ++k) {
-            exact += Wide(a(i, k)) * Wide(b(k, j));
-            terms += std::abs(Wide(a(i, k))) * std::abs(Wide(b(k, j)));
-        }
-        ASSERT_LE(std::abs(Wide(found(i, j)) - exact),
-                  store * std::abs(exact) + (order + 3) * compute * 2 * terms);
-    }
-}
-
-TEST(FloatingKernelsOfComplexTypes, ProductsRecoverInfinities) {
-    using Value = std::complex<float>;
-    constexpr float inf = std::numeric_limits<float>::infinity();
-    constexpr float nan = std::numeric_limits<float>::quiet_NaN();
-    for (const Value value : {Value(inf, nan), Value(nan, inf), Value(inf, inf), Value(inf, 0)}) {
-        const Operand<Value> infinite(vector, {1, 1, [=](Size, Size) { return value; }});
-        const Operand<Value> factor(vector, {1, 1, [](Size, Size) { return Value(1, 1); }});
-        auto bindings = bindings_of({infinite.read(), factor.read()}, infinite.written());
-        run_floating_kernel<Value>(FloatingOperation::multiply, bindings);
-        const Value product = infinite.grid()(0);
-        EXPECT_TRUE(std::isinf(product.real()) || std::isinf(product.imag())) << value;
-    }
-}
-
 } // namespace
 } // namespace Tessaline

@@ -147,37 +147,36 @@ using Wider = typename WiderType<T>::type;
 template <typename T>
 inline constexpr long double unit_roundoff = std::numeric_limits<Component<T>>::epsilon() / 2;
 
-/// The largest sum of magnitudes in a column.
-template <typename Matrix>
-long double one_norm(const Matrix& matrix) {
-    long double norm = 0;
-    for (std::size_t j = 0; j < matrix.order; ++j) {
-        long double sum = 0;
-        for (std::size_t i = 0; i < matrix.order; ++i) {
-            const auto element = matrix(i, j);
-            sum += std::abs(static_cast<Wider<std::remove_const_t<decltype(element)>>>(element));
-        }
-        norm = std::max(norm, sum);
-    }
-    return norm;
-}
-
-/// The factors that plain elimination gives with the pivots of a factorisation: row by row, one
-/// element after another. Arithmetic has product, multiplier and quotient.
+/// Eliminates one element after the other, with the upper one of the largest rows as the pivot, and
+/// stops at a column that holds nothing above `Arithmetic::threshold`. Whether it came to the end.
+/// Arithmetic has size, product, multiplier and quotient.
 template <typename Arithmetic, typename T>
-SquareMatrix<T> plain_factors(SquareMatrix<T> a, const std::vector<long>& pivots) {
-    for (std::size_t k = 0; k < a.order; ++k) {
-        for (std::size_t j = 0; j < a.order; ++j) {
-            std::swap(a(k, j), a(static_cast<std::size_t>(pivots[k] - 1), j));
+bool plain_elimination(LuStorage<T>& lu) {
+    const auto a = [&lu](std::size_t row, std::size_t column) -> T& {
+        return lu.factors[lu.index(row, column)];
+    };
+    lu.swaps = 0;
+    for (std::size_t k = 0; k < lu.order; ++k) {
+        std::size_t best = k;
+        for (std::size_t row = k; row < lu.order; ++row) {
+            best = Arithmetic::size(a(row, k)) > Arithmetic::size(a(best, k)) ? row : best;
         }
-        for (std::size_t row = k + 1; row < a.order; ++row) {
+        if (!(Arithmetic::size(a(best, k)) > Arithmetic::threshold)) {
+            return false;
+        }
+        lu.pivots[k] = static_cast<long>(best) + 1;
+        lu.swaps += best != k ? 1 : 0;
+        for (std::size_t column = 0; column < lu.order; ++column) {
+            std::swap(a(k, column), a(best, column));
+        }
+        for (std::size_t row = k + 1; row < lu.order; ++row) {
             a(row, k) = Arithmetic::multiplier(a(row, k), a(k, k));
-            for (std::size_t j = k + 1; j < a.order; ++j) {
-                a(row, j) -= Arithmetic::product(a(row, k), a(k, j));
+            for (std::size_t column = k + 1; column < lu.order; ++column) {
+                a(row, column) -= Arithmetic::product(a(row, k), a(k, column));
             }
         }
     }
-    return a;
+    return true;
 }
 
 /// The solution that plain substitution gives.

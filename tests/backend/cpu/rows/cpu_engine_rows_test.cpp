@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "backend/cpu/rows/cpu_capabilities.h"
+#include "support/expect_error.h"
 #include "support/key_storage.h"
 #include "support/key_text.h"
 #include "tessaline/backend/cpu/register_cpu.h"
@@ -9,6 +10,17 @@
 
 namespace Tessaline {
 namespace {
+
+TEST(FloatingRows, RefuseAPolicyWithoutKernels) {
+    for (const auto& [storage, compute, name] :
+         {std::tuple{ScalarType::Int32, ScalarType::Int32, "int32 / int32"},
+          std::tuple{ScalarType::Float32, ScalarType::Float64, "float32 / float64"}}) {
+        const auto type = DataTypeDescriptor::from_scalar_types(storage, compute);
+        Testing::expect_error<std::invalid_argument>(
+            [&] { cpu_floating_capabilities(type); },
+            std::string("numeric policy is not compiled: ") + name);
+    }
+}
 
 TEST(EngineRows, KernelsRefuseStorageOfAnotherElement) {
     for_each_numeric_policy([]<typename Policy>(Policy) {
@@ -25,7 +37,10 @@ TEST(EngineRows, KernelsRefuseStorageOfAnotherElement) {
                     const BackendOperandKey output = operands.back();
                     operands.pop_back();
                     const BackendRegistryKey key(row.key.backend(), row.key.op(), operands, output);
-                    EXPECT_THROW(Testing::run_on_ones(key, row.entry), std::bad_cast)
+                    Testing::OperandsOfKeys stored(key, 1, 1, [](auto, auto&) {});
+                    BackendExecutionSession session;
+                    EXPECT_THROW(row.entry.materialise().execute(session, stored.bindings()),
+                                 std::bad_cast)
                         << Testing::key_text(key);
                 }
             }

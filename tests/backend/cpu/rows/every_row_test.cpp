@@ -60,22 +60,6 @@ bool is_no_other_nan(Part part) {
                        static_cast<Part>(std::numeric_limits<ComputeOf<Part>>::quiet_NaN()));
 }
 
-/// Calls `body(parts, count, parts_of_an_element)` with a buffer of floating elements of any type.
-template <typename Body>
-void visit_parts(const MutableBufferView& view, const Body& body) {
-    const ScalarMetadata& element = scalar_metadata(view.scalar_type);
-    const std::uint64_t parts = view.element_size / scalar_metadata(element.component).size;
-    const auto visit = [&]<typename Part>(std::type_identity<Part>) {
-        if (element.component == ElementTraits<Part>::scalar_type) {
-            body(static_cast<Part*>(view.data), parts * view.count, parts);
-        }
-    };
-    visit(std::type_identity<Float16>{});
-    visit(std::type_identity<BFloat16>{});
-    visit(std::type_identity<float>{});
-    visit(std::type_identity<double>{});
-}
-
 /// Fills matrices so that they are Hermitian with a heavy diagonal, but for special values: zeros,
 /// infinities, and NaN quiet and signalling, of either sign.
 class Filling {

@@ -4,9 +4,11 @@
 // The engines that the machine has, each beside a plain statement of its arithmetic, and operands
 // between guards.
 
+#include "backend/cpu/cpu_test_support.h"
 #include "backend/cpu/engine/x86_simd_engine.h"
 #include "support/counter_random.h"
 #include "support/expect_error.h"
+#include "tessaline/backend/cpu/cpu_process_step.h"
 
 #include <bit>
 #include <cmath>
@@ -78,7 +80,8 @@ struct EngineUnderTest : X86SimdEngine<Simd> {
     static const char* name() { return x86_simd_words[static_cast<std::size_t>(Simd)]; }
 };
 
-/// Calls `body` with each engine that the machine can run. A machine without any fails the test.
+/// Calls `body` with each engine that the machine can run, serially and on several threads, whose
+/// number changes no bit. A machine without any engine fails the test.
 template <typename Body>
 void for_each_engine(const Body& body) {
     const X86Features features = detect_x86_features();
@@ -89,6 +92,15 @@ void for_each_engine(const Body& body) {
             std::printf("[ engine   ] %s\n", engine.name()); // a whole run counts these lines
             body(engine);
             ++engines;
+            for (const std::size_t threads : {2, 3, 7}) {
+                SCOPED_TRACE(threads);
+                const auto runtime = std::make_shared<CpuRuntimeContext>(
+                    Tessaline::Test::unpinned_options(threads),
+                    Tessaline::Test::one_node(threads + 1), BackendKind::cpu_simd);
+                CpuExecutionContext context(BackendKind::cpu_simd, runtime);
+                CpuProcessStepDetail::invoke_with_current_cpu_context(context,
+                                                                      [&] { body(engine); });
+            }
         }
     };
     run(EngineUnderTest<X86Simd::avx256>{});
@@ -103,27 +115,13 @@ inline const std::vector<std::uint64_t> awkward_sizes{0,  1,  2,  3,  5,  7,  8,
 enum class Values { ordinary, special };
 
 inline float random_float(CounterRandom& random, Values values) {
-    using Limits = std::numeric_limits<float>;
-    static const float specials[] = {0.0F,
-                                     -0.0F,
-                                     1.0F,
-                                     -1.0F,
-                                     Limits::infinity(),
-                                     1e-30F,
-                                     1e30F,
-                                     Limits::max(),
-                                     Limits::min(),
-                                     -Limits::infinity(),
-                                     1e-42F,
-                                     -1e25F,
-                                     -Limits::max(),
-                                     -Limits::min(),
-                                     Limits::denorm_min(),
-                                     Limits::quiet_NaN(),
-                                     std::bit_cast<float>(0x7fc54321U),
-                                     std::bit_cast<float>(0xff812345U)};
+    // Zero, the edges of the range, infinity, and NaN quiet, with a payload and of either sign.
+    static const std::uint32_t specials[] = {0x00000000, 0x3f800000, 0x00000001, 0x000002ca,
+                                             0x00800000, 0x0da24260, 0x69045951, 0x7149f2ca,
+                                             0x7f7fffff, 0x7f800000, 0x7fc00000, 0x7fc54321};
     if (values == Values::special && random.below(3) == 0) {
-        return specials[random.below(std::size(specials))];
+        const std::uint32_t sign = random.below(2) == 0 ? 0 : 0x80000000U;
+        return std::bit_cast<float>(specials[random.below(std::size(specials))] | sign);
     }
     const auto mantissa = static_cast<float>(random.below(1U << 24U)) * 0x1p-24F + 0.5F;
     const float magnitude = std::ldexp(mantissa, static_cast<int>(random.below(5)) - 2);
