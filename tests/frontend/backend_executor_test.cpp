@@ -183,8 +183,7 @@ TEST(BackendExecutor, RunsUseTheirOwnStreamBeforeTheExecutors) {
     BackendExecutionBindings bindings;
     executor.execute(process, bindings);
     EXPECT_EQ(used, stream(executors).get());
-    BackendExecutor::ExecutionOptions options;
-    options.cuda_stream = stream(own);
+    const BackendExecutor::ExecutionOptions options{stream(own), {}, {}};
     executor.execute(process, bindings, options);
     EXPECT_EQ(used, stream(own).get());
     auto on_cpu =
